@@ -1,0 +1,50 @@
+// The framework core's polymorphic interface, as far as this library calls it,
+// and the records passed to it. The core library owns the object; the vtable
+// slot of each operation is part of the binary contract with the core.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Passed to NotifyHookMessage when a proxy reports its first call.
+struct HookNotification {
+  std::string hookName;  // the proxy's name without namespace
+  int32_t value;         // the proxies pass 1
+};
+
+// Passed to ProtectionCallback.
+struct CallbackMessage {
+  uint32_t arg0;
+  uint32_t arg1;
+  uint64_t errorCode;
+  std::string name;
+  std::string messageType;  // "CallbackMessageType::Error" or "CallbackMessageType::Protection"
+};
+
+inline constexpr char kCallbackMessageTypeError[] = "CallbackMessageType::Error";
+inline constexpr char kCallbackMessageTypeProtection[] = "CallbackMessageType::Protection";
+
+// Slot order matters; the operations marked "core's own" belong to the core
+// and are never called from here.
+class RemediumCore {
+ public:
+  virtual void CoreOwnSlot0() = 0;                                                    // slot 0
+  virtual void CoreOwnSlot1() = 0;                                                    // slot 1
+  virtual bool IsSwitchOpened(int32_t kind) = 0;                                      // slot 2
+  virtual void ProtectionCallback(const CallbackMessage& message) = 0;                // slot 3
+  virtual void CoreOwnSlot4() = 0;                                                    // slot 4
+  virtual std::vector<std::string> GetHookArguments(const std::string& hookName) = 0;  // slot 5
+  virtual void CoreOwnSlot6() = 0;                                                    // slot 6
+  virtual void NotifyHookMessage(const HookNotification& notification) = 0;           // slot 7
+  virtual void CoreOwnSlot8() = 0;                                                    // slot 8
+  virtual void CoreOwnSlot9() = 0;                                                    // slot 9
+  virtual void CoreOwnSlot10() = 0;                                                   // slot 10
+  virtual void RecordProbeMessage(const std::string& name, bool result) = 0;          // slot 11
+
+ protected:
+  ~RemediumCore() = default;  // OK: the core owns and destroys its object
+};
+
+// Signature of the core library's "RemediumGetInstance".
+using RemediumGetInstanceFunc = RemediumCore* (*)();

@@ -1,0 +1,185 @@
+#include "harness.h"
+
+#include <dlfcn.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "simdevice.h"
+#include "simframework.h"
+#include "simhal.h"
+#include "simlog.h"
+#include "simproperties.h"
+#include "simshadowhook.h"
+
+namespace sim {
+
+const std::vector<CatalogueEntry>& Catalogue() {
+  static const std::vector<CatalogueEntry> kCatalogue = {
+      {"GetStaticCapsHook",
+       "_ZN4CamX17GetStaticCapsHookEPvPNS_22SensorModuleStaticCapsEP19CSLSensorCapabilityPNS_17TuningDataManagerEj",
+       "CamX::GetStaticCapsHook(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*, "
+       "CamX::TuningDataManager*, unsigned int)",
+       reinterpret_cast<void*>(&hal::GetStaticCaps)},
+      {"SensorProbeHook", "_ZN4CamX15SensorProbeHookEPvPiS1_",
+       "CamX::SensorProbeHook(void*, int*, int*)", nullptr},
+      {"InitializeSensorDeviceHook", "_ZN4CamX26InitializeSensorDeviceHookEPv",
+       "CamX::InitializeSensorDeviceHook(void*)", nullptr},
+      {"LoadSensorInitConfigCmdHook", "_ZN4CamX27LoadSensorInitConfigCmdHookEPv",
+       "CamX::LoadSensorInitConfigCmdHook(void*)", nullptr},
+      {"LoadSensorConfigCmdsHook", "_ZN4CamX24LoadSensorConfigCmdsHookEPv",
+       "CamX::LoadSensorConfigCmdsHook(void*)", nullptr},
+      {"SensorCreateAndSubmitCommandHook",
+       "_ZN4CamX32SensorCreateAndSubmitCommandHookEPvjNS_17I2CRegSettingTypeE22CSLPacketOpcodesSensorjjPKv",
+       "CamX::SensorCreateAndSubmitCommandHook(void*, unsigned int, CamX::I2CRegSettingType, "
+       "CSLPacketOpcodesSensor, unsigned int, unsigned int, void const*)",
+       nullptr},
+      {"CreateI2CInfoCmdHook", "_ZN4CamX20CreateI2CInfoCmdHookEPvP16CSLSensorI2CInfot",
+       "CamX::CreateI2CInfoCmdHook(void*, CSLSensorI2CInfo*, unsigned short)", nullptr},
+      {"EEPROMDataProbeHook", "_ZN4CamX19EEPROMDataProbeHookEPv", "CamX::EEPROMDataProbeHook(void*)",
+       nullptr},
+      {"ProbeEEPROMHook", "_ZN4CamX15ProbeEEPROMHookEPvPNS_12HwSensorInfoEPKNS_16HwDeviceTypeInfoE",
+       "CamX::ProbeEEPROMHook(void*, CamX::HwSensorInfo*, CamX::HwDeviceTypeInfo const*)", nullptr},
+      {"ReadEEPROMDeviceHook", "_ZN4CamX20ReadEEPROMDeviceHookEPv", "CamX::ReadEEPROMDeviceHook(void*)",
+       nullptr},
+      {"EEPROMVerifyChecksumHook", "_ZN4CamX24EEPROMVerifyChecksumHookEPvPhi",
+       "CamX::EEPROMVerifyChecksumHook(void*, unsigned char*, int)", nullptr},
+      {"ActuatorDataHook", "_ZN4CamX16ActuatorDataHookEPvPNS_18ActuatorDriverDataE",
+       "CamX::ActuatorDataHook(void*, CamX::ActuatorDriverData*)", nullptr},
+      {"OISRegisterProviderHook", "_ZN4CamX23OISRegisterProviderHookEPvS0_PKNS_14NCSProviderCapE",
+       "CamX::OISRegisterProviderHook(void*, void*, CamX::NCSProviderCap const*)", nullptr},
+      {"OISCreateI2CInfoCmdHook", "_ZN4CamX23OISCreateI2CInfoCmdHookEPvP13CSLOISI2CInfoi",
+       "CamX::OISCreateI2CInfoCmdHook(void*, CSLOISI2CInfo*, int)", nullptr},
+      {"ReadLensPositionDataHook", "_ZN4CamX24ReadLensPositionDataHookEPv",
+       "CamX::ReadLensPositionDataHook(void*)", nullptr},
+      {"FormatLensPositionDataHook", "_ZN4CamX26FormatLensPositionDataHookEPvPNS_19OISLensPositionDataEPhm",
+       "CamX::FormatLensPositionDataHook(void*, CamX::OISLensPositionData*, unsigned char*, unsigned long)",
+       nullptr},
+      {"PostGyroDataHook",
+       "_ZN4CamX16PostGyroDataHookEPvNS_13NCSSensorTypeERNSt3__16vectorIP15sensors_event_tNS2_9allocatorIS5_EEEE",
+       "CamX::PostGyroDataHook(void*, CamX::NCSSensorType, std::__1::vector<sensors_event_t*, "
+       "std::__1::allocator<sensors_event_t*>>&)",
+       nullptr},
+      {"CSLMessageHandlerHook", "_ZN4CamX21CSLMessageHandlerHookEPvP10CSLMessage",
+       "CamX::CSLMessageHandlerHook(void*, CSLMessage*)", nullptr},
+      {"ProcessCaptureRequestHook", "_ZN4CamX25ProcessCaptureRequestHookEPvPNS_21Camera3CaptureRequestE",
+       "CamX::ProcessCaptureRequestHook(void*, CamX::Camera3CaptureRequest*)", nullptr},
+      {"SetErrorFrameworkId", "_ZN4CamX19SetErrorFrameworkIdEji", "CamX::SetErrorFrameworkId(unsigned int, int)",
+       nullptr},
+  };
+  return kCatalogue;
+}
+
+const CatalogueEntry* FindCatalogueEntry(const std::string& name) {
+  for (const CatalogueEntry& entry : Catalogue()) {
+    if (name == entry.name) return &entry;
+  }
+  return nullptr;
+}
+
+std::string BuildOutputDir() { return framework::LibraryDir(); }
+
+std::string HookLibraryPath() { return BuildOutputDir() + "/" REMEDIUM_HOOK_LIBRARY; }
+
+std::unique_ptr<HookLibrary> HookLibrary::Load(const std::string& path, std::string* error) {
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    if (error != nullptr) {
+      const char* why = dlerror();
+      *error = "cannot load the hook library " + path + ": " + (why != nullptr ? why : "unknown error");
+    }
+    return nullptr;
+  }
+  return std::unique_ptr<HookLibrary>(new HookLibrary(handle, path));
+}
+
+HookLibrary::~HookLibrary() {
+  // Runs the library's exit-time destructors, as the end of a process would.
+  dlclose(m_handle);
+}
+
+bool HookLibrary::Unloaded() const {
+  void* again = dlopen(m_path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (again == nullptr) return true;
+  dlclose(again);
+  return false;
+}
+
+void* HookLibrary::Symbol(const std::string& mangled) const { return dlsym(m_handle, mangled.c_str()); }
+
+std::vector<std::string> HookLibrary::InstallAll() const {
+  std::vector<std::string> installed;
+  for (const CatalogueEntry& entry : Catalogue()) {
+    void* proxy = Symbol(entry.mangled);
+    if (proxy == nullptr || entry.halFunction == nullptr) continue;
+    RegisterHook(proxy, entry.halFunction);
+    installed.push_back(entry.name);
+  }
+  return installed;
+}
+
+namespace {
+
+void ResetRecords() {
+  ClearLog();
+  ClearJournal();
+  ClearSysfsWrites();
+  ClearHookStackCalls();
+  hal::Reset();
+  framework::ResetCore();
+}
+
+}  // namespace
+
+Phone::Phone() {
+  char pattern[] = "/tmp/remedium-phone-XXXXXX";
+  const char* made = mkdtemp(pattern);
+  m_root = made != nullptr ? made : "/tmp/remedium-phone";
+  SetDeviceRoot(m_root);
+  ResetProperties();
+  ResetRecords();
+  ClearHooks();
+  SetHookMode(0);
+  SetSysfsDriver(nullptr);
+  PinBootTime(-1);
+}
+
+Phone::~Phone() {
+  StopCameraProcess();
+  SetSysfsDriver(nullptr);
+  ClearHooks();
+  SetDeviceRoot("");
+  std::error_code ec;
+  std::filesystem::remove_all(m_root, ec);
+}
+
+HookLibrary* Phone::StartCameraProcess(std::string* error) {
+  StopCameraProcess();
+  std::string why;
+  m_library = HookLibrary::Load(HookLibraryPath(), &why);
+  if (!m_library) {
+    if (error != nullptr) *error = why;
+    return nullptr;
+  }
+  m_library->InstallAll();
+  return m_library.get();
+}
+
+void Phone::StopCameraProcess() {
+  m_library.reset();
+  ClearHooks();
+}
+
+HookLibrary* Phone::RestartCameraService() {
+  StopCameraProcess();
+  return StartCameraProcess();
+}
+
+HookLibrary* Phone::Reboot() {
+  StopCameraProcess();
+  RebootProperties();
+  return StartCameraProcess();
+}
+
+}  // namespace sim

@@ -1,0 +1,84 @@
+// Loads the built hook library the way the framework core does (dlopen, then
+// each proxy by its exported C++ name), installs the proxies over the
+// simulated HAL, and gives each test or scenario a fresh simulated phone.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+// One row of the hook catalogue: the exported name and, where the simulated
+// HAL has it, the HAL function the proxy is installed over.
+struct CatalogueEntry {
+  const char* name;       // "GetStaticCapsHook"
+  const char* mangled;    // the exported symbol
+  const char* signature;  // its demangled C++ name
+  void* halFunction;      // null for CamX::SetErrorFrameworkId and HAL functions not simulated
+};
+const std::vector<CatalogueEntry>& Catalogue();
+const CatalogueEntry* FindCatalogueEntry(const std::string& name);
+
+// The folder holding the built libraries and programs.
+std::string BuildOutputDir();
+std::string HookLibraryPath();
+
+// A loaded hook library; unloading it ends its "process": the library's
+// in-process state (its statics, the core it loaded) is gone.
+class HookLibrary {
+ public:
+  // Null with `error` set when the library cannot be opened.
+  static std::unique_ptr<HookLibrary> Load(const std::string& path, std::string* error);
+  ~HookLibrary();
+
+  void* Symbol(const std::string& mangled) const;
+  // Resolves a proxy by its catalogue name; null when the library lacks it.
+  template <typename Fn>
+  Fn* Proxy(const std::string& name) const {
+    const CatalogueEntry* entry = FindCatalogueEntry(name);
+    return entry == nullptr ? nullptr : reinterpret_cast<Fn*>(Symbol(entry->mangled));
+  }
+  // Registers every resolved proxy over its simulated HAL function, as the
+  // core's installer does. Returns the names installed.
+  std::vector<std::string> InstallAll() const;
+  bool Unloaded() const;
+
+  HookLibrary(const HookLibrary&) = delete;
+  HookLibrary& operator=(const HookLibrary&) = delete;
+
+ private:
+  explicit HookLibrary(void* handle, std::string path) : m_handle(handle), m_path(std::move(path)) {}
+  void* m_handle;
+  std::string m_path;
+};
+
+// A fresh simulated phone: a new device root (removed afterwards), no
+// properties, empty records, shared hook mode, no hooks installed.
+class Phone {
+ public:
+  Phone();
+  ~Phone();
+  const std::string& root() const { return m_root; }
+
+  // Starts the camera process: loads the hook library and installs its
+  // proxies. Aborts the caller's test on failure through the returned null.
+  HookLibrary* StartCameraProcess(std::string* error = nullptr);
+  // Ends the camera process (the library's in-process state is lost;
+  // properties stay).
+  void StopCameraProcess();
+  // Restarts the camera service: a fresh process, all properties stay.
+  HookLibrary* RestartCameraService();
+  // Reboots: a fresh process, only "persist." properties stay.
+  HookLibrary* Reboot();
+  HookLibrary* library() const { return m_library.get(); }
+
+  Phone(const Phone&) = delete;
+  Phone& operator=(const Phone&) = delete;
+
+ private:
+  std::string m_root;
+  std::unique_ptr<HookLibrary> m_library;
+};
+
+}  // namespace sim
