@@ -39,4 +39,34 @@ constexpr bool IsAligned(Field<T> field) {
 inline constexpr Field<uint32_t> kStaticCapsSlotId{0x4D318};
 static_assert(kStaticCapsSlotId.offset == 316184 && IsAligned(kStaticCapsSlotId));
 
+// CamX::ActuatorDriverData (second argument of ActuatorData): the actuator's
+// name (NUL-terminated) and its I2C slave address.
+inline constexpr Field<const char*> kActuatorDriverDataName{0x18};
+static_assert(kActuatorDriverDataName.offset == 24 && IsAligned(kActuatorDriverDataName));
+inline constexpr Field<uint16_t> kActuatorDriverDataSlaveAddress{0x2C};
+static_assert(kActuatorDriverDataSlaveAddress.offset == 44 && IsAligned(kActuatorDriverDataSlaveAddress));
+
+// CSLOISI2CInfo (second argument of OISCreateI2CInfoCmd): the OIS I2C slave
+// address, first in the record.
+inline constexpr Field<uint32_t> kOISI2CInfoSlaveAddress{0};
+static_assert(kOISI2CInfoSlaveAddress.offset == 0 && IsAligned(kOISI2CInfoSlaveAddress));
+
+// CSLMessage (second argument of CSLMessageHandler): the message kind (0 for
+// the frame messages that are matched, 1 for an error message), the 64-bit
+// value a frame message carries, and the two words an error message is made
+// of. The error code overlays the low half of the frame value.
+inline constexpr Field<uint32_t> kCSLMessageType{0};
+static_assert(kCSLMessageType.offset == 0 && IsAligned(kCSLMessageType));
+inline constexpr Field<uint64_t> kCSLMessageFrameValue{8};
+static_assert(kCSLMessageFrameValue.offset == 8 && IsAligned(kCSLMessageFrameValue));
+inline constexpr Field<uint32_t> kCSLMessageErrorCode{8};
+static_assert(kCSLMessageErrorCode.offset == kCSLMessageFrameValue.offset && IsAligned(kCSLMessageErrorCode));
+inline constexpr Field<uint32_t> kCSLMessageErrorWord{0x2C};
+static_assert(kCSLMessageErrorWord.offset == 44 && IsAligned(kCSLMessageErrorWord));
+
+// CamX::Camera3CaptureRequest (second argument of ProcessCaptureRequest): the
+// request's settings metadata (a camera_metadata_t*, null for none).
+inline constexpr Field<void*> kCaptureRequestSettings{8};
+static_assert(kCaptureRequestSettings.offset == 8 && IsAligned(kCaptureRequestSettings));
+
 }  // namespace CamX::Layout

@@ -15,4 +15,38 @@ CAMX_HOOK_EXPORT CamxResult GetStaticCapsHook(void* pThis, SensorModuleStaticCap
                                               TuningDataManager* pTuningManager,
                                               unsigned int cameraId) noexcept;
 
+// Lens and OIS. On the core's "ActuatorI2CError" arguments, moves a named
+// actuator to the other I2C slave address before the HAL uses its data.
+CAMX_HOOK_EXPORT void ActuatorDataHook(void* pThis, ActuatorDriverData* pActuatorDriverData) noexcept;
+// Never registers the OIS provider; always 1.
+CAMX_HOOK_EXPORT CamxResult OISRegisterProviderHook(void* pThis, void* pUnusedArg,
+                                                    const NCSProviderCap* pProviderCap) noexcept;
+// Moves the OIS I2C slave address the HAL built to the other address.
+CAMX_HOOK_EXPORT CamxResult OISCreateI2CInfoCmdHook(void* pThis, CSLOISI2CInfo* pI2CInfo,
+                                                    int parameter) noexcept;
+// On the core's "ReadLensPositionData" arguments, delays the read and/or
+// replaces its result.
+CAMX_HOOK_EXPORT CamxResult ReadLensPositionDataHook(void* pThis) noexcept;
+// Formats as the HAL does; always 1.
+CAMX_HOOK_EXPORT CamxResult FormatLensPositionDataHook(void* pThis, OISLensPositionData* pLensPositionData,
+                                                       unsigned char* pBuffer, unsigned long bufferSize) noexcept;
+
+// Gyro. Moves the timestamp of one randomly chosen sample of each batch back.
+CAMX_HOOK_EXPORT CamxResult PostGyroDataHook(void* pThis, NCSSensorType type,
+                                             std::vector<sensors_event_t*>& samples) noexcept;
+
+// Pipeline. Turns the frame message the core names ("CSLMessageHandler")
+// into an error message before the HAL handles it. Runs for every kernel
+// message: allocates nothing while the core names no frame.
+CAMX_HOOK_EXPORT void CSLMessageHandlerHook(void* pUserData, CSLMessage* pMessage) noexcept;
+// Aborts the camera process on a request whose "velora.video"/"recordControl"
+// tag is 1, before the HAL sees it. Runs for every capture request: no
+// allocation, no file or property access.
+CAMX_HOOK_EXPORT CamxResult ProcessCaptureRequestHook(void* pThis, Camera3CaptureRequest* pRequest) noexcept;
+
+// Adds (isError non-zero) or removes the framework identifier of camera `id`
+// in the list of cameras in error, "persist.vendor.camera.errorFrameworkId".
+// A plain function for the library's own hooks, exported by name.
+CAMX_HOOK_EXPORT void SetErrorFrameworkId(unsigned int id, int isError) noexcept;
+
 }  // namespace CamX

@@ -91,7 +91,103 @@ void InstallCoreWithoutEntry() {
 
 void RemoveCore() { sim::RemoveDeviceFile(kCorePath); }
 
+namespace {
+
+constexpr char kMessageCenterPath[] = "/vendor/lib64/com.velora.messagecenter.so";
+
+struct MessageCenterState {
+  std::mutex mutex;
+  std::map<std::string, std::string> sensorTypes;  // sensor name -> type
+  std::map<std::string, std::pair<std::string, int64_t>> mostProbed;  // type -> (name, count)
+  std::vector<MessageCenterRequest> requests;
+};
+
+MessageCenterState& Centre() {
+  static auto* state = new MessageCenterState;
+  return *state;
+}
+
+std::string Describe(const MessageCenterRequest& request) {
+  std::string text = request.name + "(";
+  const char* separator = "";
+  for (const auto& [key, value] : request.data) {
+    text += separator + key + "=";
+    if (value.type == 3) {
+      text += value.text;
+    } else if (value.type == 1) {
+      text += std::to_string(value.int64Value);
+    } else {
+      text += std::to_string(value.intValue);
+    }
+    separator = ", ";
+  }
+  return text + ")";
+}
+
+}  // namespace
+
+void ResetMessageCenter() {
+  std::lock_guard<std::mutex> lock(Centre().mutex);
+  Centre().sensorTypes.clear();
+  Centre().mostProbed.clear();
+  Centre().requests.clear();
+}
+
+void SetSensorType(const std::string& sensorName, const std::string& type) {
+  std::lock_guard<std::mutex> lock(Centre().mutex);
+  Centre().sensorTypes[sensorName] = type;
+}
+
+void SetMostProbedSensor(const std::string& type, const std::string& sensorName, int64_t recordCount) {
+  std::lock_guard<std::mutex> lock(Centre().mutex);
+  Centre().mostProbed[type] = {sensorName, recordCount};
+}
+
+std::vector<MessageCenterRequest> MessageCenterRequests() {
+  std::lock_guard<std::mutex> lock(Centre().mutex);
+  return Centre().requests;
+}
+
+void InstallMessageCenter() {
+  sim::LinkDeviceFile(kMessageCenterPath, LibraryDir() + "/com.velora.messagecenter.so");
+}
+
+void InstallMessageCenterWithoutSend() {
+  sim::LinkDeviceFile(kMessageCenterPath, LibraryDir() + "/simmessagecenter_nosend.so");
+}
+
+void RemoveMessageCenter() { sim::RemoveDeviceFile(kMessageCenterPath); }
+
 namespace shim {
+
+bool MessageCenterSend(const MessageCenterRequest& request, MessageCenterReply* reply) {
+  bool known = true;
+  {
+    std::lock_guard<std::mutex> lock(Centre().mutex);
+    Centre().requests.push_back(request);
+    const auto entry = [&request](const std::string& key) {
+      const auto it = request.data.find(key);
+      return it != request.data.end() ? it->second.text : std::string();
+    };
+    if (request.name == "GET_SENSOR_TYPE") {
+      const auto it = Centre().sensorTypes.find(entry("sensor_name"));
+      if (it != Centre().sensorTypes.end()) reply->strings["sensor_type"] = it->second;
+    } else if (request.name == "GET_MOST_PROBE_SENSOR_NAME") {
+      const auto it = Centre().mostProbed.find(entry("sensor_type"));
+      if (it != Centre().mostProbed.end()) {
+        reply->strings["sensor_name"] = it->second.first;
+        reply->int64s["record_count"] = it->second.second;
+      }
+    } else {
+      known = false;
+    }
+  }
+  std::string answer;
+  for (const auto& [key, text] : reply->strings) answer += " " + key + "=" + text;
+  for (const auto& [key, number] : reply->int64s) answer += " " + key + "=" + std::to_string(number);
+  sim::Record("messagecenter", "SendMessage " + Describe(request) + " ->" + (answer.empty() ? " (none)" : answer));
+  return known;
+}
 
 bool IsSwitchOpened(int32_t kind) {
   bool open = false;

@@ -1,7 +1,8 @@
-// Scriptable fakes of the framework: the Remedium core (and, later, the
-// message centre). The scripting state and the records live here, in a
-// library the test program links; the core library that the hook library
-// dlopens is a thin shim over it, installed into the device root on request.
+// Scriptable fakes of the framework: the Remedium core and the message
+// centre. The scripting state and the records live here, in a library the
+// test program links; the core and message-centre libraries that the hook
+// library dlopens are thin shims over it, installed into the device root on
+// request.
 #pragma once
 
 #include <cstdint>
@@ -52,8 +53,48 @@ void InstallCore();
 void InstallCoreWithoutEntry();
 void RemoveCore();
 
-// Used by the core shim.
+// The fake message centre ("com.velora.messagecenter.so"). It answers
+// "GET_SENSOR_TYPE" (request "sensor_name", reply "sensor_type") and
+// "GET_MOST_PROBE_SENSOR_NAME" (request "sensor_type", reply "sensor_name" and
+// the 64-bit "record_count") from what a test configured, and records every
+// request. A reply holds only the answered entries: a sensor or type that was
+// not configured gets an empty reply.
+
+// One data entry of a request, as the message centre read it.
+struct MessageCenterValue {
+  uint32_t type;  // MessageData type: 0 int, 1 64-bit int, 2 float, 3 string, 4 buffer, 5 none
+  std::string text;
+  uint32_t intValue;
+  int64_t int64Value;
+};
+
+struct MessageCenterRequest {
+  std::string name;
+  std::map<std::string, MessageCenterValue> data;
+};
+
+// The answer written into the caller's reply record.
+struct MessageCenterReply {
+  std::map<std::string, std::string> strings;
+  std::map<std::string, int64_t> int64s;
+};
+
+// Forgets the configured answers and the recorded requests.
+void ResetMessageCenter();
+void SetSensorType(const std::string& sensorName, const std::string& type);
+void SetMostProbedSensor(const std::string& type, const std::string& sensorName, int64_t recordCount);
+std::vector<MessageCenterRequest> MessageCenterRequests();
+
+// Installs the fake message centre at "/vendor/lib64/com.velora.messagecenter.so"
+// of the device root, or one lacking "MessageCenterSendMessage", or removes it.
+void InstallMessageCenter();
+void InstallMessageCenterWithoutSend();
+void RemoveMessageCenter();
+
+// Used by the core shim and the message-centre shim.
 namespace shim {
+// Records the request and fills `reply`; false for a request it does not know.
+bool MessageCenterSend(const MessageCenterRequest& request, MessageCenterReply* reply);
 bool IsSwitchOpened(int32_t kind);
 void ProtectionCallback(const CoreCallback& callback);
 std::vector<std::string> GetHookArguments(const std::string& hookName);

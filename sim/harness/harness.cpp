@@ -9,6 +9,7 @@
 #include "simdevice.h"
 #include "simframework.h"
 #include "simhal.h"
+#include "simlenspipelinehal.h"
 #include "simlog.h"
 #include "simproperties.h"
 #include "simshadowhook.h"
@@ -46,25 +47,27 @@ const std::vector<CatalogueEntry>& Catalogue() {
       {"EEPROMVerifyChecksumHook", "_ZN4CamX24EEPROMVerifyChecksumHookEPvPhi",
        "CamX::EEPROMVerifyChecksumHook(void*, unsigned char*, int)", nullptr},
       {"ActuatorDataHook", "_ZN4CamX16ActuatorDataHookEPvPNS_18ActuatorDriverDataE",
-       "CamX::ActuatorDataHook(void*, CamX::ActuatorDriverData*)", nullptr},
+       "CamX::ActuatorDataHook(void*, CamX::ActuatorDriverData*)", reinterpret_cast<void*>(&hal::ActuatorData)},
       {"OISRegisterProviderHook", "_ZN4CamX23OISRegisterProviderHookEPvS0_PKNS_14NCSProviderCapE",
-       "CamX::OISRegisterProviderHook(void*, void*, CamX::NCSProviderCap const*)", nullptr},
+       "CamX::OISRegisterProviderHook(void*, void*, CamX::NCSProviderCap const*)",
+       reinterpret_cast<void*>(&hal::OISRegisterProvider)},
       {"OISCreateI2CInfoCmdHook", "_ZN4CamX23OISCreateI2CInfoCmdHookEPvP13CSLOISI2CInfoi",
-       "CamX::OISCreateI2CInfoCmdHook(void*, CSLOISI2CInfo*, int)", nullptr},
+       "CamX::OISCreateI2CInfoCmdHook(void*, CSLOISI2CInfo*, int)", reinterpret_cast<void*>(&hal::OISCreateI2CInfoCmd)},
       {"ReadLensPositionDataHook", "_ZN4CamX24ReadLensPositionDataHookEPv",
-       "CamX::ReadLensPositionDataHook(void*)", nullptr},
+       "CamX::ReadLensPositionDataHook(void*)", reinterpret_cast<void*>(&hal::ReadLensPositionData)},
       {"FormatLensPositionDataHook", "_ZN4CamX26FormatLensPositionDataHookEPvPNS_19OISLensPositionDataEPhm",
        "CamX::FormatLensPositionDataHook(void*, CamX::OISLensPositionData*, unsigned char*, unsigned long)",
-       nullptr},
+       reinterpret_cast<void*>(&hal::FormatLensPositionData)},
       {"PostGyroDataHook",
        "_ZN4CamX16PostGyroDataHookEPvNS_13NCSSensorTypeERNSt3__16vectorIP15sensors_event_tNS2_9allocatorIS5_EEEE",
        "CamX::PostGyroDataHook(void*, CamX::NCSSensorType, std::__1::vector<sensors_event_t*, "
        "std::__1::allocator<sensors_event_t*>>&)",
-       nullptr},
+       reinterpret_cast<void*>(&hal::PostGyroData)},
       {"CSLMessageHandlerHook", "_ZN4CamX21CSLMessageHandlerHookEPvP10CSLMessage",
-       "CamX::CSLMessageHandlerHook(void*, CSLMessage*)", nullptr},
+       "CamX::CSLMessageHandlerHook(void*, CSLMessage*)", reinterpret_cast<void*>(&hal::CSLMessageHandler)},
       {"ProcessCaptureRequestHook", "_ZN4CamX25ProcessCaptureRequestHookEPvPNS_21Camera3CaptureRequestE",
-       "CamX::ProcessCaptureRequestHook(void*, CamX::Camera3CaptureRequest*)", nullptr},
+       "CamX::ProcessCaptureRequestHook(void*, CamX::Camera3CaptureRequest*)",
+       reinterpret_cast<void*>(&hal::ProcessCaptureRequest)},
       {"SetErrorFrameworkId", "_ZN4CamX19SetErrorFrameworkIdEji", "CamX::SetErrorFrameworkId(unsigned int, int)",
        nullptr},
   };
@@ -128,6 +131,7 @@ void ResetRecords() {
   ClearHookStackCalls();
   hal::Reset();
   framework::ResetCore();
+  framework::ResetMessageCenter();
 }
 
 }  // namespace

@@ -21,6 +21,15 @@ namespace {
 // What the library implements so far; grows until it holds all 20.
 const std::set<std::string> kImplemented = {
     "GetStaticCapsHook",
+    "ActuatorDataHook",
+    "OISRegisterProviderHook",
+    "OISCreateI2CInfoCmdHook",
+    "ReadLensPositionDataHook",
+    "FormatLensPositionDataHook",
+    "PostGyroDataHook",
+    "CSLMessageHandlerHook",
+    "ProcessCaptureRequestHook",
+    "SetErrorFrameworkId",
 };
 
 // Defined dynamic symbols of an ELF64 shared object.

@@ -1,0 +1,111 @@
+#include "imagesensorstate.h"
+
+#include <cutils/properties.h>
+#include <time.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <regex>
+
+#include "client/interface/remediumconfig.h"
+#include "client/interface/remediumlog.h"
+
+namespace {
+
+// The maker's log tools expect these lines under this file and these lines.
+constexpr char kSourceFile[] = "core/model/monitor/interface/imagesensorstate.cpp";
+constexpr int kUpdateReadLogLine = 100;
+constexpr int kUpdateWriteLogLine = 138;
+constexpr int kGetValueLogLine = 174;
+constexpr int kGetMatchLogLine = 185;
+
+// Larger than any property value; the formatted record is at most 75
+// characters (three one-letter results and 19-digit times).
+constexpr size_t kValueSize = 256;
+
+bool ModuleOn() { return RemediumConfig::GetInstance().IsModuleSwitchOpened(kImageSensorStateModule); }
+
+std::string PropertyName(uint32_t cameraId) { return kImageSensorStatePropertyPrefix + std::to_string(cameraId); }
+
+std::map<std::string, ImageSensorState> UnrecordedStates() {
+  return {{"P", {"-", 0}}, {"I", {"-", 0}}, {"C", {"-", 0}}};
+}
+
+// Calls `onGroup` for each well-formed group of `value`, left to right; text
+// between and around groups is ignored.
+template <typename OnGroup>
+void ForEachGroup(const std::string& value, OnGroup&& onGroup) {
+  const std::regex pattern(kImageSensorStatePattern, std::regex::ECMAScript);
+  std::smatch match;
+  auto from = value.cbegin();
+  while (std::regex_search(from, value.cend(), match, pattern)) {
+    if (match.size() < 4) break;
+    onGroup(match);
+    from = match[0].second;
+  }
+}
+
+// Whole seconds since boot, suspend included.
+int64_t BootSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  return static_cast<int64_t>(now.tv_sec);
+}
+
+// atoll saturates on overflow (it is strtoll in the C library).
+int64_t Seconds(const std::ssub_match& digits) { return std::atoll(digits.str().c_str()); }
+
+}  // namespace
+
+void ImageSensorStateHelper::UpdateImageSensorStateProperty(uint32_t cameraId, std::string stage,
+                                                            std::string result) {
+  if (!ModuleOn()) return;
+
+  const std::string key = PropertyName(cameraId);
+  char value[kValueSize] = {};
+  property_get(key.c_str(), value, kImageSensorStateEmpty);
+  RemediumLog(kLogVerbose, kSourceFile, kUpdateReadLogLine, __func__, "camera id: %d, stage: %s, result: %s, property: %s",
+              static_cast<int>(cameraId), stage.c_str(), result.c_str(), value);
+
+  std::map<std::string, ImageSensorState> states = UnrecordedStates();
+  // Tested per group, before anything is copied: an update with any other
+  // result text copies nothing and so resets the whole record.
+  const bool resultValid = result.size() == 1 && (result[0] == 'S' || result[0] == 'F');
+  ForEachGroup(value, [&](const std::smatch& match) {
+    const auto entry = states.find(match[1].str());
+    if (entry == states.end() || !resultValid) return;
+    if (match[1] == stage) {
+      entry->second = {result, BootSeconds()};
+    } else {
+      entry->second = {match[2].str(), Seconds(match[3])};
+    }
+  });
+
+  char updated[kValueSize] = {};
+  std::snprintf(updated, sizeof(updated), kImageSensorStateFormat, states["P"].result.c_str(),
+                static_cast<long long>(states["P"].timestamp), states["I"].result.c_str(),
+                static_cast<long long>(states["I"].timestamp), states["C"].result.c_str(),
+                static_cast<long long>(states["C"].timestamp));
+  RemediumLog(kLogVerbose, kSourceFile, kUpdateWriteLogLine, __func__, "set property: %s", updated);
+  property_set(key.c_str(), updated);  // OK: a lost write only loses this record
+}
+
+ImageSensorStateSet ImageSensorStateHelper::GetImageSensorState(uint32_t cameraId) {
+  ImageSensorStateSet set{cameraId, UnrecordedStates()};
+  if (!ModuleOn()) return set;
+
+  const std::string key = PropertyName(cameraId);
+  char value[kValueSize] = {};
+  property_get(key.c_str(), value, kImageSensorStateEmpty);
+  if (std::strcmp(value, kImageSensorStateEmpty) == 0) return set;
+  RemediumLog(kLogInfo, kSourceFile, kGetValueLogLine, __func__, "property key:%s  string: %s", key.c_str(), value);
+
+  const char* const function = __func__;  // the lambda's own would be "operator()"
+  ForEachGroup(value, [&](const std::smatch& match) {
+    RemediumLog(kLogVerbose, kSourceFile, kGetMatchLogLine, function, "match: %s, %s, %s, %s", match[0].str().c_str(),
+                match[1].str().c_str(), match[2].str().c_str(), match[3].str().c_str());
+    set.states[match[1].str()] = {match[2].str(), Seconds(match[3])};
+  });
+  return set;
+}

@@ -1,0 +1,42 @@
+// The number-list texts: whatever text is parsed, its values format back to
+// text that parses to the same values; any list of values survives a round
+// trip exactly, extremes included.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "fuzz_check.h"
+#include "hook/src/settings.h"
+
+namespace {
+
+bool IsCanonicalText(const std::string& text) {
+  return text.find_first_not_of("0123456789,-") == std::string::npos && text.find(",,") == std::string::npos &&
+         (text.empty() || (text.front() != ',' && text.back() != ','));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  const std::vector<long> parsed = CamX::StringToArray64(text, 0);
+  FUZZ_CHECK(parsed.size() <= size);  // every number takes at least one character
+  const std::string formatted = CamX::ArrayToString64(parsed);
+  FUZZ_CHECK(IsCanonicalText(formatted));
+  FUZZ_CHECK(CamX::StringToArray64(formatted, 0) == parsed);
+
+  // The same bytes taken as raw 64-bit and 32-bit values.
+  std::vector<long> wide(size / sizeof(long));
+  if (!wide.empty()) std::memcpy(wide.data(), data, wide.size() * sizeof(long));
+  const std::string wideText = CamX::ArrayToString64(wide);
+  FUZZ_CHECK(IsCanonicalText(wideText));
+  FUZZ_CHECK(CamX::StringToArray64(wideText, 0) == wide);
+
+  std::vector<int> narrow(size / sizeof(int));
+  if (!narrow.empty()) std::memcpy(narrow.data(), data, narrow.size() * sizeof(int));
+  const std::vector<long> narrowBack = CamX::StringToArray64(CamX::ArrayToString(narrow), 0);
+  FUZZ_CHECK(narrowBack == std::vector<long>(narrow.begin(), narrow.end()));
+  return 0;
+}

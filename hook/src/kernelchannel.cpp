@@ -1,0 +1,134 @@
+#include "hook/src/kernelchannel.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "hook/src/camxhal.h"
+#include "hook/src/hooklog.h"
+#include "hook/src/settings.h"
+
+namespace CamX {
+
+namespace {
+
+static_assert(sizeof(long) == sizeof(int64_t));
+
+// Same text for every operation; logged under the caller's name.
+void LogOpenFailure(const char* func, int line, int errorNum) {
+  char errorText[100] = {};
+  OsUtils::StrError(errorText, sizeof(errorText), errorNum);
+  RemediumLog(kLogInfo, kHookSourceFile, line, func,
+              "Failed to open /sys/module/camera/parameters/sensor_apply_settings_control: errnoStr: %s", errorText);
+}
+
+void LogReadText(const char* func, int line, const char* text) {
+  RemediumLog(kLogInfo, kHookSourceFile, line, func, "read sensor_apply_settings_control: %s", text);
+}
+
+// One write of the text followed by NUL padding; text past 1024 bytes is cut.
+ssize_t WriteTable(int fd, const std::string& text) {
+  char buffer[kKernelTextSize] = {};
+  std::memcpy(buffer, text.data(), std::min(text.size(), sizeof(buffer)));
+  return write(fd, buffer, sizeof(buffer));
+}
+
+// The camera's entry in one block. Callers pass ids below 16; an id past the
+// table is a caller fault and stops the process like a hardened bounds check
+// rather than writing outside the table.
+long& Entry(ProbeResultTable& table, size_t block, uint32_t cameraId) {
+  const size_t index = block + cameraId;
+  if (index >= table.size()) __builtin_trap();
+  return table[index];
+}
+
+}  // namespace
+
+ProbeResultTable ParseProbeResultTable(const std::string& text) {
+  ProbeResultTable table = StringToArray64(text, 0);
+  // OK: text after the 64th value is ignored; reads are bounded to 1023 bytes.
+  if (table.size() > kProbeResultTableSize) table.resize(kProbeResultTableSize);
+  return table;
+}
+
+ProbeResultTable SetSensorProbeResult(uint32_t cameraId, int64_t) {
+  const int fd = open(kSensorApplySettingsControlPath, O_RDWR);
+  // Descriptor 0 counts as a failure too, and is left open.
+  if (fd < 1) {
+    LogOpenFailure(__func__, __LINE__, errno);
+    return {};
+  }
+  char text[kKernelTextSize] = {};
+  const ssize_t length = read(fd, text, sizeof(text) - 1);
+  if (length <= 0) {
+    close(fd);
+    return {};
+  }
+  text[length] = '\0';
+  LogReadText(__func__, __LINE__, text);
+  ProbeResultTable table = ParseProbeResultTable(text);
+  if (table.size() == kProbeResultTableSize) {
+    Entry(table, kApplyControlBlock, cameraId) = kApplyControlMarked;
+    Entry(table, kControlValueBlock, cameraId) = kControlValueMarked;
+    Entry(table, kClearedControlBlock, cameraId) = 0;
+    const std::string newText = ArrayToString64(table);
+    // The size printed is always 0, as the driver's tooling expects.
+    HOOK_LOG(kLogInfo, "set sensor_apply_settings_control: %s, size: %d", newText.c_str(), 0);
+    // OK: no seek back after the read; a sysfs store replaces the whole value.
+    (void)WriteTable(fd, newText);
+  }
+  close(fd);
+  return table;
+}
+
+ProbeResultTable ReadSensorProbeResult(uint32_t) {
+  const int fd = open(kSensorApplySettingsControlPath, O_RDONLY);
+  // Descriptor 0 counts as a failure too, and is left open.
+  if (fd < 1) {
+    LogOpenFailure(__func__, __LINE__, errno);
+    return {};
+  }
+  char text[kKernelTextSize] = {};
+  const ssize_t length = read(fd, text, sizeof(text) - 1);
+  if (length <= 0) {
+    close(fd);
+    return {};
+  }
+  text[length] = '\0';
+  LogReadText(__func__, __LINE__, text);
+  ProbeResultTable table = ParseProbeResultTable(text);
+  close(fd);
+  return table;
+}
+
+void ResetSensorProbeResult(uint32_t cameraId) {
+  const int fd = open(kSensorApplySettingsControlPath, O_RDWR);
+  // Unlike the other two operations, descriptor 0 is usable here.
+  if (fd < 0) {
+    LogOpenFailure(__func__, __LINE__, errno);
+    return;
+  }
+  char text[kKernelTextSize] = {};
+  const ssize_t length = read(fd, text, sizeof(text) - 1);
+  // The reset runs only after the same probe read this file successfully, so
+  // a read error here is not handled: it ends the process, as the terminator
+  // store at index -1 would under the device build's bounds checks. Trapping
+  // explicitly keeps that deterministic instead of writing out of bounds.
+  if (length < 0) __builtin_trap();
+  text[length] = '\0';
+  if (length > 0) LogReadText(__func__, __LINE__, text);
+  ProbeResultTable table = ParseProbeResultTable(text);
+  if (table.size() == kProbeResultTableSize) {
+    for (const size_t block : {kApplyControlBlock, kControlValueBlock, kKmdResultBlock, kClearedControlBlock}) {
+      Entry(table, block, cameraId) = 0;
+    }
+    const std::string newText = ArrayToString64(table);
+    if (WriteTable(fd, newText) != 0) HOOK_LOG(kLogInfo, "set sensor_apply_settings_control: %s", newText.c_str());
+  }
+  close(fd);
+}
+
+}  // namespace CamX

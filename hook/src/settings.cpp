@@ -1,0 +1,83 @@
+#include "hook/src/settings.h"
+
+#include <cutils/properties.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "hook/src/hooklog.h"
+
+namespace CamX {
+
+static_assert(sizeof(long) == 8, "number lists and the kernel table hold 64-bit values");
+
+SettingsMap ParseConfigFile(const std::string& path) {
+  SettingsMap settings;
+  std::ifstream file(path);
+  if (!file.is_open()) {
+    HOOK_LOG(kLogVerbose, "Failed to open file: %s", path.c_str());
+    return settings;
+  }
+  std::string line;
+  while (std::getline(file, line)) {
+    const size_t equals = line.find('=');
+    if (equals == std::string::npos || equals + 1 == line.size()) continue;
+    // OK: a repeated key takes the later line's value.
+    settings[line.substr(0, equals)] = line.substr(equals + 1);
+  }
+  return settings;
+}
+
+namespace {
+
+template <typename T>
+std::string JoinNumbers(const std::vector<T>& values) {
+  std::string text;
+  for (size_t i = 0; i < values.size(); ++i) {
+    if (i != 0) text += ',';
+    text += std::to_string(values[i]);
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string ArrayToString(const std::vector<int>& values) { return JoinNumbers(values); }
+
+std::string ArrayToString64(const std::vector<long>& values) { return JoinNumbers(values); }
+
+std::vector<long> StringToArray64(const std::string& text, int) {
+  std::vector<long> values;
+  std::istringstream in(text);
+  long value = 0;
+  // Formatted input: blanks before a number are skipped, and an out-of-range
+  // number fails like any other bad text.
+  while (in >> value) {
+    values.push_back(value);
+    if (in.peek() == ',') in.ignore();
+  }
+  return values;
+}
+
+void RecoverySettings(std::map<std::string, std::string> settings) {
+  if (settings.empty()) return;
+  // Key in the override file -> property the HAL reads later. Only
+  // numPCRsBeforeStreamOn lives in the non-persistent space.
+  static constexpr struct {
+    const char* key;
+    const char* property;
+  } kRows[] = {
+      {"enableEarlyPipelineActivate", "persist.vendor.camera.enableEarlyPipelineActivate"},
+      {"isSatFollowFingersOpt", "persist.vendor.camera.isSatFollowFingersOpt"},
+      {"enableSATWideAlwaysOn", "persist.vendor.camera.enableSATWideAlwaysOn"},
+      {"numPCRsBeforeStreamOn", "vendor.debug.camera.numPCRsBeforeStreamOn"},
+      {"isEarlysettingsEnable", "persist.vendor.camera.isEarlysettingsEnable"},
+  };
+  for (const auto& row : kRows) {
+    const auto it = settings.find(row.key);
+    // OK: a value too long for a property is dropped by property_set.
+    if (it != settings.end()) property_set(row.property, it->second.c_str());
+  }
+}
+
+}  // namespace CamX

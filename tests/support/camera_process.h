@@ -1,0 +1,62 @@
+// A test fixture with a fresh simulated phone whose camera process has the
+// hook library loaded and its proxies installed over the simulated HAL, plus
+// helpers to read what the hooks logged and reported.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "harness.h"
+#include "simframework.h"
+#include "simlog.h"
+
+namespace test {
+
+class CameraProcessTest : public ::testing::Test {
+ protected:
+  // The core is installed unless a test removes it before the first hook
+  // call (the library loads it lazily).
+  void SetUp() override {
+    sim::framework::InstallCore();
+    std::string error;
+    library_ = phone_.StartCameraProcess(&error);
+    ASSERT_NE(library_, nullptr) << error;
+  }
+
+  // The proxy exported under `name`, as the core resolves it.
+  template <typename Fn>
+  Fn* Proxy(const char* name) const {
+    Fn* proxy = library_->Proxy<Fn>(name);
+    EXPECT_NE(proxy, nullptr) << name << " is not exported";
+    return proxy;
+  }
+
+  sim::Phone phone_;
+  sim::HookLibrary* library_ = nullptr;
+};
+
+// The messages of the hooks' log lines ("hook.cpp:<line> <func>() <message>"),
+// without their prefix, in order.
+inline std::vector<std::string> HookMessages() {
+  std::vector<std::string> messages;
+  for (const sim::LogLine& line : sim::LogLines()) {
+    if (line.tag != "[REMEDIUM]" || line.text.rfind("hook.cpp:", 0) != 0) continue;
+    const size_t end = line.text.find("() ");
+    messages.push_back(end == std::string::npos ? line.text : line.text.substr(end + 3));
+  }
+  return messages;
+}
+
+// The hook names the core was notified with (each with value 1, checked).
+inline std::vector<std::string> NotifiedHooks() {
+  std::vector<std::string> names;
+  for (const sim::framework::CoreNotification& notification : sim::framework::CoreNotifications()) {
+    EXPECT_EQ(notification.value, 1) << notification.hookName;
+    names.push_back(notification.hookName);
+  }
+  return names;
+}
+
+}  // namespace test

@@ -1,0 +1,145 @@
+// The kernel probe-result channel over the simulated module parameter file.
+#include "hook/src/kernelchannel.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <climits>
+
+#include "harness.h"
+#include "hook/src/settings.h"
+#include "simdevice.h"
+#include "support/fresh_process.h"
+#include "support/log_matchers.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::IsEmpty;
+
+constexpr char kPath[] = "/sys/module/camera/parameters/sensor_apply_settings_control";
+
+// Distinct non-zero values, signed and beyond 32 bits, so that any stray
+// change or narrowing shows.
+std::vector<long> Numbered(size_t count) {
+  std::vector<long> values;
+  for (size_t i = 0; i < count; ++i) values.push_back((i % 2 ? -1 : 1) * (static_cast<long>(i) * 100 + 7));
+  if (count < 64) return values;
+  values[1] = -4294967297L;
+  values[33] = 4294967296L;
+  values[40] = LONG_MIN;
+  values[63] = LONG_MAX;
+  return values;
+}
+
+void WriteKernelFile(const std::vector<long>& values) {
+  sim::WriteDeviceFile(kPath, CamX::ArrayToString64(values) + "\n");  // sysfs ends its value with "\n"
+}
+
+// The single 1024-byte write: its text, checked for NUL padding.
+std::string OnlyWrittenText() {
+  const std::vector<sim::SysfsWrite> writes = sim::SysfsWrites();
+  if (writes.size() != 1) {
+    ADD_FAILURE() << writes.size() << " writes";
+    return {};
+  }
+  const std::string& bytes = writes[0].bytes;
+  EXPECT_EQ(writes[0].devicePath, kPath);
+  EXPECT_EQ(bytes.size(), 1024u);
+  const std::string text = bytes.substr(0, bytes.find('\0'));
+  EXPECT_EQ(bytes.find_first_not_of('\0', text.size()), std::string::npos);
+  return text;
+}
+
+class KernelChannelTest : public ::testing::Test {
+ protected:
+  sim::Phone phone_;
+};
+
+TEST_F(KernelChannelTest, SetMarksFlagAndControlsOfTheCamera) {
+  std::vector<long> values = Numbered(64);
+  WriteKernelFile(values);
+  const CamX::ProbeResultTable table = CamX::SetSensorProbeResult(2, 12345);
+  values[2] = 1;
+  values[18] = 3;
+  values[50] = 0;
+  EXPECT_EQ(table, values);
+  const std::string written = OnlyWrittenText();
+  EXPECT_EQ(written, CamX::ArrayToString64(values));
+  EXPECT_THAT(test::LogTexts(), ElementsAre(EndsWith("SetSensorProbeResult() read sensor_apply_settings_control: " +
+                                                     CamX::ArrayToString64(Numbered(64)) + "\n"),
+                                            EndsWith("set sensor_apply_settings_control: " + written + ", size: 0")));
+}
+
+TEST_F(KernelChannelTest, ResetClearsExactlyTheFourEntriesOfTheCamera) {
+  std::vector<long> values = Numbered(64);
+  WriteKernelFile(values);
+  CamX::ResetSensorProbeResult(5);
+  for (size_t index : {5, 21, 37, 53}) values[index] = 0;
+  EXPECT_EQ(OnlyWrittenText(), CamX::ArrayToString64(values));
+  EXPECT_THAT(test::LogTexts().back(),
+              EndsWith("ResetSensorProbeResult() set sensor_apply_settings_control: " + CamX::ArrayToString64(values)));
+  EXPECT_EQ(CamX::ReadSensorProbeResult(5), values);
+}
+
+TEST_F(KernelChannelTest, OtherThan64ValuesIsNeverWrittenBack) {
+  WriteKernelFile(Numbered(63));
+  EXPECT_EQ(CamX::ReadSensorProbeResult(0), Numbered(63));
+  EXPECT_EQ(CamX::SetSensorProbeResult(0, 0), Numbered(63));
+  CamX::ResetSensorProbeResult(0);
+  EXPECT_THAT(sim::SysfsWrites(), IsEmpty());
+
+  WriteKernelFile(Numbered(70));  // only the first 64 count
+  EXPECT_EQ(CamX::ReadSensorProbeResult(0), Numbered(64));
+  EXPECT_EQ(CamX::SetSensorProbeResult(1, 0).size(), 64u);
+  EXPECT_EQ(CamX::StringToArray64(OnlyWrittenText(), 0).size(), 64u);
+}
+
+TEST_F(KernelChannelTest, OpenFailureIsLoggedEmptyOrUnreadableFileIsNot) {
+  EXPECT_THAT(CamX::SetSensorProbeResult(0, 0), IsEmpty());
+  EXPECT_THAT(CamX::ReadSensorProbeResult(0), IsEmpty());
+  CamX::ResetSensorProbeResult(0);
+  const std::string failure = "Failed to open /sys/module/camera/parameters/sensor_apply_settings_control: "
+                              "errnoStr: No such file or directory";
+  EXPECT_THAT(test::LogTexts(), ElementsAre(EndsWith("SetSensorProbeResult() " + failure),
+                                            EndsWith("ReadSensorProbeResult() " + failure),
+                                            EndsWith("ResetSensorProbeResult() " + failure)));
+  sim::ClearLog();
+  sim::WriteDeviceFile(kPath, "");
+  EXPECT_THAT(CamX::SetSensorProbeResult(0, 0), IsEmpty());
+  EXPECT_THAT(CamX::ReadSensorProbeResult(0), IsEmpty());
+  CamX::ResetSensorProbeResult(0);
+  sim::RemoveDeviceFile(kPath);
+  sim::WriteDeviceFile(std::string(kPath) + "/x", "");  // a directory: opens read-only, fails to read
+  EXPECT_THAT(CamX::ReadSensorProbeResult(0), IsEmpty());
+  EXPECT_THAT(test::LogTexts(), IsEmpty());
+  EXPECT_THAT(sim::SysfsWrites(), IsEmpty());
+}
+
+TEST_F(KernelChannelTest, ResetStopsTheProcessOnReadError) {
+  sim::LinkDeviceFile(kPath, "/proc/self/mem");  // opens read-write, every read at 0 fails
+  EXPECT_THAT(CamX::SetSensorProbeResult(0, 0), IsEmpty());
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(CamX::ResetSensorProbeResult(0), "");
+}
+
+TEST_F(KernelChannelTest, DescriptorZeroFailsSetButNotReset) {
+  EXPECT_IN_FRESH_PROCESS([] {
+    WriteKernelFile(Numbered(64));
+    close(STDIN_FILENO);
+    EXPECT_THAT(CamX::SetSensorProbeResult(3, 0), IsEmpty());
+    EXPECT_THAT(test::LogTexts(), ElementsAre(::testing::HasSubstr("Failed to open")));
+    // Descriptor 0 was left open, so the next open gets a usable one.
+    EXPECT_EQ(CamX::SetSensorProbeResult(3, 0).size(), 64u);
+  });
+  EXPECT_IN_FRESH_PROCESS([] {
+    WriteKernelFile(Numbered(64));
+    close(STDIN_FILENO);
+    CamX::ResetSensorProbeResult(3);
+    EXPECT_EQ(CamX::StringToArray64(OnlyWrittenText(), 0)[3], 0);
+  });
+}
+
+}  // namespace

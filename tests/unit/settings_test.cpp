@@ -1,0 +1,94 @@
+// The override-settings reader, the number-list texts and the recovery
+// settings copied into properties.
+#include "hook/src/settings.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "harness.h"
+#include "simdevice.h"
+#include "simproperties.h"
+#include "support/fresh_process.h"
+#include "support/log_matchers.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class OverrideSettingsTest : public ::testing::Test {
+ protected:
+  sim::Phone phone_;
+};
+
+TEST_F(OverrideSettingsTest, ReadsLinesLiterallyAndLastLineWins) {
+  sim::WriteDeviceFile("/odm/etc/camera/camxoverridesettings.txt",
+                       "a=1\na=2\nkey\nkey=\nkey==v\n\n=empty\n#c=x\n k = v \nwin=1\r\nSensorModuleRetryTimes=3");
+  const CamX::SettingsMap expected = {{"a", "2"},   {"key", "=v"}, {"", "empty"},   {"#c", "x"},
+                                      {" k ", " v "}, {"win", "1\r"}, {"SensorModuleRetryTimes", "3"}};
+  EXPECT_EQ(CamX::ParseConfigFile(CamX::kOverrideSettingsPath), expected);
+}
+
+TEST_F(OverrideSettingsTest, MissingFileGivesEmptyMapAndVerboseLine) {
+  EXPECT_IN_FRESH_PROCESS([] {
+    sim::PresetProperty("persist.vendor.camera.remedium.loglevel", "2");
+    EXPECT_THAT(CamX::ParseConfigFile(CamX::kOverrideSettingsPath), IsEmpty());
+    ASSERT_EQ(sim::LogLines().size(), 1u);
+    EXPECT_EQ(sim::LogLines()[0].priority, 2);
+    EXPECT_THAT(sim::LogLines()[0].text,
+                ::testing::EndsWith("ParseConfigFile() Failed to open file: odm/etc/camera/camxoverridesettings.txt"));
+  });
+}
+
+TEST(NumberListTest, FormatsDecimalWithSingleCommas) {
+  EXPECT_EQ(CamX::ArrayToString({}), "");
+  EXPECT_EQ(CamX::ArrayToString({7}), "7");
+  EXPECT_EQ(CamX::ArrayToString({1, -2}), "1,-2");
+  EXPECT_EQ(CamX::ArrayToString64({LONG_MIN, 4294967296L, 0, LONG_MAX}),
+            "-9223372036854775808,4294967296,0,9223372036854775807");
+}
+
+TEST(NumberListTest, ParsesUpToTheFirstBadNumber) {
+  EXPECT_THAT(CamX::StringToArray64("1,2,3", 0), ElementsAre(1, 2, 3));
+  EXPECT_THAT(CamX::StringToArray64("1,,2", 0), ElementsAre(1));
+  EXPECT_THAT(CamX::StringToArray64("", 0), IsEmpty());
+  EXPECT_THAT(CamX::StringToArray64("5, 6", 0), ElementsAre(5, 6));
+  EXPECT_THAT(CamX::StringToArray64("1,2x,3", 0), ElementsAre(1, 2));
+  EXPECT_THAT(CamX::StringToArray64("4,5,\n", 0), ElementsAre(4, 5));
+  EXPECT_THAT(CamX::StringToArray64("-9223372036854775808,-4294967297,9223372036854775807", 0),
+              ElementsAre(LONG_MIN, -4294967297L, LONG_MAX));
+  // Out of range fails like any bad text.
+  EXPECT_THAT(CamX::StringToArray64("1,9223372036854775808,2", 0), ElementsAre(1));
+}
+
+class RecoverySettingsTest : public ::testing::Test {
+ protected:
+  sim::Phone phone_;
+};
+
+TEST_F(RecoverySettingsTest, OnlyPresentKeysAreCopied) {
+  CamX::RecoverySettings({});
+  EXPECT_THAT(sim::AllProperties(), IsEmpty());
+  CamX::RecoverySettings({{"numPCRsBeforeStreamOn", "3"}, {"EnableEarlyPipelineActivate", "TRUE"}});
+  EXPECT_EQ(sim::AllProperties(),
+            (std::map<std::string, std::string>{{"vendor.debug.camera.numPCRsBeforeStreamOn", "3"}}));
+}
+
+TEST_F(RecoverySettingsTest, CopiesAllFiveValuesAsTheyStand) {
+  CamX::RecoverySettings({{"enableEarlyPipelineActivate", " TRUE "},
+                          {"isSatFollowFingersOpt", "0"},
+                          {"enableSATWideAlwaysOn", std::string(200, 'x')},  // too long: dropped silently
+                          {"numPCRsBeforeStreamOn", "2\r"},
+                          {"isEarlysettingsEnable", "FALSE"},
+                          {"SensorModuleRetryTimes", "3"}});
+  EXPECT_EQ(sim::AllProperties(), (std::map<std::string, std::string>{
+                                      {"persist.vendor.camera.enableEarlyPipelineActivate", " TRUE "},
+                                      {"persist.vendor.camera.isSatFollowFingersOpt", "0"},
+                                      {"vendor.debug.camera.numPCRsBeforeStreamOn", "2\r"},
+                                      {"persist.vendor.camera.isEarlysettingsEnable", "FALSE"},
+                                  }));
+}
+
+}  // namespace
