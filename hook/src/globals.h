@@ -54,6 +54,7 @@ struct HookNotifiedFlags {
   std::atomic<uint8_t> oisCreateI2CInfoCmd;
   std::atomic<uint8_t> cslMessageHandler;
   std::atomic<uint8_t> readEEPROMDevice;
+  std::atomic<uint8_t> probeEEPROM;
   std::atomic<uint8_t> sensorProbeProtection;
   std::atomic<uint8_t> sensorProbeKernelRetryArmed;
 };

@@ -15,6 +15,37 @@ CAMX_HOOK_EXPORT CamxResult GetStaticCapsHook(void* pThis, SensorModuleStaticCap
                                               TuningDataManager* pTuningManager,
                                               unsigned int cameraId) noexcept;
 
+// Sensor probe with protection fault injection, the bypass of the slot's
+// most-used sensor on its last retry, and the kernel-assisted re-probe of a
+// multi-sourced slot's last module; keeps the probe records.
+CAMX_HOOK_EXPORT CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept;
+
+// Bring-up after the probe: failures are recorded, never returned (always 0).
+CAMX_HOOK_EXPORT CamxResult InitializeSensorDeviceHook(void* pThis) noexcept;
+CAMX_HOOK_EXPORT CamxResult LoadSensorInitConfigCmdHook(void* pThis) noexcept;
+CAMX_HOOK_EXPORT CamxResult LoadSensorConfigCmdsHook(void* pThis) noexcept;
+// Records initial-configuration (opcode 2) and configuration (opcode 4)
+// packets and returns 0 for them; other opcodes pass through.
+CAMX_HOOK_EXPORT CamxResult SensorCreateAndSubmitCommandHook(void* pThis, unsigned int arg1,
+                                                             I2CRegSettingType settingType,
+                                                             CSLPacketOpcodesSensor opcode, unsigned int arg4,
+                                                             unsigned int arg5, const void* pData) noexcept;
+// On the core's "EEPROMI2C" argument, moves a device to the other I2C address.
+CAMX_HOOK_EXPORT CamxResult CreateI2CInfoCmdHook(void* pThis, CSLSensorI2CInfo* pI2CInfo,
+                                                 unsigned short arg) noexcept;
+
+// EEPROM: the data probe passes a qualifying module on its last retry; the
+// probe and read fail modules the core names; the checksum data is disturbed.
+CAMX_HOOK_EXPORT CamxResult EEPROMDataProbeHook(void* pThis) noexcept;
+CAMX_HOOK_EXPORT CamxResult ProbeEEPROMHook(void* pThis, HwSensorInfo* pSensorInfo,
+                                            const HwDeviceTypeInfo* pDeviceInfo) noexcept;
+CAMX_HOOK_EXPORT CamxResult ReadEEPROMDeviceHook(void* pThis) noexcept;
+CAMX_HOOK_EXPORT CamxResult EEPROMVerifyChecksumHook(void* pThis, unsigned char* pData, int size) noexcept;
+
+// The kernel's per-slot initial-settings results, read from the module
+// parameter; empty when unreadable. The argument is not used.
+std::vector<int64_t> ReadSensorInitResult(uint32_t unused);
+
 // Lens and OIS. On the core's "ActuatorI2CError" arguments, moves a named
 // actuator to the other I2C slave address before the HAL uses its data.
 CAMX_HOOK_EXPORT void ActuatorDataHook(void* pThis, ActuatorDriverData* pActuatorDriverData) noexcept;

@@ -2,6 +2,8 @@
 
 #include <cutils/properties.h>
 
+#include <cstdlib>
+
 #include <fstream>
 #include <sstream>
 
@@ -78,6 +80,11 @@ void RecoverySettings(std::map<std::string, std::string> settings) {
     // OK: a value too long for a property is dropped by property_set.
     if (it != settings.end()) property_set(row.property, it->second.c_str());
   }
+}
+
+int SettingAsInt(const SettingsMap& settings, const std::string& key) {
+  auto it = settings.find(key);
+  return it == settings.end() ? 0 : std::atoi(it->second.c_str());
 }
 
 }  // namespace CamX

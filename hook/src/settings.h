@@ -22,6 +22,10 @@ using SettingsMap = std::map<std::string, std::string>;
 // (and a VERBOSE line).
 SettingsMap ParseConfigFile(const std::string& path);
 
+// The value of `key` converted with atoi (so a non-number reads 0); 0 when
+// the key is absent.
+int SettingAsInt(const SettingsMap& settings, const std::string& key);
+
 // Decimal values joined by "," ("1,-2"); an empty list gives "".
 std::string ArrayToString(const std::vector<int>& values);
 std::string ArrayToString64(const std::vector<long>& values);

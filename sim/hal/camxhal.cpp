@@ -9,6 +9,7 @@
 
 #include "hook/src/camxlayout.h"
 #include "simdevice.h"
+#include "simsensorhal.h"
 
 namespace sim::hal {
 namespace {
@@ -68,6 +69,7 @@ int CallCount(const std::string& function) {
 }
 
 void Reset() {
+  ResetSensorHal();
   std::lock_guard<std::mutex> lock(State().mutex);
   State().scripts.clear();
   State().defaults.clear();

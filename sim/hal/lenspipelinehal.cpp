@@ -7,8 +7,6 @@
 
 namespace sim::hal {
 
-CamxResult NextResult(const std::string& function);
-
 namespace {
 
 namespace Layout = CamX::Layout;

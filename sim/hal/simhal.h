@@ -19,8 +19,11 @@ void SetDefaultResult(const std::string& function, CamxResult result);
 // Names of the hooked HAL functions called, in order.
 std::vector<std::string> Calls();
 int CallCount(const std::string& function);
-// Forgets scripts, calls and vendor tags.
+// Forgets scripts, calls, vendor tags and the sensor side's scripted probes.
 void Reset();
+// Records a call of a hooked HAL function and returns its scripted result
+// (used by every simulated HAL function).
+CamxResult NextResult(const std::string& function);
 
 // Vendor tag locations answered by QueryVendorTagLocation.
 void SetVendorTag(const std::string& section, const std::string& name, uint32_t location);

@@ -9,6 +9,7 @@
 #include "simdevice.h"
 #include "simframework.h"
 #include "simhal.h"
+#include "simsensorhal.h"
 #include "simlenspipelinehal.h"
 #include "simlog.h"
 #include "simproperties.h"
@@ -24,28 +25,28 @@ const std::vector<CatalogueEntry>& Catalogue() {
        "CamX::TuningDataManager*, unsigned int)",
        reinterpret_cast<void*>(&hal::GetStaticCaps)},
       {"SensorProbeHook", "_ZN4CamX15SensorProbeHookEPvPiS1_",
-       "CamX::SensorProbeHook(void*, int*, int*)", nullptr},
+       "CamX::SensorProbeHook(void*, int*, int*)", reinterpret_cast<void*>(&hal::SensorProbe)},
       {"InitializeSensorDeviceHook", "_ZN4CamX26InitializeSensorDeviceHookEPv",
-       "CamX::InitializeSensorDeviceHook(void*)", nullptr},
+       "CamX::InitializeSensorDeviceHook(void*)", reinterpret_cast<void*>(&hal::InitializeSensorDevice)},
       {"LoadSensorInitConfigCmdHook", "_ZN4CamX27LoadSensorInitConfigCmdHookEPv",
-       "CamX::LoadSensorInitConfigCmdHook(void*)", nullptr},
+       "CamX::LoadSensorInitConfigCmdHook(void*)", reinterpret_cast<void*>(&hal::LoadSensorInitConfigCmd)},
       {"LoadSensorConfigCmdsHook", "_ZN4CamX24LoadSensorConfigCmdsHookEPv",
-       "CamX::LoadSensorConfigCmdsHook(void*)", nullptr},
+       "CamX::LoadSensorConfigCmdsHook(void*)", reinterpret_cast<void*>(&hal::LoadSensorConfigCmds)},
       {"SensorCreateAndSubmitCommandHook",
        "_ZN4CamX32SensorCreateAndSubmitCommandHookEPvjNS_17I2CRegSettingTypeE22CSLPacketOpcodesSensorjjPKv",
        "CamX::SensorCreateAndSubmitCommandHook(void*, unsigned int, CamX::I2CRegSettingType, "
        "CSLPacketOpcodesSensor, unsigned int, unsigned int, void const*)",
-       nullptr},
+       reinterpret_cast<void*>(&hal::SensorCreateAndSubmitCommand)},
       {"CreateI2CInfoCmdHook", "_ZN4CamX20CreateI2CInfoCmdHookEPvP16CSLSensorI2CInfot",
-       "CamX::CreateI2CInfoCmdHook(void*, CSLSensorI2CInfo*, unsigned short)", nullptr},
+       "CamX::CreateI2CInfoCmdHook(void*, CSLSensorI2CInfo*, unsigned short)", reinterpret_cast<void*>(&hal::CreateI2CInfoCmd)},
       {"EEPROMDataProbeHook", "_ZN4CamX19EEPROMDataProbeHookEPv", "CamX::EEPROMDataProbeHook(void*)",
-       nullptr},
+       reinterpret_cast<void*>(&hal::EEPROMDataProbe)},
       {"ProbeEEPROMHook", "_ZN4CamX15ProbeEEPROMHookEPvPNS_12HwSensorInfoEPKNS_16HwDeviceTypeInfoE",
-       "CamX::ProbeEEPROMHook(void*, CamX::HwSensorInfo*, CamX::HwDeviceTypeInfo const*)", nullptr},
+       "CamX::ProbeEEPROMHook(void*, CamX::HwSensorInfo*, CamX::HwDeviceTypeInfo const*)", reinterpret_cast<void*>(&hal::ProbeEEPROM)},
       {"ReadEEPROMDeviceHook", "_ZN4CamX20ReadEEPROMDeviceHookEPv", "CamX::ReadEEPROMDeviceHook(void*)",
-       nullptr},
+       reinterpret_cast<void*>(&hal::ReadEEPROMDevice)},
       {"EEPROMVerifyChecksumHook", "_ZN4CamX24EEPROMVerifyChecksumHookEPvPhi",
-       "CamX::EEPROMVerifyChecksumHook(void*, unsigned char*, int)", nullptr},
+       "CamX::EEPROMVerifyChecksumHook(void*, unsigned char*, int)", reinterpret_cast<void*>(&hal::EEPROMVerifyChecksum)},
       {"ActuatorDataHook", "_ZN4CamX16ActuatorDataHookEPvPNS_18ActuatorDriverDataE",
        "CamX::ActuatorDataHook(void*, CamX::ActuatorDriverData*)", reinterpret_cast<void*>(&hal::ActuatorData)},
       {"OISRegisterProviderHook", "_ZN4CamX23OISRegisterProviderHookEPvS0_PKNS_14NCSProviderCapE",

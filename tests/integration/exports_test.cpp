@@ -18,9 +18,19 @@
 
 namespace {
 
-// What the library implements so far; grows until it holds all 20.
+// The library's whole exported surface: the 19 proxies and SetErrorFrameworkId.
 const std::set<std::string> kImplemented = {
     "GetStaticCapsHook",
+    "SensorProbeHook",
+    "InitializeSensorDeviceHook",
+    "LoadSensorInitConfigCmdHook",
+    "LoadSensorConfigCmdsHook",
+    "SensorCreateAndSubmitCommandHook",
+    "CreateI2CInfoCmdHook",
+    "EEPROMDataProbeHook",
+    "ProbeEEPROMHook",
+    "ReadEEPROMDeviceHook",
+    "EEPROMVerifyChecksumHook",
     "ActuatorDataHook",
     "OISRegisterProviderHook",
     "OISCreateI2CInfoCmdHook",

@@ -1,0 +1,179 @@
+// SensorProbeHook: the sensor probe of one camera slot, with protection fault
+// injection, the bypass of a failing most-used sensor on its last retry, the
+// kernel-assisted re-probe of a multi-sourced slot's last module, and the
+// bookkeeping every later stage reads.
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <cutils/properties.h>
+
+#include "client/interface/remediumclient.h"
+#include "core/model/monitor/interface/imagesensorstate.h"
+#include "hook/src/camxlayout.h"
+#include "hook/src/eepromretry.h"
+#include "hook/src/globals.h"
+#include "hook/src/hook.h"
+#include "hook/src/hooklog.h"
+#include "hook/src/kernelchannel.h"
+#include "hook/src/probeinfo.h"
+#include "hook/src/proxyframe.h"
+#include "hook/src/sensorusage.h"
+#include "hook/src/settings.h"
+
+namespace CamX {
+namespace {
+
+// Counts the names whose last recorded probe succeeded, logging each.
+uint32_t ProbeCameraNumber() {
+  std::vector<std::pair<std::string, int64_t>> lastResults;
+  probeInfoMap.With([&](const ProbeInfoMap& map) {
+    for (const auto& [name, info] : map) {
+      if (!name.empty() && !info.probeResults.empty()) lastResults.emplace_back(name, info.probeResults.back());
+    }
+  });
+  uint32_t probed = 0;
+  for (const auto& [name, last] : lastResults) {
+    HOOK_LOG(kLogInfo, "Probe result: %s, %d", name.c_str(), static_cast<int>(last));
+    probed += last == 0 ? 1 : 0;
+  }
+  return probed;
+}
+
+uint32_t RecordedProbeCount(const std::string& name) {
+  return probeInfoMap.With([&](const ProbeInfoMap& map) {
+    auto it = map.find(name);
+    return it == map.end() ? 0u : it->second.probeCount;
+  });
+}
+
+// Parsed on the first probe and kept for the life of the process.
+const SettingsMap& ProbeOverrideSettings() {
+  static const SettingsMap s_settings = ParseConfigFile(kOverrideSettingsPath);
+  return s_settings;
+}
+
+int64_t KernelResult(const std::vector<int64_t>& table, uint32_t cameraId) { return table[cameraId + 32]; }
+
+void RecordProbeState(uint32_t cameraId, const char* result, bool allStages) {
+  ImageSensorStateHelper::UpdateImageSensorStateProperty(cameraId, "P", result);
+  if (!allStages) return;
+  ImageSensorStateHelper::UpdateImageSensorStateProperty(cameraId, "I", "S");
+  ImageSensorStateHelper::UpdateImageSensorStateProperty(cameraId, "C", "S");
+}
+
+}  // namespace
+
+CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
+  CAMX_PROXY_FRAME(frame);
+  auto probe = [&] { return frame.CallPrevious(&SensorProbeHook, pThis, pArg1, pArg2); };
+
+  RemediumClient::GetHookArguments("SensorProbeI2CError");  // fetched and released, unused
+  const std::vector<std::string> protection = RemediumClient::GetHookArguments("SensorProbeProtection");
+  const std::string name = Layout::ReadSensorProbeName(pThis);
+
+  // Fault injection: the probe runs, but a named sensor reports failure.
+  if (!protection.empty()) {
+    CamxResult result = probe();
+    for (const std::string& argument : protection) {
+      HOOK_LOG(kLogInfo, "arg: %s", argument.c_str());
+      HOOK_LOG(kLogInfo, "sensor name: %s", name.c_str());
+      if (!CheckIsCameraName(argument)) continue;
+      if (std::strstr(name.c_str(), argument.c_str()) != nullptr) {
+        result = CamxResultEFailed;
+        NotifyHookOnce(hookNotified.sensorProbeProtection, "SensorProbeHook");
+      }
+    }
+    return result;
+  }
+
+  const SettingsMap& settings = ProbeOverrideSettings();
+  const int retryTimes = SettingAsInt(settings, "SensorModuleRetryTimes");
+  const int moduleNumber = SettingAsInt(settings, "sensorModuleNumber");
+  HOOK_LOG(kLogInfo, "sensorModuleRetryTimes: %d, sensorModuleNumber: %d", retryTimes, moduleNumber);
+
+  const uint16_t* pCameraId = Layout::ReadSensorProbeCameraIdPointer(pThis);
+  if (moduleNumber == 0 || pCameraId == nullptr || retryTimes == 0) {
+    HOOK_LOG(kLogError, "Failed to get cameraid or error retry times: sensorModuleRetryTimes: %d, sensorModuleNumber: %d",
+             retryTimes, moduleNumber);
+    return probe();
+  }
+  const uint32_t cameraId = *pCameraId;
+
+  const SensorUsage usage = QuerySensorUsage(name, /*carryFirstRequest=*/false);
+  HOOK_LOG(kLogInfo, "sensor name: %s,  sensor type: %s, frequentlyUsedSensor: %d, neverBeenSuccessfullyProbed: %d",
+           name.c_str(), usage.sensorType.c_str(), usage.frequentlyUsedSensor, usage.neverBeenSuccessfullyProbed);
+  HOOK_LOG(kLogInfo, "output sensor name: %s, record count: %d", usage.mostProbedName.c_str(),
+           static_cast<int>(usage.recordCount));
+
+  // OK: ids beyond the kernel table are reported probed without probing.
+  if (cameraId >= kMaxCameraId) return CamxResultSuccess;
+
+  HOOK_LOG(kLogInfo, "Get camera name:%s, probeCount: %d", name.c_str(), RecordedProbeCount(name));
+
+  const bool usedOrUnknown = usage.frequentlyUsedSensor || usage.neverBeenSuccessfullyProbed;
+  auto qualifies = [&] {
+    if (IsLastRetryTimes(name, retryTimes, 0)) return usedOrUnknown;
+    return IsLastEEPROMProbeRetryBypassSensor(name, retryTimes, 0) && usedOrUnknown;
+  };
+
+  if (qualifies()) {
+    // Bypass: the slot's most-used sensor, failing on its last retry, is
+    // probed once more and, on a clean kernel and CamX result, kept.
+    if (RemediumClient::IsSwitchOpened(2) && usage.frequentlyUsedSensor &&
+        IsLastEEPROMProbeRetryBypassSensor(name, retryTimes, 0)) {
+      const CamxResult bypassResult = probe();
+      const std::vector<int64_t> table = ReadSensorProbeResult(cameraId);
+      if (table.size() == kProbeResultTableSize && bypassResult == 0 && KernelResult(table, cameraId) == 0) {
+        SetErrorFrameworkId(cameraId, 0);
+        SetProbeInfoMap(name, KernelResult(table, cameraId), cameraId);
+        RecoverySettings(settings);
+        RecordProbeState(cameraId, "S", true);
+        RemediumClient::ProtectionCallback(CallbackMessage{
+            2, 2, (static_cast<uint64_t>(cameraId) << 24) | 0x201000, name, kCallbackMessageTypeProtection});
+        return CamxResultSuccess;
+      }
+    }
+    // Last module of a multi-sourced slot: when every other module has
+    // probed, ask the kernel to re-probe this one (once per process).
+    if (moduleNumber >= 2 && ProbeCameraNumber() == static_cast<uint32_t>(moduleNumber - 1) &&
+        hookNotified.sensorProbeKernelRetryArmed.load(std::memory_order_relaxed) == 0 && !name.empty() &&
+        std::strstr(name.c_str(), "front") == nullptr) {
+      hookNotified.sensorProbeKernelRetryArmed.store(1, std::memory_order_relaxed);
+      SetSensorProbeResult(cameraId, 0);
+    }
+  }
+
+  CamxResult result = probe();
+  const std::vector<int64_t> table = ReadSensorProbeResult(cameraId);
+  if (table.size() < kProbeResultTableSize) return result;
+  const int64_t kernelResult = KernelResult(table, cameraId);
+  HOOK_LOG(kLogInfo, "probe sensor: %s, slot id: %d kmd result: %d, umd result: %d", name.c_str(), cameraId,
+           static_cast<int>(kernelResult), result);
+
+  if (hookNotified.sensorProbeKernelRetryArmed.load(std::memory_order_relaxed) != 0) {
+    if (qualifies()) {
+      // The kernel-assisted retry of the last module: report it probed and
+      // switch off the features that need every module.
+      ImageSensorStateHelper::UpdateImageSensorStateProperty(cameraId, "P", "F");
+      property_set("persist.vendor.camera.enableEarlyPipelineActivate", "FALSE");
+      property_set("persist.vendor.camera.isSatFollowFingersOpt", "FALSE");
+      property_set("persist.vendor.camera.enableSATWideAlwaysOn", "FALSE");
+      property_set("vendor.debug.camera.numPCRsBeforeStreamOn", "0");
+      property_set("persist.vendor.camera.isEarlysettingsEnable", "FALSE");
+      result = CamxResultSuccess;
+      ResetSensorProbeResult(cameraId);
+      SetErrorFrameworkId(cameraId, 1);
+    }
+  } else {
+    RecordProbeState(cameraId, "S", true);
+    RecoverySettings(settings);
+    RemediumClient::RecordProbeMessage(name, result != 0);
+    ResetSensorProbeResult(cameraId);
+    SetErrorFrameworkId(cameraId, 0);
+  }
+  SetProbeInfoMap(name, kernelResult, cameraId);
+  return result;
+}
+
+}  // namespace CamX
