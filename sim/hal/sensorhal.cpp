@@ -19,6 +19,7 @@ struct SensorHalState {
   std::deque<ProbeOutcome> probes;
   std::vector<uint8_t> lastChecksumData;
   uint32_t lastEepromFlag = 0;
+  uint32_t lastSlaveAddress = 0;
 };
 
 SensorHalState& State() {
@@ -117,6 +118,7 @@ void ResetSensorHal() {
   State().probes.clear();
   State().lastChecksumData.clear();
   State().lastEepromFlag = 0;
+  State().lastSlaveAddress = 0;
 }
 
 CamxResult SensorProbe(void* pThis, int*, int*) {
@@ -151,7 +153,13 @@ CamxResult SensorCreateAndSubmitCommand(void*, unsigned int, CamX::I2CRegSetting
   return NextResult("SensorCreateAndSubmitCommand");
 }
 
-CamxResult CreateI2CInfoCmd(void*, CSLSensorI2CInfo*, unsigned short) { return NextResult("CreateI2CInfoCmd"); }
+CamxResult CreateI2CInfoCmd(void*, CSLSensorI2CInfo* pI2CInfo, unsigned short) {
+  if (pI2CInfo != nullptr) {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    State().lastSlaveAddress = Layout::Read(pI2CInfo, Layout::kSensorI2CInfoSlaveAddress);
+  }
+  return NextResult("CreateI2CInfoCmd");
+}
 
 CamxResult EEPROMDataProbe(void* pThis) {
   {
@@ -181,6 +189,11 @@ std::vector<uint8_t> LastChecksumData() {
 uint32_t LastEepromFlagSeen() {
   std::lock_guard<std::mutex> lock(State().mutex);
   return State().lastEepromFlag;
+}
+
+uint32_t LastSensorSlaveAddressSeen() {
+  std::lock_guard<std::mutex> lock(State().mutex);
+  return State().lastSlaveAddress;
 }
 
 }  // namespace sim::hal

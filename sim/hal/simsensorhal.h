@@ -121,5 +121,7 @@ CamxResult EEPROMVerifyChecksum(void* pThis, unsigned char* pData, int size);
 std::vector<uint8_t> LastChecksumData();
 // The last-retry flag of the EEPROM object as EEPROMDataProbe saw it.
 uint32_t LastEepromFlagSeen();
+// The slave address CreateI2CInfoCmd found in its I2C info.
+uint32_t LastSensorSlaveAddressSeen();
 
 }  // namespace sim::hal

@@ -1,0 +1,110 @@
+// A camera process on a phone with a sensor stack: message centre installed,
+// image-sensor state recording on, the boot clock pinned, and the kernel's
+// probe-result parameter present. Typed access to the probe, EEPROM and
+// bring-up proxies, and the records a HAL engineer reads afterwards.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simdevice.h"
+#include "simproperties.h"
+#include "simsensorhal.h"
+#include "support/camera_process.h"
+#include "support/log_matchers.h"
+
+namespace test {
+
+using SensorProbeFn = CamxResult(void*, int*, int*);
+using ObjectHookFn = CamxResult(void*);  // EEPROMDataProbe, ReadEEPROMDevice, init and config hooks
+using ProbeEEPROMFn = CamxResult(void*, CamX::HwSensorInfo*, const CamX::HwDeviceTypeInfo*);
+using ChecksumFn = CamxResult(void*, unsigned char*, int);
+using SubmitFn = CamxResult(void*, unsigned int, CamX::I2CRegSettingType, CSLPacketOpcodesSensor, unsigned int,
+                            unsigned int, const void*);
+using I2CInfoFn = CamxResult(void*, CSLSensorI2CInfo*, unsigned short);
+using GetStaticCapsFn = CamxResult(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*,
+                                   CamX::TuningDataManager*, unsigned int);
+
+inline constexpr char kOverrideFile[] = "/odm/etc/camera/camxoverridesettings.txt";
+inline constexpr char kErrorIdProperty[] = "persist.vendor.camera.errorFrameworkId";
+inline constexpr int64_t kBootSeconds = 100;
+
+class SensorPhoneTest : public CameraProcessTest {
+ protected:
+  void SetUp() override {
+    CameraProcessTest::SetUp();
+    sim::framework::InstallMessageCenter();
+    sim::PresetProperty("persist.vendor.camera.cloud.remedium.modswitch", "127");
+    sim::PinBootTime(kBootSeconds);
+    sim::hal::WriteKernelTable(std::vector<int64_t>(64, 0));
+  }
+
+  static void Override(const std::string& text) { sim::WriteDeviceFile(kOverrideFile, text); }
+
+  CamxResult Probe(const std::string& name, std::optional<uint16_t> cameraId) {
+    sim::hal::SensorProbeObject object(name, cameraId);
+    return Proxy<SensorProbeFn>("SensorProbeHook")(object.get(), nullptr, nullptr);
+  }
+  CamxResult EepromDataProbe(uint16_t cameraId, const std::string& name, uint32_t* flagSeen = nullptr) {
+    sim::hal::EepromDataObject object(cameraId, name);
+    const CamxResult result = Proxy<ObjectHookFn>("EEPROMDataProbeHook")(object.get());
+    if (flagSeen != nullptr) *flagSeen = sim::hal::LastEepromFlagSeen();
+    return result;
+  }
+  // The HAL learns that camera `cameraId` sits in `slotId`.
+  void MapCameraToSlot(unsigned int cameraId, uint32_t slotId) {
+    sim::hal::Object caps = sim::hal::MakeStaticCaps(slotId);
+    Proxy<GetStaticCapsFn>("GetStaticCapsHook")(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()),
+                                                 nullptr, nullptr, cameraId);
+  }
+  CamxResult RunNodeHook(const char* hook, sim::hal::SensorNodeObject& node) {
+    return Proxy<ObjectHookFn>(hook)(node.get());
+  }
+
+  static std::string SensorState(uint32_t slot) {
+    return sim::GetProperty("vendor.debug.camera.imagesensorstate." + std::to_string(slot)).value_or("(unset)");
+  }
+  static std::string States(const char* p, const char* i, const char* c) {
+    const auto group = [](const char* stage, const char* result) {
+      return std::string("<") + stage + ":" + result + ":" + (std::string(result) == "-" ? "0" : "100") + ">";
+    };
+    return group("P", p) + group("I", i) + group("C", c);
+  }
+  static std::string ErrorIds() { return sim::GetProperty(kErrorIdProperty).value_or("(unset)"); }
+
+  // Whole log lines of the hooks ("hook.cpp:<line> <func>() <message>").
+  static std::vector<std::string> HookLines() {
+    std::vector<std::string> lines;
+    for (const std::string& text : LogTexts()) {
+      if (text.rfind("hook.cpp:", 0) == 0) lines.push_back(text);
+    }
+    return lines;
+  }
+
+  // The kernel tables written to the probe-result parameter, NUL padding
+  // checked and stripped.
+  static std::vector<std::vector<int64_t>> KernelWrites() {
+    std::vector<std::vector<int64_t>> tables;
+    for (const sim::SysfsWrite& write : sim::SysfsWrites()) {
+      if (write.devicePath != sim::hal::kProbeResultParameter) continue;
+      EXPECT_EQ(write.bytes.size(), 1024u);
+      std::vector<int64_t> values;
+      const char* text = write.bytes.c_str();
+      while (*text != '\0') {
+        char* end = nullptr;
+        values.push_back(std::strtoll(text, &end, 10));
+        if (end == text) break;
+        text = *end == ',' ? end + 1 : end;
+      }
+      tables.push_back(values);
+    }
+    return tables;
+  }
+};
+
+}  // namespace test
