@@ -1,9 +1,12 @@
 #include "harness.h"
 
 #include <dlfcn.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 
 #include "simdevice.h"
@@ -135,11 +138,26 @@ void ResetRecords() {
   framework::ResetMessageCenter();
 }
 
+// Device roots of test processes that ended without their destructors (a
+// death test's child, a crash) are removed by the next phone.
+void RemoveOrphanedRoots() {
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator("/tmp", ec)) {
+    const std::string name = entry.path().filename().string();
+    if (name.rfind("remedium-phone-", 0) != 0) continue;
+    const long pid = std::strtol(name.c_str() + 15, nullptr, 10);
+    if (pid > 0 && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) {
+      std::filesystem::remove_all(entry.path(), ec);
+    }
+  }
+}
+
 }  // namespace
 
 Phone::Phone() {
-  char pattern[] = "/tmp/remedium-phone-XXXXXX";
-  const char* made = mkdtemp(pattern);
+  RemoveOrphanedRoots();
+  std::string pattern = "/tmp/remedium-phone-" + std::to_string(getpid()) + "-XXXXXX";
+  const char* made = mkdtemp(pattern.data());
   m_root = made != nullptr ? made : "/tmp/remedium-phone";
   SetDeviceRoot(m_root);
   ResetProperties();
