@@ -1,0 +1,160 @@
+// Playing scenarios on the simulated phone with the built library, and
+// comparing with their expectations: a mismatch is reported where it happened,
+// with what was expected and what the library did.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "checker.h"
+#include "player.h"
+#include "report.h"
+#include "scenario.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::UnorderedElementsAre;
+namespace sc = sim::scenario;
+
+sc::Scenario Parse(const std::string& text) {
+  sc::LoadError error;
+  std::optional<sc::Scenario> scenario = sc::ParseScenario(text, "test.json", &error);
+  EXPECT_TRUE(scenario.has_value()) << error.ToString();
+  return scenario ? *scenario : sc::Scenario{};
+}
+
+std::vector<std::string> Paths(const sc::CheckResult& check) {
+  std::vector<std::string> paths;
+  for (const sc::Mismatch& mismatch : check.mismatches) paths.push_back(mismatch.path);
+  return paths;
+}
+
+TEST(ScenarioPlay, ReportsEachUnmetExpectationWithItsPath) {
+  const sc::Scenario scenario = Parse(R"({
+    "name": "t",
+    "device": {"cameras": [{"id": 0, "slot": 5}]},
+    "core": {"hookArguments": {"EEPROMI2C": ["24"]}},
+    "steps": [
+      {"call": "GetStaticCaps", "camera": 0,
+       "expect": {"result": 1, "log": ["slot id: 5"], "noLog": ["camera id: 0"]}},
+      {"call": "CreateI2CInfoCmd", "slaveAddress": "0x18", "hal": 4,
+       "expect": {"result": 4, "slaveAddress": "0x18", "notifications": []}}
+    ],
+    "expect": {"halCalls": {"GetStaticCaps": 2, "CreateI2CInfoCmd": 1}, "properties": {"x.y": "1"}}
+  })");
+  const sc::RunResult run = sc::Play(scenario);
+  ASSERT_EQ(run.error, "");
+  const sc::CheckResult check = sc::Check(scenario, run);
+  EXPECT_EQ(check.checked, 9u);
+  EXPECT_THAT(Paths(check), UnorderedElementsAre("steps[0].expect.result", "steps[0].expect.noLog",
+                                                 "steps[1].expect.slaveAddress", "steps[1].expect.notifications",
+                                                 "expect.halCalls.GetStaticCaps", "expect.properties.x.y"));
+  const std::string text = sc::FormatMismatches(scenario, check);
+  EXPECT_THAT(text, HasSubstr("steps[1] CreateI2CInfoCmd(slave 0x18):"));
+  EXPECT_THAT(text, HasSubstr("expected: 0x18 (24)\n      got:      0x66 (102)"));
+  EXPECT_THAT(text, HasSubstr("expected: \"1\"\n      got:      (unset)"));
+}
+
+TEST(ScenarioPlay, EachRepetitionIsCheckedOnItsOwn) {
+  // The address switch notifies the core on the first change of a process only.
+  const sc::Scenario scenario = Parse(R"({
+    "name": "t",
+    "device": {"cameras": [{"id": 0}]},
+    "core": {"hookArguments": {"EEPROMI2C": ["24"]}},
+    "steps": [
+      {"call": "CreateI2CInfoCmd", "slaveAddress": 24, "repeat": 2,
+       "expect": {"slaveAddress": 102, "notifications": ["CreateI2CInfoCmdHook"]}},
+      {"restart": true},
+      {"call": "CreateI2CInfoCmd", "slaveAddress": 24, "expect": {"notifications": ["CreateI2CInfoCmdHook"]}}
+    ]
+  })");
+  const sc::RunResult run = sc::Play(scenario);
+  const sc::CheckResult check = sc::Check(scenario, run);
+  ASSERT_EQ(check.mismatches.size(), 1u);
+  EXPECT_EQ(check.mismatches[0].path, "steps[0].expect.notifications");
+  EXPECT_THAT(check.mismatches[0].where, HasSubstr("repetition 2 of 2"));
+  EXPECT_EQ(run.restarts, 1);
+}
+
+TEST(ScenarioPlay, LogLinesMatchInOrderAndStarStandsForAnyText) {
+  const sc::Scenario scenario = Parse(R"({
+    "name": "t",
+    "device": {"cameras": [{"id": 0, "slot": 1}, {"id": 1, "slot": 2}]},
+    "steps": [{"call": "GetStaticCaps", "camera": 0}, {"call": "GetStaticCaps", "camera": 1}],
+    "expect": {
+      "log": ["I [REMEDIUM]: hook.cpp:* GetStaticCapsHook() camera id: 0, slot id: 1", "camera id: 1, slot id: 2"],
+      "logCount": {"GetStaticCapsHook() camera id: *, slot id: ": 2}
+    }
+  })");
+  EXPECT_TRUE(sc::Check(scenario, sc::Play(scenario)).ok());
+
+  sc::Scenario reversed = scenario;
+  reversed.expect["log"] = {"camera id: 1, slot id: 2", "camera id: 0, slot id: 1"};
+  const sc::CheckResult check = sc::Check(reversed, sc::Play(reversed));
+  EXPECT_THAT(Paths(check), ElementsAre("expect.log[1]"));
+}
+
+TEST(ScenarioPlay, ReportCarriesStepsFinalStateAndCheck) {
+  const sc::Scenario scenario = Parse(R"({
+    "name": "t",
+    "device": {"bootTime": 7, "cameras": [{"id": 0, "slot": 0}]},
+    "properties": {"persist.vendor.camera.cloud.remedium.modswitch": "64"},
+    "steps": [{"call": "InitializeSensorDevice", "camera": 0, "hal": 3,
+               "expect": {"result": 0, "initState": 2, "halCalls": 1}}]
+  })");
+  const sc::RunResult run = sc::Play(scenario);
+  const sc::CheckResult check = sc::Check(scenario, run);
+  EXPECT_TRUE(check.ok());
+  const sc::Json report = sc::ReportJson(scenario, run, check);
+  EXPECT_EQ(report["check"]["ok"], true);
+  ASSERT_EQ(report["steps"].size(), 1u);
+  EXPECT_EQ(report["steps"][0]["call"], "InitializeSensorDevice");
+  EXPECT_EQ(report["steps"][0]["halResults"], sc::Json::array({3}));
+  EXPECT_EQ(report["final"]["properties"]["vendor.debug.camera.imagesensorstate.0"], "<P:-:0><I:F:7><C:-:0>");
+  EXPECT_EQ(report["final"]["properties"]["persist.vendor.camera.errorFrameworkId"], "2");
+  const std::string summary = sc::FormatSummary(scenario, run, check);
+  EXPECT_THAT(summary, HasSubstr("results changed by the library: 1"));
+  EXPECT_THAT(summary, HasSubstr("initialisation (I): failed, recorded 7 s after boot"));
+}
+
+TEST(ScenarioPlay, AbortedCameraProcessIsRestartedWithPropertiesKept) {
+  const sc::Scenario scenario = Parse(R"({
+    "name": "t",
+    "device": {"cameras": [{"id": 0, "slot": 3}]},
+    "properties": {"persist.vendor.camera.cloud.remedium.modswitch": "64"},
+    "steps": [
+      {"call": "GetStaticCaps", "camera": 0},
+      {"call": "ProcessCaptureRequest", "recordControl": 1, "expect": {"aborted": true}},
+      {"call": "InitializeSensorDevice", "camera": 0, "hal": 1,
+       "expect": {"properties": {"vendor.debug.camera.imagesensorstate.0": "<P:-:0><I:F:100><C:-:0>"}}}
+    ]
+  })");
+  const sc::RunResult run = sc::Play(scenario);
+  EXPECT_EQ(run.aborts, 1);
+  EXPECT_EQ(run.restarts, 1);
+  EXPECT_TRUE(sc::Check(scenario, run).ok());
+}
+
+// The annotated example of the scenario format's documentation, without its
+// comments, loads and meets its own expectations.
+TEST(ScenarioPlay, DocumentedExampleHolds) {
+  std::ifstream in(REMEDIUM_SCENARIO_DIR "/README.md");
+  std::stringstream readme;
+  readme << in.rdbuf();
+  const std::string text = readme.str();
+  const size_t begin = text.find("```jsonc\n");
+  ASSERT_NE(begin, std::string::npos);
+  const size_t end = text.find("```", begin + 9);
+  const std::string example =
+      std::regex_replace(text.substr(begin + 9, end - begin - 9), std::regex("[ \t]*//[^\n]*"), "");
+  const sc::Scenario scenario = Parse(example);
+  const sc::CheckResult check = sc::Check(scenario, sc::Play(scenario));
+  EXPECT_GT(check.checked, 10u);
+  EXPECT_TRUE(check.ok()) << sc::FormatMismatches(scenario, check);
+}
+
+}  // namespace
