@@ -3,6 +3,7 @@
 #include <android/log.h>
 #include <cutils/properties.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -19,10 +20,17 @@ const char* BaseName(const char* file) {
   return slash != nullptr ? slash + 1 : file;
 }
 
-}  // namespace
+// The level as last read, for the early return; 0 until the first line that
+// reaches WriteLine has read the property (0 drops nothing early).
+std::atomic<int> g_logLevel{0};
 
-void RemediumLog(int level, const char* file, int line, const char* func, const char* fmt, ...) {
+// Reads the level once per process, then formats and writes one line when it
+// is not below the level. Out of line, so that a call below the level pays
+// neither this frame nor its 1 KiB buffer.
+__attribute__((noinline, format(printf, 5, 0))) void WriteLine(int level, const char* file, int line, const char* func,
+                                                               const char* fmt, va_list args) {
   static const int s_logLevel = property_get_int32(kLogLevelProperty, kDefaultLogLevel);
+  g_logLevel.store(s_logLevel, std::memory_order_relaxed);
   if (s_logLevel > level) return;
 
   char buffer[kLineSize];
@@ -30,10 +38,16 @@ void RemediumLog(int level, const char* file, int line, const char* func, const 
   const int prefix = std::snprintf(buffer, sizeof(buffer), "%s:%d %s() ", BaseName(file), line, func);
   // Drops the line when the prefix leaves no room for a message.
   if (prefix < 0 || prefix + 10 > static_cast<int>(kLineSize) - 1) return;
+  std::vsnprintf(buffer + prefix, kLineSize - static_cast<size_t>(prefix), fmt, args);
+  __android_log_print(level, kLogTag, "%s", buffer);
+}
 
+}  // namespace
+
+void RemediumLog(int level, const char* file, int line, const char* func, const char* fmt, ...) {
+  if (g_logLevel.load(std::memory_order_relaxed) > level) return;
   va_list args;
   va_start(args, fmt);
-  std::vsnprintf(buffer + prefix, kLineSize - static_cast<size_t>(prefix), fmt, args);
+  WriteLine(level, file, line, func, fmt, args);
   va_end(args);
-  __android_log_print(level, kLogTag, "%s", buffer);
 }

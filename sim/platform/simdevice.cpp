@@ -17,6 +17,13 @@
 #include <mutex>
 #include <sstream>
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define REMEDIUM_SIM_TSAN 1
+#include <sanitizer/tsan_interface.h>
+#endif
+#endif
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -30,6 +37,31 @@ struct DeviceState {
   sim::SysfsDriver driver;
   std::vector<sim::Event> journal;
   uint64_t nextSeq = 1;
+};
+
+// The stand-ins for open, write and close run inside ThreadSanitizer's own
+// interceptors of those calls, where it does not see mutex operations (write
+// counts as a blocking call). The state lock therefore also tells
+// ThreadSanitizer directly that it orders what it guards.
+class StateLock {
+ public:
+  explicit StateLock(std::mutex& mutex) : m_mutex(mutex) {
+    m_mutex.lock();
+#if REMEDIUM_SIM_TSAN
+    __tsan_acquire(&m_mutex);
+#endif
+  }
+  ~StateLock() {
+#if REMEDIUM_SIM_TSAN
+    __tsan_release(&m_mutex);
+#endif
+    m_mutex.unlock();
+  }
+  StateLock(const StateLock&) = delete;
+  StateLock& operator=(const StateLock&) = delete;
+
+ private:
+  std::mutex& m_mutex;
 };
 
 // Never destroyed: the interposed calls may run during exit.
@@ -56,7 +88,7 @@ bool IsDevicePath(const char* path) {
 std::string MapPath(const char* path, bool* isSysfs) {
   *isSysfs = false;
   if (!IsDevicePath(path)) return path ? path : "";
-  std::lock_guard<std::mutex> lock(State().mutex);
+  StateLock lock(State().mutex);
   if (State().root.empty()) return path;
   *isSysfs = std::strncmp(path, "/sys/", 5) == 0;
   return State().root + path;
@@ -67,7 +99,7 @@ int OpenMapped(const char* path, int flags, mode_t mode) {
   const std::string mapped = MapPath(path, &isSysfs);
   const int fd = static_cast<int>(RawOpen(mapped.c_str(), flags, mode));
   if (fd >= 0 && isSysfs) {
-    std::lock_guard<std::mutex> lock(State().mutex);
+    StateLock lock(State().mutex);
     State().sysfsFds[fd] = path;
     g_anySysfsFd.store(true, std::memory_order_relaxed);
   }
@@ -106,7 +138,7 @@ ssize_t write(int fd, const void* buf, size_t count) {
   if (!g_anySysfsFd.load(std::memory_order_relaxed)) return realWrite(fd, buf, count);
   std::string devicePath;
   {
-    std::lock_guard<std::mutex> lock(State().mutex);
+    StateLock lock(State().mutex);
     auto it = State().sysfsFds.find(fd);
     if (it == State().sysfsFds.end()) return realWrite(fd, buf, count);
     devicePath = it->second;
@@ -122,7 +154,7 @@ ssize_t write(int fd, const void* buf, size_t count) {
   const int savedErrno = errno;
   sim::SysfsDriver driver;
   {
-    std::lock_guard<std::mutex> lock(State().mutex);
+    StateLock lock(State().mutex);
     State().writes.push_back({devicePath, std::string(bytes, count), result});
     driver = State().driver;
   }
@@ -134,7 +166,7 @@ ssize_t write(int fd, const void* buf, size_t count) {
 
 int close(int fd) {
   if (g_anySysfsFd.load(std::memory_order_relaxed)) {
-    std::lock_guard<std::mutex> lock(State().mutex);
+    StateLock lock(State().mutex);
     State().sysfsFds.erase(fd);
   }
   return static_cast<int>(syscall(SYS_close, fd));
@@ -164,7 +196,7 @@ int clock_gettime(clockid_t clock, struct timespec* ts) {
 namespace sim {
 
 void SetDeviceRoot(const std::string& root) {
-  std::lock_guard<std::mutex> lock(State().mutex);
+  StateLock lock(State().mutex);
   if (root.empty()) {
     if (!State().root.empty() && !State().savedCwd.empty()) {
       std::error_code ec;
@@ -181,12 +213,12 @@ void SetDeviceRoot(const std::string& root) {
 }
 
 std::string DeviceRoot() {
-  std::lock_guard<std::mutex> lock(State().mutex);
+  StateLock lock(State().mutex);
   return State().root;
 }
 
 std::string HostPath(const std::string& devicePath) {
-  std::lock_guard<std::mutex> lock(State().mutex);
+  StateLock lock(State().mutex);
   if (State().root.empty()) return devicePath;
   if (!devicePath.empty() && devicePath.front() == '/') return State().root + devicePath;
   return State().root + "/" + devicePath;
@@ -220,34 +252,34 @@ void RemoveDeviceFile(const std::string& devicePath) {
 }
 
 std::vector<SysfsWrite> SysfsWrites() {
-  std::lock_guard<std::mutex> lock(State().mutex);
+  StateLock lock(State().mutex);
   return State().writes;
 }
 
 void ClearSysfsWrites() {
-  std::lock_guard<std::mutex> lock(State().mutex);
+  StateLock lock(State().mutex);
   State().writes.clear();
 }
 
 void SetSysfsDriver(SysfsDriver driver) {
-  std::lock_guard<std::mutex> lock(State().mutex);
+  StateLock lock(State().mutex);
   State().driver = std::move(driver);
 }
 
 void PinBootTime(int64_t seconds) { g_pinnedBootSeconds.store(seconds, std::memory_order_relaxed); }
 
 void Record(const std::string& source, const std::string& text) {
-  std::lock_guard<std::mutex> lock(State().mutex);
+  StateLock lock(State().mutex);
   State().journal.push_back({State().nextSeq++, source, text});
 }
 
 std::vector<Event> Journal() {
-  std::lock_guard<std::mutex> lock(State().mutex);
+  StateLock lock(State().mutex);
   return State().journal;
 }
 
 void ClearJournal() {
-  std::lock_guard<std::mutex> lock(State().mutex);
+  StateLock lock(State().mutex);
   State().journal.clear();
 }
 

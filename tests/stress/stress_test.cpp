@@ -1,0 +1,477 @@
+// Every proxy from several HAL threads at once: each thread is one camera
+// (its own camera id, slot, sensor and EEPROM), the core is present, and a
+// further thread keeps changing what the core answers, so that the proxies'
+// paths with and without hook arguments interleave. The number of calls is
+// bounded; the program is meant to run under ThreadSanitizer, which then
+// reports any unsynchronised access of the library's shared state.
+//
+// ThreadSanitizer finds a race only between accesses that nothing orders, and
+// the simulated platform takes a lock at nearly every call (its ShadowHook
+// registry, HAL scripts, log, property store, framework fakes), which would
+// order the threads' work as a side effect. So this program runs the proxies
+// on a quiet platform: ShadowHook, the HAL functions and the log are its own
+// stand-ins that synchronise nothing, and calls into the property store and
+// the framework fakes are hidden from ThreadSanitizer (their locks order
+// nothing, their own memory is not checked). What remains visible is the
+// library's own memory and its own locks.
+//
+// Afterwards the totals must add up: every proxy left through its frame
+// exactly once per call, every HAL function that a proxy always calls was
+// called once per call, and the records the proxies keep per camera exist.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+#include <shadowhook.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <latch>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "harness.h"
+#include "simdevice.h"
+#include "simframework.h"
+#include "simhal.h"
+#include "simlenspipelinehal.h"
+#include "simproperties.h"
+#include "simsensorhal.h"
+#include "simshadowhook.h"
+
+
+// ---------------------------------------------------------------------------
+// The quiet platform.
+
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define REMEDIUM_STRESS_TSAN 1
+#endif
+#endif
+
+#if REMEDIUM_STRESS_TSAN
+extern "C" {
+void AnnotateIgnoreSyncBegin(const char* file, int line);
+void AnnotateIgnoreSyncEnd(const char* file, int line);
+void AnnotateIgnoreReadsBegin(const char* file, int line);
+void AnnotateIgnoreReadsEnd(const char* file, int line);
+void AnnotateIgnoreWritesBegin(const char* file, int line);
+void AnnotateIgnoreWritesEnd(const char* file, int line);
+}
+#endif
+
+namespace {
+
+// While alive, ThreadSanitizer neither takes synchronisation from this thread
+// nor checks its memory accesses: a call into the simulated platform.
+class HiddenFromTsan {
+ public:
+#if REMEDIUM_STRESS_TSAN
+  HiddenFromTsan() {
+    AnnotateIgnoreSyncBegin(__FILE__, __LINE__);
+    AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
+    AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
+  }
+  ~HiddenFromTsan() {
+    AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
+    AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
+    AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
+  }
+#else
+  HiddenFromTsan() = default;
+#endif
+  HiddenFromTsan(const HiddenFromTsan&) = delete;
+  HiddenFromTsan& operator=(const HiddenFromTsan&) = delete;
+};
+
+template <typename Fn>
+Fn* Next(const char* name) {
+  static Fn* next = reinterpret_cast<Fn*>(dlsym(RTLD_NEXT, name));
+  return next;
+}
+
+// Per-thread counts, summed after the threads have joined.
+enum HalFunction {
+  kGetStaticCaps, kSensorProbe, kInitializeSensorDevice, kLoadSensorInitConfigCmd, kLoadSensorConfigCmds,
+  kSensorCreateAndSubmitCommand, kCreateI2CInfoCmd, kEEPROMDataProbe, kProbeEEPROM, kReadEEPROMDevice,
+  kEEPROMVerifyChecksum, kActuatorData, kOISRegisterProvider, kOISCreateI2CInfoCmd, kReadLensPositionData,
+  kFormatLensPositionData, kPostGyroData, kCSLMessageHandler, kProcessCaptureRequest, kHalFunctions
+};
+struct ThreadCounts {
+  std::array<int, kHalFunctions> halCalls{};
+  int pops = 0;
+  int logLines = 0;
+};
+thread_local ThreadCounts t_counts;
+
+}  // namespace
+
+// The HAL functions the proxies are installed over: count and succeed.
+namespace quiethal {
+CamxResult GetStaticCaps(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*, CamX::TuningDataManager*,
+                         unsigned int) {
+  return ++t_counts.halCalls[kGetStaticCaps], 0;
+}
+CamxResult SensorProbe(void*, int*, int*) { return ++t_counts.halCalls[kSensorProbe], 0; }
+CamxResult InitializeSensorDevice(void*) { return ++t_counts.halCalls[kInitializeSensorDevice], 0; }
+CamxResult LoadSensorInitConfigCmd(void*) { return ++t_counts.halCalls[kLoadSensorInitConfigCmd], 0; }
+CamxResult LoadSensorConfigCmds(void*) { return ++t_counts.halCalls[kLoadSensorConfigCmds], 0; }
+CamxResult SensorCreateAndSubmitCommand(void*, unsigned int, CamX::I2CRegSettingType, CSLPacketOpcodesSensor,
+                                        unsigned int, unsigned int, const void*) {
+  return ++t_counts.halCalls[kSensorCreateAndSubmitCommand], 0;
+}
+CamxResult CreateI2CInfoCmd(void*, CSLSensorI2CInfo*, unsigned short) {
+  return ++t_counts.halCalls[kCreateI2CInfoCmd], 0;
+}
+CamxResult EEPROMDataProbe(void*) { return ++t_counts.halCalls[kEEPROMDataProbe], 0; }
+CamxResult ProbeEEPROM(void*, CamX::HwSensorInfo*, const CamX::HwDeviceTypeInfo*) {
+  return ++t_counts.halCalls[kProbeEEPROM], 0;
+}
+CamxResult ReadEEPROMDevice(void*) { return ++t_counts.halCalls[kReadEEPROMDevice], 0; }
+CamxResult EEPROMVerifyChecksum(void*, unsigned char*, int) { return ++t_counts.halCalls[kEEPROMVerifyChecksum], 0; }
+void ActuatorData(void*, CamX::ActuatorDriverData*) { ++t_counts.halCalls[kActuatorData]; }
+CamxResult OISRegisterProvider(void*, void*, const CamX::NCSProviderCap*) {
+  return ++t_counts.halCalls[kOISRegisterProvider], 0;
+}
+CamxResult OISCreateI2CInfoCmd(void*, CSLOISI2CInfo*, int) { return ++t_counts.halCalls[kOISCreateI2CInfoCmd], 0; }
+CamxResult ReadLensPositionData(void*) { return ++t_counts.halCalls[kReadLensPositionData], 0; }
+CamxResult FormatLensPositionData(void*, CamX::OISLensPositionData*, unsigned char*, unsigned long) {
+  return ++t_counts.halCalls[kFormatLensPositionData], 0;
+}
+CamxResult PostGyroData(void*, CamX::NCSSensorType, std::vector<sensors_event_t*>&) {
+  return ++t_counts.halCalls[kPostGyroData], 0;
+}
+void CSLMessageHandler(void*, CSLMessage*) { ++t_counts.halCalls[kCSLMessageHandler]; }
+CamxResult ProcessCaptureRequest(void*, CamX::Camera3CaptureRequest*) {
+  return ++t_counts.halCalls[kProcessCaptureRequest], 0;
+}
+}  // namespace quiethal
+
+namespace {
+
+// Proxy -> HAL function, filled before the threads start and only read after.
+std::map<void*, void*> g_previous;
+
+}  // namespace
+
+// Exported from this program, so that the hook library binds to them.
+extern "C" {
+void* shadowhook_get_prev_func(void* func) {
+  auto it = g_previous.find(func);
+  return it == g_previous.end() ? nullptr : it->second;
+}
+shadowhook_mode_t shadowhook_get_mode(void) { return SHADOWHOOK_MODE_SHARED; }
+void shadowhook_pop_stack(void*) { ++t_counts.pops; }
+
+int __android_log_print(int, const char*, const char*, ...) { return ++t_counts.logLines, 1; }
+
+int property_get(const char* key, char* value, const char* defaultValue) {
+  [[maybe_unused]] HiddenFromTsan hidden;
+  return Next<int(const char*, char*, const char*)>("property_get")(key, value, defaultValue);
+}
+int32_t property_get_int32(const char* key, int32_t defaultValue) {
+  [[maybe_unused]] HiddenFromTsan hidden;
+  return Next<int32_t(const char*, int32_t)>("property_get_int32")(key, defaultValue);
+}
+int property_set(const char* key, const char* value) {
+  [[maybe_unused]] HiddenFromTsan hidden;
+  return Next<int(const char*, const char*)>("property_set")(key, value);
+}
+}  // extern "C"
+
+// The framework fakes' entry points, which the core and message-centre
+// libraries call.
+namespace sim::framework::shim {
+#define REMEDIUM_HIDDEN_SHIM(result, name, mangled, params, args)      \
+  result name params {                                                \
+    [[maybe_unused]] HiddenFromTsan hidden;                           \
+    return Next<result params>(mangled) args;                         \
+  }
+REMEDIUM_HIDDEN_SHIM(bool, MessageCenterSend, "_ZN3sim9framework4shim17MessageCenterSendERKNS0_20MessageCenterRequestEPNS0_18MessageCenterReplyE",
+                     (const MessageCenterRequest& request, MessageCenterReply* reply), (request, reply))
+REMEDIUM_HIDDEN_SHIM(bool, IsSwitchOpened, "_ZN3sim9framework4shim14IsSwitchOpenedEi", (int32_t kind), (kind))
+REMEDIUM_HIDDEN_SHIM(void, ProtectionCallback, "_ZN3sim9framework4shim18ProtectionCallbackERKNS0_12CoreCallbackE",
+                     (const CoreCallback& callback), (callback))
+REMEDIUM_HIDDEN_SHIM(std::vector<std::string>, GetHookArguments,
+                     "_ZN3sim9framework4shim16GetHookArgumentsERKNSt3__112basic_stringIcNS2_11char_traitsIcEENS2_9allocatorIcEEEE",
+                     (const std::string& hookName), (hookName))
+REMEDIUM_HIDDEN_SHIM(void, NotifyHookMessage, "_ZN3sim9framework4shim17NotifyHookMessageERKNS0_16CoreNotificationE",
+                     (const CoreNotification& notification), (notification))
+REMEDIUM_HIDDEN_SHIM(void, RecordProbeMessage,
+                     "_ZN3sim9framework4shim18RecordProbeMessageERKNSt3__112basic_stringIcNS2_11char_traitsIcEENS2_9allocatorIcEEEEb",
+                     (const std::string& name, bool result), (name, result))
+#undef REMEDIUM_HIDDEN_SHIM
+}  // namespace sim::framework::shim
+
+// The HAL's vendor-tag lookup: the record-control tag is where the simulated
+// HAL would put it; nothing else is known.
+CamxResult CamX::VendorTagManager::QueryVendorTagLocation(const char* pSectionName, const char* pTagName,
+                                                          uint32_t* pTagLocation) {
+  if (std::string_view(pSectionName) != "velora.video" || std::string_view(pTagName) != "recordControl") return 1;
+  *pTagLocation = sim::hal::kRecordControlTagLocation;
+  return 0;
+}
+
+namespace {
+
+namespace fw = sim::framework;
+namespace hal = sim::hal;
+using ::testing::AllOf;
+using ::testing::Ge;
+using ::testing::Le;
+
+constexpr int kCameras = 4;
+constexpr int kProxyCallsPerRound = 19;
+
+// Rounds per camera thread: bounded, and small enough for a sanitizer or an
+// emulator; REMEDIUM_STRESS_ROUNDS overrides it.
+int Rounds() {
+  const char* text = std::getenv("REMEDIUM_STRESS_ROUNDS");
+  const int rounds = text != nullptr ? std::atoi(text) : 0;
+  return rounds > 0 ? rounds : 200;
+}
+
+// The proxies, resolved by their exported names.
+struct Proxies {
+  CamxResult (*getStaticCaps)(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*, CamX::TuningDataManager*,
+                              unsigned int);
+  CamxResult (*sensorProbe)(void*, int*, int*);
+  CamxResult (*initializeSensorDevice)(void*);
+  CamxResult (*loadSensorInitConfigCmd)(void*);
+  CamxResult (*loadSensorConfigCmds)(void*);
+  CamxResult (*sensorCreateAndSubmitCommand)(void*, unsigned int, CamX::I2CRegSettingType, CSLPacketOpcodesSensor,
+                                             unsigned int, unsigned int, const void*);
+  CamxResult (*createI2CInfoCmd)(void*, CSLSensorI2CInfo*, unsigned short);
+  CamxResult (*eepromDataProbe)(void*);
+  CamxResult (*probeEEPROM)(void*, CamX::HwSensorInfo*, const CamX::HwDeviceTypeInfo*);
+  CamxResult (*readEEPROMDevice)(void*);
+  CamxResult (*eepromVerifyChecksum)(void*, unsigned char*, int);
+  void (*actuatorData)(void*, CamX::ActuatorDriverData*);
+  CamxResult (*oisRegisterProvider)(void*, void*, const CamX::NCSProviderCap*);
+  CamxResult (*oisCreateI2CInfoCmd)(void*, CSLOISI2CInfo*, int);
+  CamxResult (*readLensPositionData)(void*);
+  CamxResult (*formatLensPositionData)(void*, CamX::OISLensPositionData*, unsigned char*, unsigned long);
+  CamxResult (*postGyroData)(void*, CamX::NCSSensorType, std::vector<sensors_event_t*>&);
+  void (*cslMessageHandler)(void*, CSLMessage*);
+  CamxResult (*processCaptureRequest)(void*, CamX::Camera3CaptureRequest*);
+  void (*setErrorFrameworkId)(unsigned int, int);
+};
+
+template <typename Fn>
+void Resolve(const sim::HookLibrary& library, const char* name, Fn*& proxy) {
+  proxy = library.Proxy<Fn>(name);
+  ASSERT_NE(proxy, nullptr) << name;
+}
+
+// Results that break a proxy's own promise, counted across threads.
+struct Violations {
+  std::atomic<int> count{0};
+  void Check(bool kept) {
+    if (!kept) count.fetch_add(1, std::memory_order_relaxed);
+  }
+};
+
+class StressTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fw::InstallCore();
+    fw::InstallMessageCenter();
+    sim::WriteDeviceFile("/odm/etc/camera/camxoverridesettings.txt",
+                         "SensorModuleRetryTimes=3\nsensorModuleNumber=2\n");
+    hal::WriteKernelTable(std::vector<int64_t>(64, 0));
+    sim::PresetProperty("persist.vendor.camera.cloud.remedium.modswitch", "-1");  // every module on
+    for (int camera = 0; camera < kCameras; ++camera) {
+      fw::SetSensorType(SensorName(camera), "type" + std::to_string(camera));
+      fw::SetMostProbedSensor("type" + std::to_string(camera), SensorName(camera), 100);
+    }
+    std::string error;
+    library_ = phone_.StartCameraProcess(&error);
+    ASSERT_NE(library_, nullptr) << error;
+    Resolve(*library_, "GetStaticCapsHook", proxies_.getStaticCaps);
+    Resolve(*library_, "SensorProbeHook", proxies_.sensorProbe);
+    Resolve(*library_, "InitializeSensorDeviceHook", proxies_.initializeSensorDevice);
+    Resolve(*library_, "LoadSensorInitConfigCmdHook", proxies_.loadSensorInitConfigCmd);
+    Resolve(*library_, "LoadSensorConfigCmdsHook", proxies_.loadSensorConfigCmds);
+    Resolve(*library_, "SensorCreateAndSubmitCommandHook", proxies_.sensorCreateAndSubmitCommand);
+    Resolve(*library_, "CreateI2CInfoCmdHook", proxies_.createI2CInfoCmd);
+    Resolve(*library_, "EEPROMDataProbeHook", proxies_.eepromDataProbe);
+    Resolve(*library_, "ProbeEEPROMHook", proxies_.probeEEPROM);
+    Resolve(*library_, "ReadEEPROMDeviceHook", proxies_.readEEPROMDevice);
+    Resolve(*library_, "EEPROMVerifyChecksumHook", proxies_.eepromVerifyChecksum);
+    Resolve(*library_, "ActuatorDataHook", proxies_.actuatorData);
+    Resolve(*library_, "OISRegisterProviderHook", proxies_.oisRegisterProvider);
+    Resolve(*library_, "OISCreateI2CInfoCmdHook", proxies_.oisCreateI2CInfoCmd);
+    Resolve(*library_, "ReadLensPositionDataHook", proxies_.readLensPositionData);
+    Resolve(*library_, "FormatLensPositionDataHook", proxies_.formatLensPositionData);
+    Resolve(*library_, "PostGyroDataHook", proxies_.postGyroData);
+    Resolve(*library_, "CSLMessageHandlerHook", proxies_.cslMessageHandler);
+    Resolve(*library_, "ProcessCaptureRequestHook", proxies_.processCaptureRequest);
+    Resolve(*library_, "SetErrorFrameworkId", proxies_.setErrorFrameworkId);
+    Install(proxies_.getStaticCaps, &quiethal::GetStaticCaps);
+    Install(proxies_.sensorProbe, &quiethal::SensorProbe);
+    Install(proxies_.initializeSensorDevice, &quiethal::InitializeSensorDevice);
+    Install(proxies_.loadSensorInitConfigCmd, &quiethal::LoadSensorInitConfigCmd);
+    Install(proxies_.loadSensorConfigCmds, &quiethal::LoadSensorConfigCmds);
+    Install(proxies_.sensorCreateAndSubmitCommand, &quiethal::SensorCreateAndSubmitCommand);
+    Install(proxies_.createI2CInfoCmd, &quiethal::CreateI2CInfoCmd);
+    Install(proxies_.eepromDataProbe, &quiethal::EEPROMDataProbe);
+    Install(proxies_.probeEEPROM, &quiethal::ProbeEEPROM);
+    Install(proxies_.readEEPROMDevice, &quiethal::ReadEEPROMDevice);
+    Install(proxies_.eepromVerifyChecksum, &quiethal::EEPROMVerifyChecksum);
+    Install(proxies_.actuatorData, &quiethal::ActuatorData);
+    Install(proxies_.oisRegisterProvider, &quiethal::OISRegisterProvider);
+    Install(proxies_.oisCreateI2CInfoCmd, &quiethal::OISCreateI2CInfoCmd);
+    Install(proxies_.readLensPositionData, &quiethal::ReadLensPositionData);
+    Install(proxies_.formatLensPositionData, &quiethal::FormatLensPositionData);
+    Install(proxies_.postGyroData, &quiethal::PostGyroData);
+    Install(proxies_.cslMessageHandler, &quiethal::CSLMessageHandler);
+    Install(proxies_.processCaptureRequest, &quiethal::ProcessCaptureRequest);
+  }
+
+  void TearDown() override { g_previous.clear(); }
+
+  // What the core's installer does: the proxy replaces `hal`.
+  template <typename Fn>
+  static void Install(Fn* proxy, Fn* hal) {
+    g_previous[reinterpret_cast<void*>(proxy)] = reinterpret_cast<void*>(hal);
+  }
+
+  static std::string SensorName(int camera) { return "s5k" + std::to_string(camera) + "_wide"; }
+  static uint32_t SlotOf(int camera) { return static_cast<uint32_t>(camera + 4); }
+
+  // One HAL thread: camera `camera` runs through bring-up, EEPROM, lens,
+  // gyro and pipeline calls, round after round.
+  void CameraThread(int camera, int rounds, std::latch& start) {
+    const auto cameraId = static_cast<uint32_t>(camera);
+    hal::Object caps = hal::MakeStaticCaps(SlotOf(camera));
+    hal::SensorProbeObject probe(SensorName(camera), static_cast<uint16_t>(camera));
+    hal::SensorNodeObject node(cameraId);
+    hal::SensorI2CInfoObject sensorI2C(0x18);
+    hal::EepromDataObject eeprom(static_cast<uint16_t>(camera), SensorName(camera));
+    hal::HwSensorInfoObject eepromInfo(SensorName(camera) + "_eeprom");
+    hal::ActuatorDriverDataObject actuator(SensorName(camera) + "_actuator", 0x18);
+    hal::OISI2CInfoObject oisI2C(0x18);
+    hal::CaptureRequestObject request;
+    request.SetRecordControl(0).SetBytes(0x10000, {1, 2, 3});
+    std::vector<unsigned char> checksumData(1024, 0xAB);
+    std::vector<unsigned char> lensBuffer(64, 0);
+    int session = camera;
+
+    start.arrive_and_wait();
+    for (int round = 0; round < rounds; ++round) {
+      violations_.Check(proxies_.getStaticCaps(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()),
+                                               nullptr, nullptr, cameraId) == 0);
+      proxies_.sensorProbe(probe.get(), nullptr, nullptr);
+      violations_.Check(proxies_.initializeSensorDevice(node.get()) == 0);
+      violations_.Check(proxies_.loadSensorInitConfigCmd(node.get()) == 0);
+      violations_.Check(proxies_.loadSensorConfigCmds(node.get()) == 0);
+      const auto opcode = static_cast<CSLPacketOpcodesSensor>(round % 2 == 0 ? 2 : 4);
+      violations_.Check(proxies_.sensorCreateAndSubmitCommand(node.get(), 0, CamX::I2CRegSettingType{}, opcode, 0, 0,
+                                                              nullptr) == 0);
+      proxies_.createI2CInfoCmd(nullptr, sensorI2C.get(), 0);
+      proxies_.eepromDataProbe(eeprom.get());
+      proxies_.probeEEPROM(nullptr, eepromInfo.get(), nullptr);
+      proxies_.readEEPROMDevice(eeprom.get());
+      checksumData.assign(checksumData.size(), 0xAB);
+      proxies_.eepromVerifyChecksum(nullptr, checksumData.data(), static_cast<int>(checksumData.size()));
+      violations_.Check(checksumData[0] == 0 && checksumData[990] == 0 && checksumData[1] == 0xAB);
+      proxies_.actuatorData(nullptr, actuator.get());
+      violations_.Check(proxies_.oisRegisterProvider(nullptr, nullptr, nullptr) == 1);
+      proxies_.oisCreateI2CInfoCmd(nullptr, oisI2C.get(), 0);
+      proxies_.readLensPositionData(nullptr);
+      violations_.Check(proxies_.formatLensPositionData(nullptr, nullptr, lensBuffer.data(), lensBuffer.size()) == 1);
+      hal::SensorEventBatch batch({100000000 + round, 200000000 + round, 300000000 + round});
+      proxies_.postGyroData(nullptr, CamX::NCSSensorType{1}, batch.samples());
+      hal::CSLMessageObject message(0, static_cast<uint64_t>(40 + round % 4));
+      proxies_.cslMessageHandler(&session, message.get());
+      violations_.Check(proxies_.processCaptureRequest(nullptr, request.get()) == 0);
+      proxies_.setErrorFrameworkId(SlotOf(camera), round % 2);
+    }
+    std::lock_guard<std::mutex> lock(totalsMutex_);  // after the last call: orders nothing measured
+    for (size_t i = 0; i < totals_.halCalls.size(); ++i) totals_.halCalls[i] += t_counts.halCalls[i];
+    totals_.pops += t_counts.pops;
+    totals_.logLines += t_counts.logLines;
+  }
+
+  // The core's answers change while the cameras run.
+  static void CoreThread(const std::atomic<bool>& done, std::latch& start) {
+    start.arrive_and_wait();
+    for (int step = 0; !done.load(std::memory_order_acquire); ++step) {
+      const bool on = step % 2 == 0;
+      auto set = [on](const char* hook, std::vector<std::string> arguments) {
+        fw::SetHookArguments(hook, on ? std::move(arguments) : std::vector<std::string>{});
+      };
+      set("CSLMessageHandler", {"42"});
+      set("ActuatorI2CError", {"s5k1"});
+      set("ReadEEPROMDeviceFail", {"s5k2"});
+      set("ProbeEEPROM", {"s5k3"});
+      set("EEPROMI2C", {"24"});
+      set("ReadLensPositionData", {"0", "7"});
+      set("SensorProbeProtection", {step % 4 == 0 ? "s5k0" : ""});
+      fw::SetSwitch(2, on);
+      std::this_thread::yield();
+    }
+  }
+
+  sim::Phone phone_;
+  sim::HookLibrary* library_ = nullptr;
+  Proxies proxies_{};
+  Violations violations_;
+  std::mutex totalsMutex_;
+  ThreadCounts totals_;
+};
+
+TEST_F(StressTest, EveryProxyFromSeveralCamerasAtOnce) {
+  const int rounds = Rounds();
+  std::latch start(kCameras + 1);
+  std::atomic<bool> done{false};
+  std::thread core(CoreThread, std::cref(done), std::ref(start));
+  std::vector<std::thread> cameras;
+  for (int camera = 0; camera < kCameras; ++camera) {
+    cameras.emplace_back([this, camera, rounds, &start] { CameraThread(camera, rounds, start); });
+  }
+  for (std::thread& thread : cameras) thread.join();
+  done.store(true, std::memory_order_release);
+  core.join();
+
+  EXPECT_EQ(violations_.count.load(), 0);
+  const int calls = kCameras * rounds;
+  // Every proxy call left through its frame exactly once, in shared mode.
+  EXPECT_EQ(totals_.pops, calls * kProxyCallsPerRound);
+  // The HAL functions a proxy always calls, once per call.
+  for (HalFunction function :
+       {kGetStaticCaps, kLoadSensorInitConfigCmd, kSensorCreateAndSubmitCommand, kCreateI2CInfoCmd, kEEPROMDataProbe,
+        kProbeEEPROM, kEEPROMVerifyChecksum, kActuatorData, kOISCreateI2CInfoCmd, kReadLensPositionData,
+        kFormatLensPositionData, kPostGyroData, kCSLMessageHandler, kProcessCaptureRequest}) {
+    EXPECT_EQ(totals_.halCalls[function], calls) << "HAL function #" << function;
+  }
+  EXPECT_EQ(totals_.halCalls[kOISRegisterProvider], 0);
+  // Those a proxy may skip or repeat by its rules.
+  EXPECT_THAT(totals_.halCalls[kSensorProbe], AllOf(Ge(calls), Le(2 * calls)));
+  EXPECT_THAT(totals_.halCalls[kInitializeSensorDevice], Le(calls));
+  EXPECT_THAT(totals_.halCalls[kLoadSensorConfigCmds], Le(calls));
+  EXPECT_THAT(totals_.halCalls[kReadEEPROMDevice], Le(calls));
+  // Every proxy but the EEPROM checksum, capture request, CSL and lens
+  // formatting ones logs on its way.
+  EXPECT_GT(totals_.logLines, calls * 10);
+
+  // First-call reports: at least once, at most once per racing thread.
+  std::map<std::string, int> reports;
+  for (const fw::CoreNotification& notification : fw::CoreNotifications()) ++reports[notification.hookName];
+  for (const char* hook : {"OISRegisterProviderHook", "OISCreateI2CInfoCmdHook", "PostGyroDataHook"}) {
+    EXPECT_THAT(reports[hook], AllOf(Ge(1), Le(kCameras))) << hook;
+  }
+  // Each camera's slot has its state record.
+  for (int camera = 0; camera < kCameras; ++camera) {
+    const auto state = sim::GetProperty("vendor.debug.camera.imagesensorstate." + std::to_string(SlotOf(camera)));
+    ASSERT_TRUE(state.has_value()) << "slot " << SlotOf(camera);
+    EXPECT_THAT(*state, ::testing::MatchesRegex("<P:[SF-]:[0-9]+><I:[SF]:[0-9]+><C:[SF]:[0-9]+>"));
+  }
+}
+
+}  // namespace
