@@ -45,6 +45,26 @@ long& Entry(ProbeResultTable& table, size_t block, uint32_t cameraId) {
   return table[index];
 }
 
+// Opens the parameter and reads its text for the set and read operations.
+// Returns the open descriptor, or -1 when there is nothing to parse: a
+// descriptor below 1 (logged; descriptor 0 counts as a failure too and is left
+// open) or an empty or failed read (closed, not logged).
+int OpenAndReadText(int flags, const char* func, char (&text)[kKernelTextSize]) {
+  const int fd = open(kSensorApplySettingsControlPath, flags);
+  if (fd < 1) {
+    LogOpenFailure(func, __LINE__, errno);
+    return -1;
+  }
+  const ssize_t length = read(fd, text, sizeof(text) - 1);
+  if (length <= 0) {
+    close(fd);
+    return -1;
+  }
+  text[length] = '\0';
+  LogReadText(func, __LINE__, text);
+  return fd;
+}
+
 }  // namespace
 
 ProbeResultTable ParseProbeResultTable(const std::string& text) {
@@ -55,20 +75,9 @@ ProbeResultTable ParseProbeResultTable(const std::string& text) {
 }
 
 ProbeResultTable SetSensorProbeResult(uint32_t cameraId, int64_t) {
-  const int fd = open(kSensorApplySettingsControlPath, O_RDWR);
-  // Descriptor 0 counts as a failure too, and is left open.
-  if (fd < 1) {
-    LogOpenFailure(__func__, __LINE__, errno);
-    return {};
-  }
   char text[kKernelTextSize] = {};
-  const ssize_t length = read(fd, text, sizeof(text) - 1);
-  if (length <= 0) {
-    close(fd);
-    return {};
-  }
-  text[length] = '\0';
-  LogReadText(__func__, __LINE__, text);
+  const int fd = OpenAndReadText(O_RDWR, __func__, text);
+  if (fd < 0) return {};
   ProbeResultTable table = ParseProbeResultTable(text);
   if (table.size() == kProbeResultTableSize) {
     Entry(table, kApplyControlBlock, cameraId) = kApplyControlMarked;
@@ -85,20 +94,9 @@ ProbeResultTable SetSensorProbeResult(uint32_t cameraId, int64_t) {
 }
 
 ProbeResultTable ReadSensorProbeResult(uint32_t) {
-  const int fd = open(kSensorApplySettingsControlPath, O_RDONLY);
-  // Descriptor 0 counts as a failure too, and is left open.
-  if (fd < 1) {
-    LogOpenFailure(__func__, __LINE__, errno);
-    return {};
-  }
   char text[kKernelTextSize] = {};
-  const ssize_t length = read(fd, text, sizeof(text) - 1);
-  if (length <= 0) {
-    close(fd);
-    return {};
-  }
-  text[length] = '\0';
-  LogReadText(__func__, __LINE__, text);
+  const int fd = OpenAndReadText(O_RDONLY, __func__, text);
+  if (fd < 0) return {};
   ProbeResultTable table = ParseProbeResultTable(text);
   close(fd);
   return table;
