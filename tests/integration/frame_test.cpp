@@ -10,6 +10,7 @@
 #include "simframework.h"
 #include "simhal.h"
 #include "simshadowhook.h"
+#include "support/camera_process.h"
 
 namespace {
 
@@ -27,21 +28,16 @@ extern "C" __attribute__((noinline)) CamxResult HalCallSite(unsigned int cameraI
   return result;
 }
 
-class ProxyFrameTest : public ::testing::Test {
+class ProxyFrameTest : public test::CameraProcessTest {
  protected:
   void SetUp() override {
-    sim::framework::InstallCore();
-    std::string error;
-    library_ = phone_.StartCameraProcess(&error);
-    ASSERT_NE(library_, nullptr) << error;
-    g_proxy = library_->Proxy<GetStaticCapsFn>("GetStaticCapsHook");
+    CameraProcessTest::SetUp();
+    if (HasFatalFailure()) return;
+    g_proxy = Proxy<GetStaticCapsFn>("GetStaticCapsHook");
     ASSERT_NE(g_proxy, nullptr);
     sim::ClearHookStackCalls();
     sim::ClearJournal();
   }
-
-  sim::Phone phone_;
-  sim::HookLibrary* library_ = nullptr;
 };
 
 TEST_F(ProxyFrameTest, SharedModePopsOnceLastWithTheProxysReturnAddress) {
