@@ -55,38 +55,26 @@
 #endif
 
 #if REMEDIUM_STRESS_TSAN
-extern "C" {
-void AnnotateIgnoreSyncBegin(const char* file, int line);
-void AnnotateIgnoreSyncEnd(const char* file, int line);
-void AnnotateIgnoreReadsBegin(const char* file, int line);
-void AnnotateIgnoreReadsEnd(const char* file, int line);
-void AnnotateIgnoreWritesBegin(const char* file, int line);
-void AnnotateIgnoreWritesEnd(const char* file, int line);
-}
+extern "C" void AnnotateIgnoreSyncBegin(const char*, int), AnnotateIgnoreSyncEnd(const char*, int),
+    AnnotateIgnoreReadsBegin(const char*, int), AnnotateIgnoreReadsEnd(const char*, int),
+    AnnotateIgnoreWritesBegin(const char*, int), AnnotateIgnoreWritesEnd(const char*, int);
 #endif
 
 namespace {
 
 // While alive, ThreadSanitizer neither takes synchronisation from this thread
 // nor checks its memory accesses: a call into the simulated platform.
-class HiddenFromTsan {
- public:
+struct HiddenFromTsan {
 #if REMEDIUM_STRESS_TSAN
   HiddenFromTsan() {
-    AnnotateIgnoreSyncBegin(__FILE__, __LINE__);
-    AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
+    AnnotateIgnoreSyncBegin(__FILE__, __LINE__), AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
     AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
   }
   ~HiddenFromTsan() {
-    AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
-    AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
+    AnnotateIgnoreWritesEnd(__FILE__, __LINE__), AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
     AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
   }
-#else
-  HiddenFromTsan() = default;
 #endif
-  HiddenFromTsan(const HiddenFromTsan&) = delete;
-  HiddenFromTsan& operator=(const HiddenFromTsan&) = delete;
 };
 
 template <typename Fn>
@@ -132,6 +120,13 @@ std::map<void*, void*> g_previous;
 
 }  // namespace
 
+// A call into the simulated platform, hidden from ThreadSanitizer.
+#define REMEDIUM_HIDDEN_SHIM(result, name, mangled, params, args)      \
+  result name params {                                                \
+    [[maybe_unused]] HiddenFromTsan hidden;                           \
+    return Next<result params>(mangled) args;                         \
+  }
+
 // Exported from this program, so that the hook library binds to them.
 extern "C" {
 void* shadowhook_get_prev_func(void* func) {
@@ -143,28 +138,16 @@ void shadowhook_pop_stack(void*) { ++t_counts.pops; }
 
 int __android_log_print(int, const char*, const char*, ...) { return ++t_counts.logLines, 1; }
 
-int property_get(const char* key, char* value, const char* defaultValue) {
-  [[maybe_unused]] HiddenFromTsan hidden;
-  return Next<int(const char*, char*, const char*)>("property_get")(key, value, defaultValue);
-}
-int32_t property_get_int32(const char* key, int32_t defaultValue) {
-  [[maybe_unused]] HiddenFromTsan hidden;
-  return Next<int32_t(const char*, int32_t)>("property_get_int32")(key, defaultValue);
-}
-int property_set(const char* key, const char* value) {
-  [[maybe_unused]] HiddenFromTsan hidden;
-  return Next<int(const char*, const char*)>("property_set")(key, value);
-}
+REMEDIUM_HIDDEN_SHIM(int, property_get, "property_get", (const char* key, char* value, const char* fallback),
+                     (key, value, fallback))
+REMEDIUM_HIDDEN_SHIM(int32_t, property_get_int32, "property_get_int32", (const char* key, int32_t fallback),
+                     (key, fallback))
+REMEDIUM_HIDDEN_SHIM(int, property_set, "property_set", (const char* key, const char* value), (key, value))
 }  // extern "C"
 
 // The framework fakes' entry points, which the core and message-centre
 // libraries call.
 namespace sim::framework::shim {
-#define REMEDIUM_HIDDEN_SHIM(result, name, mangled, params, args)      \
-  result name params {                                                \
-    [[maybe_unused]] HiddenFromTsan hidden;                           \
-    return Next<result params>(mangled) args;                         \
-  }
 REMEDIUM_HIDDEN_SHIM(bool, MessageCenterSend, "_ZN3sim9framework4shim17MessageCenterSendERKNS0_20MessageCenterRequestEPNS0_18MessageCenterReplyE",
                      (const MessageCenterRequest& request, MessageCenterReply* reply), (request, reply))
 REMEDIUM_HIDDEN_SHIM(bool, IsSwitchOpened, "_ZN3sim9framework4shim14IsSwitchOpenedEi", (int32_t kind), (kind))
