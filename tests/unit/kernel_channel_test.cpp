@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <filesystem>
 
 #include "harness.h"
 #include "hook/src/settings.h"
@@ -118,21 +119,50 @@ TEST_F(KernelChannelTest, OpenFailureIsLoggedEmptyOrUnreadableFileIsNot) {
   EXPECT_THAT(sim::SysfsWrites(), IsEmpty());
 }
 
-TEST_F(KernelChannelTest, ResetStopsTheProcessOnReadError) {
+// The channel runs on every probe of a long-lived camera process: whatever
+// the parameter holds, no operation may keep its descriptor.
+TEST_F(KernelChannelTest, EveryOperationClosesItsDescriptor) {
+  const auto openDescriptors = [] {
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
+    return count;
+  };
+  for (const size_t values : {64, 63, 70, 0}) {
+    if (values == 0) {
+      sim::WriteDeviceFile(kPath, "");
+    } else {
+      WriteKernelFile(Numbered(values));
+    }
+    const size_t before = openDescriptors();
+    for (uint32_t camera = 0; camera < 4; ++camera) {
+      CamX::ReadSensorProbeResult(camera);
+      CamX::SetSensorProbeResult(camera, 0);
+      CamX::ResetSensorProbeResult(camera);
+    }
+    EXPECT_EQ(openDescriptors(), before) << values << " values";
+  }
+  sim::RemoveDeviceFile(kPath);
+  sim::WriteDeviceFile(std::string(kPath) + "/x", "");
+  const size_t before = openDescriptors();
+  CamX::ReadSensorProbeResult(0);
+  EXPECT_EQ(openDescriptors(), before) << "unreadable parameter";
+}
+
+TEST_F(KernelChannelTest, ResetTrapsOnReadError) {
   sim::LinkDeviceFile(kPath, "/proc/self/mem");  // opens read-write, every read at 0 fails
   EXPECT_THAT(CamX::SetSensorProbeResult(0, 0), IsEmpty());
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(CamX::ResetSensorProbeResult(0), "");
+  EXPECT_EXIT(CamX::ResetSensorProbeResult(0), test::KilledByTrap(), "");
 }
 
+// Descriptor 0 counts as an open failure for the set but not for the reset.
 TEST_F(KernelChannelTest, DescriptorZeroFailsSetButNotReset) {
   EXPECT_IN_FRESH_PROCESS([] {
     WriteKernelFile(Numbered(64));
     close(STDIN_FILENO);
     EXPECT_THAT(CamX::SetSensorProbeResult(3, 0), IsEmpty());
     EXPECT_THAT(test::LogTexts(), ElementsAre(::testing::HasSubstr("Failed to open")));
-    // Descriptor 0 was left open, so the next open gets a usable one.
-    EXPECT_EQ(CamX::SetSensorProbeResult(3, 0).size(), 64u);
+    EXPECT_EQ(CamX::SetSensorProbeResult(3, 0).size(), 64u);  // descriptor 0 was left open
   });
   EXPECT_IN_FRESH_PROCESS([] {
     WriteKernelFile(Numbered(64));

@@ -5,20 +5,19 @@
 // camera id beyond the slot table.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 
 #include "simlog.h"
 #include "simshadowhook.h"
+#include "support/fresh_process.h"
 #include "support/sensor_phone.h"
 
 namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 namespace fw = sim::framework;
 namespace hal = sim::hal;
 
@@ -101,31 +100,14 @@ TEST_F(BringUpTest, InitAndConfigFailuresAndKernelVerdictsAreRecordedNotReturned
   EXPECT_EQ(RunNodeHook("LoadSensorInitConfigCmdHook", node), 0);
   EXPECT_EQ(SensorState(3), States("-", "S", "-"));
 
-  const std::string init = "hook.cpp:778 LoadSensorInitConfigCmdHook() hook LoadSensorInitConfigCmd, camera id: 0, "
-                           "change result:";
-  std::vector<std::string> verdicts;
-  for (const std::string& line : HookLines()) {
-    if (line.rfind(init, 0) == 0) verdicts.push_back(line.substr(init.size()));
-  }
-  EXPECT_THAT(verdicts, ElementsAre("0, kernelInitResult: 1 to: 0", "0, kernelInitResult: 1 to: 0",
-                                    "0, kernelInitResult: 0 to: 0", "6, kernelInitResult: 0 to: 0",
-                                    "0, kernelInitResult: 0 to: 0", "0, kernelInitResult: 0 to: 0",
-                                    "0, kernelInitResult: 0 to: 0"));
-  EXPECT_THAT(HookLines(), Contains(HasSubstr("hook.cpp:734 ReadSensorInitResult() Failed to open "
-                                              "/sys/module/camera/parameters/sensor_apply_settings_control: "
-                                              "errnoStr: ")));
   EXPECT_EQ(sim::GetProperty("persist.vendor.camera.enableEarlyPipelineActivate"), "false");
 
   // Configuration: a HAL failure is recorded, a success records success.
   hal::ScriptResults("LoadSensorConfigCmds", {7, 0});
-  sim::ClearLog();
   EXPECT_EQ(RunNodeHook("LoadSensorConfigCmdsHook", node), 0);
   EXPECT_EQ(SensorState(3) + ErrorIds(), States("-", "S", "F") + "4");
   EXPECT_EQ(RunNodeHook("LoadSensorConfigCmdsHook", node), 0);
   EXPECT_EQ(SensorState(3), States("-", "S", "S"));
-  const std::string config = "hook.cpp:1528 LoadSensorConfigCmdsHook() hook LoadSensorInitConfigCmd, camera id: 0, "
-                             "change result:";
-  EXPECT_THAT(HookLines(), ElementsAre(config + "7 to: 0", config + "0 to: 0"));
 }
 
 TEST_F(BringUpTest, I2CAddressSwitchTogglesAfterTheHalAndNotifiesOnce) {
@@ -159,11 +141,9 @@ CamxResult Announced(void*) {
   return 0;
 }
 
-bool Trapped(int status) { return WIFSIGNALED(status); }
-
 using BringUpDeathTest = BringUpTest;
 
-TEST_F(BringUpDeathTest, CameraIdBeyondTheSlotTableStopsTheProcess) {
+TEST_F(BringUpDeathTest, CameraIdBeyondTheSlotTableTrapsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   hal::SensorNodeObject node(16);
   const auto over = [&](const char* hook, CamxResult (*stand)(void*)) {
@@ -172,15 +152,15 @@ TEST_F(BringUpDeathTest, CameraIdBeyondTheSlotTableStopsTheProcess) {
   over("InitializeSensorDeviceHook", &NeverEntered);
   over("LoadSensorConfigCmdsHook", &NeverEntered);
   over("LoadSensorInitConfigCmdHook", &Announced);
-  EXPECT_EXIT(RunNodeHook("InitializeSensorDeviceHook", node), Trapped, "");
-  EXPECT_EXIT(RunNodeHook("LoadSensorConfigCmdsHook", node), Trapped, "");
-  EXPECT_EXIT(RunNodeHook("LoadSensorInitConfigCmdHook", node), Trapped, "HAL entered");
+  EXPECT_EXIT(RunNodeHook("InitializeSensorDeviceHook", node), test::KilledByTrap(), "");
+  EXPECT_EXIT(RunNodeHook("LoadSensorConfigCmdsHook", node), test::KilledByTrap(), "");
+  EXPECT_EXIT(RunNodeHook("LoadSensorInitConfigCmdHook", node), test::KilledByTrap(), "HAL entered");
   EXPECT_EXIT(
       {
         sim::SetLogEcho(true);
         Submit(node, 4);
       },
-      Trapped, "In code 4");
+      test::KilledByTrap(), "In code 4");
   hal::SetDefaultResult("SensorCreateAndSubmitCommand", 9);
   EXPECT_EQ(Submit(node, 3), 9);  // no slot is needed for other packets
 }

@@ -17,6 +17,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using Properties = std::map<std::string, std::string>;
 
 class OverrideSettingsTest : public ::testing::Test {
  protected:
@@ -26,8 +27,9 @@ class OverrideSettingsTest : public ::testing::Test {
 TEST_F(OverrideSettingsTest, ReadsLinesLiterallyAndLastLineWins) {
   sim::WriteDeviceFile("/odm/etc/camera/camxoverridesettings.txt",
                        "a=1\na=2\nkey\nkey=\nkey==v\n\n=empty\n#c=x\n k = v \nwin=1\r\nSensorModuleRetryTimes=3");
-  const CamX::SettingsMap expected = {{"a", "2"},   {"key", "=v"}, {"", "empty"},   {"#c", "x"},
-                                      {" k ", " v "}, {"win", "1\r"}, {"SensorModuleRetryTimes", "3"}};
+  const CamX::SettingsMap expected = {{"a", "2"},     {"key", "=v"},   {"", "empty"},
+                                      {"#c", "x"},    {" k ", " v "}, {"win", "1\r"},
+                                      {"SensorModuleRetryTimes", "3"}};
   EXPECT_EQ(CamX::ParseConfigFile(CamX::kOverrideSettingsPath), expected);
 }
 
@@ -42,15 +44,11 @@ TEST_F(OverrideSettingsTest, MissingFileGivesEmptyMapAndVerboseLine) {
   });
 }
 
-TEST(NumberListTest, FormatsDecimalWithSingleCommas) {
+TEST(NumberListTest, FormatsWithSingleCommasAndParsesUpToTheFirstBadNumber) {
   EXPECT_EQ(CamX::ArrayToString({}), "");
-  EXPECT_EQ(CamX::ArrayToString({7}), "7");
   EXPECT_EQ(CamX::ArrayToString({1, -2}), "1,-2");
   EXPECT_EQ(CamX::ArrayToString64({LONG_MIN, 4294967296L, 0, LONG_MAX}),
             "-9223372036854775808,4294967296,0,9223372036854775807");
-}
-
-TEST(NumberListTest, ParsesUpToTheFirstBadNumber) {
   EXPECT_THAT(CamX::StringToArray64("1,2,3", 0), ElementsAre(1, 2, 3));
   EXPECT_THAT(CamX::StringToArray64("1,,2", 0), ElementsAre(1));
   EXPECT_THAT(CamX::StringToArray64("", 0), IsEmpty());
@@ -59,8 +57,7 @@ TEST(NumberListTest, ParsesUpToTheFirstBadNumber) {
   EXPECT_THAT(CamX::StringToArray64("4,5,\n", 0), ElementsAre(4, 5));
   EXPECT_THAT(CamX::StringToArray64("-9223372036854775808,-4294967297,9223372036854775807", 0),
               ElementsAre(LONG_MIN, -4294967297L, LONG_MAX));
-  // Out of range fails like any bad text.
-  EXPECT_THAT(CamX::StringToArray64("1,9223372036854775808,2", 0), ElementsAre(1));
+  EXPECT_THAT(CamX::StringToArray64("1,9223372036854775808,2", 0), ElementsAre(1));  // out of range is bad text
 }
 
 class RecoverySettingsTest : public ::testing::Test {
@@ -68,27 +65,23 @@ class RecoverySettingsTest : public ::testing::Test {
   sim::Phone phone_;
 };
 
-TEST_F(RecoverySettingsTest, OnlyPresentKeysAreCopied) {
+// Only the five recovery keys present are copied, values as they stand
+// (a value too long for a property is dropped silently).
+TEST_F(RecoverySettingsTest, CopiesThePresentKeysAsTheyStand) {
   CamX::RecoverySettings({});
   EXPECT_THAT(sim::AllProperties(), IsEmpty());
   CamX::RecoverySettings({{"numPCRsBeforeStreamOn", "3"}, {"EnableEarlyPipelineActivate", "TRUE"}});
-  EXPECT_EQ(sim::AllProperties(),
-            (std::map<std::string, std::string>{{"vendor.debug.camera.numPCRsBeforeStreamOn", "3"}}));
-}
-
-TEST_F(RecoverySettingsTest, CopiesAllFiveValuesAsTheyStand) {
+  EXPECT_EQ(sim::AllProperties(), (Properties{{"vendor.debug.camera.numPCRsBeforeStreamOn", "3"}}));
   CamX::RecoverySettings({{"enableEarlyPipelineActivate", " TRUE "},
                           {"isSatFollowFingersOpt", "0"},
-                          {"enableSATWideAlwaysOn", std::string(200, 'x')},  // too long: dropped silently
+                          {"enableSATWideAlwaysOn", std::string(200, 'x')},
                           {"numPCRsBeforeStreamOn", "2\r"},
                           {"isEarlysettingsEnable", "FALSE"},
                           {"SensorModuleRetryTimes", "3"}});
-  EXPECT_EQ(sim::AllProperties(), (std::map<std::string, std::string>{
-                                      {"persist.vendor.camera.enableEarlyPipelineActivate", " TRUE "},
-                                      {"persist.vendor.camera.isSatFollowFingersOpt", "0"},
-                                      {"vendor.debug.camera.numPCRsBeforeStreamOn", "2\r"},
-                                      {"persist.vendor.camera.isEarlysettingsEnable", "FALSE"},
-                                  }));
+  EXPECT_EQ(sim::AllProperties(), (Properties{{"persist.vendor.camera.enableEarlyPipelineActivate", " TRUE "},
+                                              {"persist.vendor.camera.isSatFollowFingersOpt", "0"},
+                                              {"vendor.debug.camera.numPCRsBeforeStreamOn", "2\r"},
+                                              {"persist.vendor.camera.isEarlysettingsEnable", "FALSE"}}));
 }
 
 }  // namespace

@@ -18,10 +18,9 @@
 // Afterwards the totals must add up: every proxy left through its frame
 // exactly once per call, every HAL function that a proxy always calls was
 // called once per call, and the records the proxies keep per camera exist.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <dlfcn.h>
 #include <shadowhook.h>
 
 #include <array>
@@ -33,9 +32,11 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "harness.h"
+#include "hook/src/hook.h"
 #include "simdevice.h"
 #include "simframework.h"
 #include "simhal.h"
@@ -43,7 +44,6 @@
 #include "simproperties.h"
 #include "simsensorhal.h"
 #include "simshadowhook.h"
-
 
 // ---------------------------------------------------------------------------
 // The quiet platform.
@@ -55,38 +55,26 @@
 #endif
 
 #if REMEDIUM_STRESS_TSAN
-extern "C" {
-void AnnotateIgnoreSyncBegin(const char* file, int line);
-void AnnotateIgnoreSyncEnd(const char* file, int line);
-void AnnotateIgnoreReadsBegin(const char* file, int line);
-void AnnotateIgnoreReadsEnd(const char* file, int line);
-void AnnotateIgnoreWritesBegin(const char* file, int line);
-void AnnotateIgnoreWritesEnd(const char* file, int line);
-}
+extern "C" void AnnotateIgnoreSyncBegin(const char*, int), AnnotateIgnoreSyncEnd(const char*, int),
+    AnnotateIgnoreReadsBegin(const char*, int), AnnotateIgnoreReadsEnd(const char*, int),
+    AnnotateIgnoreWritesBegin(const char*, int), AnnotateIgnoreWritesEnd(const char*, int);
 #endif
 
 namespace {
 
 // While alive, ThreadSanitizer neither takes synchronisation from this thread
 // nor checks its memory accesses: a call into the simulated platform.
-class HiddenFromTsan {
- public:
+struct HiddenFromTsan {
 #if REMEDIUM_STRESS_TSAN
   HiddenFromTsan() {
-    AnnotateIgnoreSyncBegin(__FILE__, __LINE__);
-    AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
+    AnnotateIgnoreSyncBegin(__FILE__, __LINE__), AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
     AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
   }
   ~HiddenFromTsan() {
-    AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
-    AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
+    AnnotateIgnoreWritesEnd(__FILE__, __LINE__), AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
     AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
   }
-#else
-  HiddenFromTsan() = default;
 #endif
-  HiddenFromTsan(const HiddenFromTsan&) = delete;
-  HiddenFromTsan& operator=(const HiddenFromTsan&) = delete;
 };
 
 template <typename Fn>
@@ -95,13 +83,21 @@ Fn* Next(const char* name) {
   return next;
 }
 
-// Per-thread counts, summed after the threads have joined.
+// The 19 proxies, each named after the HAL function it is installed over.
+#define REMEDIUM_PROXIES(X)                                                                                  \
+  X(GetStaticCaps) X(SensorProbe) X(InitializeSensorDevice) X(LoadSensorInitConfigCmd) X(LoadSensorConfigCmds) \
+  X(SensorCreateAndSubmitCommand) X(CreateI2CInfoCmd) X(EEPROMDataProbe) X(ProbeEEPROM) X(ReadEEPROMDevice)     \
+  X(EEPROMVerifyChecksum) X(ActuatorData) X(OISRegisterProvider) X(OISCreateI2CInfoCmd) X(ReadLensPositionData) \
+  X(FormatLensPositionData) X(PostGyroData) X(CSLMessageHandler) X(ProcessCaptureRequest)
+
 enum HalFunction {
-  kGetStaticCaps, kSensorProbe, kInitializeSensorDevice, kLoadSensorInitConfigCmd, kLoadSensorConfigCmds,
-  kSensorCreateAndSubmitCommand, kCreateI2CInfoCmd, kEEPROMDataProbe, kProbeEEPROM, kReadEEPROMDevice,
-  kEEPROMVerifyChecksum, kActuatorData, kOISRegisterProvider, kOISCreateI2CInfoCmd, kReadLensPositionData,
-  kFormatLensPositionData, kPostGyroData, kCSLMessageHandler, kProcessCaptureRequest, kHalFunctions
+#define REMEDIUM_ENUM(name) k##name,
+  REMEDIUM_PROXIES(REMEDIUM_ENUM)
+#undef REMEDIUM_ENUM
+  kHalFunctions
 };
+
+// Per-thread counts, summed after the threads have joined.
 struct ThreadCounts {
   std::array<int, kHalFunctions> halCalls{};
   int pops = 0;
@@ -109,55 +105,27 @@ struct ThreadCounts {
 };
 thread_local ThreadCounts t_counts;
 
-}  // namespace
-
-// The HAL functions the proxies are installed over: count and succeed.
-namespace quiethal {
-CamxResult GetStaticCaps(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*, CamX::TuningDataManager*,
-                         unsigned int) {
-  return ++t_counts.halCalls[kGetStaticCaps], 0;
+// The HAL function a proxy of type R(Args...) is installed over: counts its
+// call on this thread and succeeds (0, or nothing for a void function).
+template <HalFunction F, typename R, typename... Args>
+void* QuietHal(R (*)(Args...)) {
+  return reinterpret_cast<void*>(+[](Args...) -> R {
+    ++t_counts.halCalls[F];
+    return R();
+  });
 }
-CamxResult SensorProbe(void*, int*, int*) { return ++t_counts.halCalls[kSensorProbe], 0; }
-CamxResult InitializeSensorDevice(void*) { return ++t_counts.halCalls[kInitializeSensorDevice], 0; }
-CamxResult LoadSensorInitConfigCmd(void*) { return ++t_counts.halCalls[kLoadSensorInitConfigCmd], 0; }
-CamxResult LoadSensorConfigCmds(void*) { return ++t_counts.halCalls[kLoadSensorConfigCmds], 0; }
-CamxResult SensorCreateAndSubmitCommand(void*, unsigned int, CamX::I2CRegSettingType, CSLPacketOpcodesSensor,
-                                        unsigned int, unsigned int, const void*) {
-  return ++t_counts.halCalls[kSensorCreateAndSubmitCommand], 0;
-}
-CamxResult CreateI2CInfoCmd(void*, CSLSensorI2CInfo*, unsigned short) {
-  return ++t_counts.halCalls[kCreateI2CInfoCmd], 0;
-}
-CamxResult EEPROMDataProbe(void*) { return ++t_counts.halCalls[kEEPROMDataProbe], 0; }
-CamxResult ProbeEEPROM(void*, CamX::HwSensorInfo*, const CamX::HwDeviceTypeInfo*) {
-  return ++t_counts.halCalls[kProbeEEPROM], 0;
-}
-CamxResult ReadEEPROMDevice(void*) { return ++t_counts.halCalls[kReadEEPROMDevice], 0; }
-CamxResult EEPROMVerifyChecksum(void*, unsigned char*, int) { return ++t_counts.halCalls[kEEPROMVerifyChecksum], 0; }
-void ActuatorData(void*, CamX::ActuatorDriverData*) { ++t_counts.halCalls[kActuatorData]; }
-CamxResult OISRegisterProvider(void*, void*, const CamX::NCSProviderCap*) {
-  return ++t_counts.halCalls[kOISRegisterProvider], 0;
-}
-CamxResult OISCreateI2CInfoCmd(void*, CSLOISI2CInfo*, int) { return ++t_counts.halCalls[kOISCreateI2CInfoCmd], 0; }
-CamxResult ReadLensPositionData(void*) { return ++t_counts.halCalls[kReadLensPositionData], 0; }
-CamxResult FormatLensPositionData(void*, CamX::OISLensPositionData*, unsigned char*, unsigned long) {
-  return ++t_counts.halCalls[kFormatLensPositionData], 0;
-}
-CamxResult PostGyroData(void*, CamX::NCSSensorType, std::vector<sensors_event_t*>&) {
-  return ++t_counts.halCalls[kPostGyroData], 0;
-}
-void CSLMessageHandler(void*, CSLMessage*) { ++t_counts.halCalls[kCSLMessageHandler]; }
-CamxResult ProcessCaptureRequest(void*, CamX::Camera3CaptureRequest*) {
-  return ++t_counts.halCalls[kProcessCaptureRequest], 0;
-}
-}  // namespace quiethal
-
-namespace {
 
 // Proxy -> HAL function, filled before the threads start and only read after.
 std::map<void*, void*> g_previous;
 
 }  // namespace
+
+// A call into the simulated platform, hidden from ThreadSanitizer.
+#define REMEDIUM_HIDDEN_SHIM(result, name, mangled, params, args)      \
+  result name params {                                                \
+    [[maybe_unused]] HiddenFromTsan hidden;                           \
+    return Next<result params>(mangled) args;                         \
+  }
 
 // Exported from this program, so that the hook library binds to them.
 extern "C" {
@@ -170,28 +138,16 @@ void shadowhook_pop_stack(void*) { ++t_counts.pops; }
 
 int __android_log_print(int, const char*, const char*, ...) { return ++t_counts.logLines, 1; }
 
-int property_get(const char* key, char* value, const char* defaultValue) {
-  [[maybe_unused]] HiddenFromTsan hidden;
-  return Next<int(const char*, char*, const char*)>("property_get")(key, value, defaultValue);
-}
-int32_t property_get_int32(const char* key, int32_t defaultValue) {
-  [[maybe_unused]] HiddenFromTsan hidden;
-  return Next<int32_t(const char*, int32_t)>("property_get_int32")(key, defaultValue);
-}
-int property_set(const char* key, const char* value) {
-  [[maybe_unused]] HiddenFromTsan hidden;
-  return Next<int(const char*, const char*)>("property_set")(key, value);
-}
+REMEDIUM_HIDDEN_SHIM(int, property_get, "property_get", (const char* key, char* value, const char* fallback),
+                     (key, value, fallback))
+REMEDIUM_HIDDEN_SHIM(int32_t, property_get_int32, "property_get_int32", (const char* key, int32_t fallback),
+                     (key, fallback))
+REMEDIUM_HIDDEN_SHIM(int, property_set, "property_set", (const char* key, const char* value), (key, value))
 }  // extern "C"
 
 // The framework fakes' entry points, which the core and message-centre
 // libraries call.
 namespace sim::framework::shim {
-#define REMEDIUM_HIDDEN_SHIM(result, name, mangled, params, args)      \
-  result name params {                                                \
-    [[maybe_unused]] HiddenFromTsan hidden;                           \
-    return Next<result params>(mangled) args;                         \
-  }
 REMEDIUM_HIDDEN_SHIM(bool, MessageCenterSend, "_ZN3sim9framework4shim17MessageCenterSendERKNS0_20MessageCenterRequestEPNS0_18MessageCenterReplyE",
                      (const MessageCenterRequest& request, MessageCenterReply* reply), (request, reply))
 REMEDIUM_HIDDEN_SHIM(bool, IsSwitchOpened, "_ZN3sim9framework4shim14IsSwitchOpenedEi", (int32_t kind), (kind))
@@ -236,37 +192,13 @@ int Rounds() {
   return rounds > 0 ? rounds : 200;
 }
 
-// The proxies, resolved by their exported names.
+// The proxies, resolved by their exported names, typed as the library declares them.
 struct Proxies {
-  CamxResult (*getStaticCaps)(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*, CamX::TuningDataManager*,
-                              unsigned int);
-  CamxResult (*sensorProbe)(void*, int*, int*);
-  CamxResult (*initializeSensorDevice)(void*);
-  CamxResult (*loadSensorInitConfigCmd)(void*);
-  CamxResult (*loadSensorConfigCmds)(void*);
-  CamxResult (*sensorCreateAndSubmitCommand)(void*, unsigned int, CamX::I2CRegSettingType, CSLPacketOpcodesSensor,
-                                             unsigned int, unsigned int, const void*);
-  CamxResult (*createI2CInfoCmd)(void*, CSLSensorI2CInfo*, unsigned short);
-  CamxResult (*eepromDataProbe)(void*);
-  CamxResult (*probeEEPROM)(void*, CamX::HwSensorInfo*, const CamX::HwDeviceTypeInfo*);
-  CamxResult (*readEEPROMDevice)(void*);
-  CamxResult (*eepromVerifyChecksum)(void*, unsigned char*, int);
-  void (*actuatorData)(void*, CamX::ActuatorDriverData*);
-  CamxResult (*oisRegisterProvider)(void*, void*, const CamX::NCSProviderCap*);
-  CamxResult (*oisCreateI2CInfoCmd)(void*, CSLOISI2CInfo*, int);
-  CamxResult (*readLensPositionData)(void*);
-  CamxResult (*formatLensPositionData)(void*, CamX::OISLensPositionData*, unsigned char*, unsigned long);
-  CamxResult (*postGyroData)(void*, CamX::NCSSensorType, std::vector<sensors_event_t*>&);
-  void (*cslMessageHandler)(void*, CSLMessage*);
-  CamxResult (*processCaptureRequest)(void*, CamX::Camera3CaptureRequest*);
-  void (*setErrorFrameworkId)(unsigned int, int);
+#define REMEDIUM_MEMBER(name) decltype(&CamX::name##Hook) name = nullptr;
+  REMEDIUM_PROXIES(REMEDIUM_MEMBER)
+#undef REMEDIUM_MEMBER
+  decltype(&CamX::SetErrorFrameworkId) SetErrorFrameworkId = nullptr;
 };
-
-template <typename Fn>
-void Resolve(const sim::HookLibrary& library, const char* name, Fn*& proxy) {
-  proxy = library.Proxy<Fn>(name);
-  ASSERT_NE(proxy, nullptr) << name;
-}
 
 // Results that break a proxy's own promise, counted across threads.
 struct Violations {
@@ -292,54 +224,18 @@ class StressTest : public ::testing::Test {
     std::string error;
     library_ = phone_.StartCameraProcess(&error);
     ASSERT_NE(library_, nullptr) << error;
-    Resolve(*library_, "GetStaticCapsHook", proxies_.getStaticCaps);
-    Resolve(*library_, "SensorProbeHook", proxies_.sensorProbe);
-    Resolve(*library_, "InitializeSensorDeviceHook", proxies_.initializeSensorDevice);
-    Resolve(*library_, "LoadSensorInitConfigCmdHook", proxies_.loadSensorInitConfigCmd);
-    Resolve(*library_, "LoadSensorConfigCmdsHook", proxies_.loadSensorConfigCmds);
-    Resolve(*library_, "SensorCreateAndSubmitCommandHook", proxies_.sensorCreateAndSubmitCommand);
-    Resolve(*library_, "CreateI2CInfoCmdHook", proxies_.createI2CInfoCmd);
-    Resolve(*library_, "EEPROMDataProbeHook", proxies_.eepromDataProbe);
-    Resolve(*library_, "ProbeEEPROMHook", proxies_.probeEEPROM);
-    Resolve(*library_, "ReadEEPROMDeviceHook", proxies_.readEEPROMDevice);
-    Resolve(*library_, "EEPROMVerifyChecksumHook", proxies_.eepromVerifyChecksum);
-    Resolve(*library_, "ActuatorDataHook", proxies_.actuatorData);
-    Resolve(*library_, "OISRegisterProviderHook", proxies_.oisRegisterProvider);
-    Resolve(*library_, "OISCreateI2CInfoCmdHook", proxies_.oisCreateI2CInfoCmd);
-    Resolve(*library_, "ReadLensPositionDataHook", proxies_.readLensPositionData);
-    Resolve(*library_, "FormatLensPositionDataHook", proxies_.formatLensPositionData);
-    Resolve(*library_, "PostGyroDataHook", proxies_.postGyroData);
-    Resolve(*library_, "CSLMessageHandlerHook", proxies_.cslMessageHandler);
-    Resolve(*library_, "ProcessCaptureRequestHook", proxies_.processCaptureRequest);
-    Resolve(*library_, "SetErrorFrameworkId", proxies_.setErrorFrameworkId);
-    Install(proxies_.getStaticCaps, &quiethal::GetStaticCaps);
-    Install(proxies_.sensorProbe, &quiethal::SensorProbe);
-    Install(proxies_.initializeSensorDevice, &quiethal::InitializeSensorDevice);
-    Install(proxies_.loadSensorInitConfigCmd, &quiethal::LoadSensorInitConfigCmd);
-    Install(proxies_.loadSensorConfigCmds, &quiethal::LoadSensorConfigCmds);
-    Install(proxies_.sensorCreateAndSubmitCommand, &quiethal::SensorCreateAndSubmitCommand);
-    Install(proxies_.createI2CInfoCmd, &quiethal::CreateI2CInfoCmd);
-    Install(proxies_.eepromDataProbe, &quiethal::EEPROMDataProbe);
-    Install(proxies_.probeEEPROM, &quiethal::ProbeEEPROM);
-    Install(proxies_.readEEPROMDevice, &quiethal::ReadEEPROMDevice);
-    Install(proxies_.eepromVerifyChecksum, &quiethal::EEPROMVerifyChecksum);
-    Install(proxies_.actuatorData, &quiethal::ActuatorData);
-    Install(proxies_.oisRegisterProvider, &quiethal::OISRegisterProvider);
-    Install(proxies_.oisCreateI2CInfoCmd, &quiethal::OISCreateI2CInfoCmd);
-    Install(proxies_.readLensPositionData, &quiethal::ReadLensPositionData);
-    Install(proxies_.formatLensPositionData, &quiethal::FormatLensPositionData);
-    Install(proxies_.postGyroData, &quiethal::PostGyroData);
-    Install(proxies_.cslMessageHandler, &quiethal::CSLMessageHandler);
-    Install(proxies_.processCaptureRequest, &quiethal::ProcessCaptureRequest);
+    // What the core's installer does: each proxy replaces its HAL function.
+#define REMEDIUM_INSTALL(name)                                                                         \
+  proxies_.name = library_->Proxy<std::remove_pointer_t<decltype(proxies_.name)>>(#name "Hook");       \
+  ASSERT_NE(proxies_.name, nullptr) << #name;                                                           \
+  g_previous[reinterpret_cast<void*>(proxies_.name)] = QuietHal<k##name>(proxies_.name);
+    REMEDIUM_PROXIES(REMEDIUM_INSTALL)
+#undef REMEDIUM_INSTALL
+    proxies_.SetErrorFrameworkId = library_->Proxy<void(unsigned int, int) noexcept>("SetErrorFrameworkId");
+    ASSERT_NE(proxies_.SetErrorFrameworkId, nullptr);
   }
 
   void TearDown() override { g_previous.clear(); }
-
-  // What the core's installer does: the proxy replaces `hal`.
-  template <typename Fn>
-  static void Install(Fn* proxy, Fn* hal) {
-    g_previous[reinterpret_cast<void*>(proxy)] = reinterpret_cast<void*>(hal);
-  }
 
   static std::string SensorName(int camera) { return "s5k" + std::to_string(camera) + "_wide"; }
   static uint32_t SlotOf(int camera) { return static_cast<uint32_t>(camera + 4); }
@@ -364,33 +260,33 @@ class StressTest : public ::testing::Test {
 
     start.arrive_and_wait();
     for (int round = 0; round < rounds; ++round) {
-      violations_.Check(proxies_.getStaticCaps(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()),
+      violations_.Check(proxies_.GetStaticCaps(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()),
                                                nullptr, nullptr, cameraId) == 0);
-      proxies_.sensorProbe(probe.get(), nullptr, nullptr);
-      violations_.Check(proxies_.initializeSensorDevice(node.get()) == 0);
-      violations_.Check(proxies_.loadSensorInitConfigCmd(node.get()) == 0);
-      violations_.Check(proxies_.loadSensorConfigCmds(node.get()) == 0);
+      proxies_.SensorProbe(probe.get(), nullptr, nullptr);
+      violations_.Check(proxies_.InitializeSensorDevice(node.get()) == 0);
+      violations_.Check(proxies_.LoadSensorInitConfigCmd(node.get()) == 0);
+      violations_.Check(proxies_.LoadSensorConfigCmds(node.get()) == 0);
       const auto opcode = static_cast<CSLPacketOpcodesSensor>(round % 2 == 0 ? 2 : 4);
-      violations_.Check(proxies_.sensorCreateAndSubmitCommand(node.get(), 0, CamX::I2CRegSettingType{}, opcode, 0, 0,
+      violations_.Check(proxies_.SensorCreateAndSubmitCommand(node.get(), 0, CamX::I2CRegSettingType{}, opcode, 0, 0,
                                                               nullptr) == 0);
-      proxies_.createI2CInfoCmd(nullptr, sensorI2C.get(), 0);
-      proxies_.eepromDataProbe(eeprom.get());
-      proxies_.probeEEPROM(nullptr, eepromInfo.get(), nullptr);
-      proxies_.readEEPROMDevice(eeprom.get());
+      proxies_.CreateI2CInfoCmd(nullptr, sensorI2C.get(), 0);
+      proxies_.EEPROMDataProbe(eeprom.get());
+      proxies_.ProbeEEPROM(nullptr, eepromInfo.get(), nullptr);
+      proxies_.ReadEEPROMDevice(eeprom.get());
       checksumData.assign(checksumData.size(), 0xAB);
-      proxies_.eepromVerifyChecksum(nullptr, checksumData.data(), static_cast<int>(checksumData.size()));
+      proxies_.EEPROMVerifyChecksum(nullptr, checksumData.data(), static_cast<int>(checksumData.size()));
       violations_.Check(checksumData[0] == 0 && checksumData[990] == 0 && checksumData[1] == 0xAB);
-      proxies_.actuatorData(nullptr, actuator.get());
-      violations_.Check(proxies_.oisRegisterProvider(nullptr, nullptr, nullptr) == 1);
-      proxies_.oisCreateI2CInfoCmd(nullptr, oisI2C.get(), 0);
-      proxies_.readLensPositionData(nullptr);
-      violations_.Check(proxies_.formatLensPositionData(nullptr, nullptr, lensBuffer.data(), lensBuffer.size()) == 1);
+      proxies_.ActuatorData(nullptr, actuator.get());
+      violations_.Check(proxies_.OISRegisterProvider(nullptr, nullptr, nullptr) == 1);
+      proxies_.OISCreateI2CInfoCmd(nullptr, oisI2C.get(), 0);
+      proxies_.ReadLensPositionData(nullptr);
+      violations_.Check(proxies_.FormatLensPositionData(nullptr, nullptr, lensBuffer.data(), lensBuffer.size()) == 1);
       hal::SensorEventBatch batch({100000000 + round, 200000000 + round, 300000000 + round});
-      proxies_.postGyroData(nullptr, CamX::NCSSensorType{1}, batch.samples());
+      proxies_.PostGyroData(nullptr, CamX::NCSSensorType{1}, batch.samples());
       hal::CSLMessageObject message(0, static_cast<uint64_t>(40 + round % 4));
-      proxies_.cslMessageHandler(&session, message.get());
-      violations_.Check(proxies_.processCaptureRequest(nullptr, request.get()) == 0);
-      proxies_.setErrorFrameworkId(SlotOf(camera), round % 2);
+      proxies_.CSLMessageHandler(&session, message.get());
+      violations_.Check(proxies_.ProcessCaptureRequest(nullptr, request.get()) == 0);
+      proxies_.SetErrorFrameworkId(SlotOf(camera), round % 2);
     }
     std::lock_guard<std::mutex> lock(totalsMutex_);  // after the last call: orders nothing measured
     for (size_t i = 0; i < totals_.halCalls.size(); ++i) totals_.halCalls[i] += t_counts.halCalls[i];

@@ -1,9 +1,12 @@
-// The address a proxy hands to shadowhook_pop_stack is exactly its own return
-// address: the instruction after the HAL's call of the proxy. The call site
-// here is written in assembly, so that it knows that address and records it
-// before calling. On arm64 built with branch protection the proxy signs its
-// return address on entry; the address popped must be the plain one, with
-// the authentication bits stripped.
+// The proxy frame, observed from outside through the loaded library: the
+// previous function fetched at every call before the HAL call, and the hook
+// stack popped exactly once, last, in shared mode only, with the proxy's own
+// return address: the instruction after the HAL's call of the proxy. The call
+// site here is written in assembly, so that it knows that address and records
+// it before calling. On arm64 built with branch protection the proxy signs
+// its return address on entry; the address popped must be the plain one,
+// with the authentication bits stripped.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,11 +14,10 @@
 #include <cstring>
 #include <vector>
 
-#include "harness.h"
-#include "simframework.h"
-#include "simhal.h"
+#include "simdevice.h"
 #include "simlenspipelinehal.h"
 #include "simshadowhook.h"
+#include "support/camera_process.h"
 
 // The return address the call site recorded just before its call.
 extern "C" __attribute__((visibility("hidden"), used)) void* g_callSiteReturn = nullptr;
@@ -79,61 +81,61 @@ RecordingCallSiteEnd:
 
 namespace {
 
-namespace fw = sim::framework;
 namespace hal = sim::hal;
+using ::testing::ElementsAre;
 
-class ReturnAddressTest : public ::testing::Test {
+class ProxyFrameTest : public test::CameraProcessTest {
  protected:
-  void SetUp() override {
-    fw::InstallCore();
-    std::string error;
-    library_ = phone_.StartCameraProcess(&error);
-    ASSERT_NE(library_, nullptr) << error;
-  }
-
-  const void* Proxy(const char* name) const {
-    const sim::CatalogueEntry* entry = sim::FindCatalogueEntry(name);
-    EXPECT_NE(entry, nullptr) << name;
-    return entry == nullptr ? nullptr : library_->Symbol(entry->mangled);
-  }
-
   // Calls `name` from the assembly call site; returns the one address popped.
-  void* PoppedFor(const char* name, const void* a0, const void* a1, const void* a2 = nullptr,
-                  const void* a3 = nullptr, uint64_t a4 = 0) {
-    const void* proxy = Proxy(name);
+  void* PoppedFor(const char* name, const void* a0, const void* a1, const void* a2 = nullptr, uint64_t a4 = 0) {
+    const void* proxy = Proxy<void>(name);
     if (proxy == nullptr) return nullptr;
     sim::ClearHookStackCalls();
     g_callSiteReturn = nullptr;
-    RecordingCallSite(a0, a1, a2, a3, a4, proxy);
+    RecordingCallSite(a0, a1, a2, nullptr, a4, proxy);
     const std::vector<void*> popped = sim::PoppedAddresses();
     EXPECT_EQ(popped.size(), 1u) << name;
     return popped.empty() ? nullptr : popped.back();
   }
-
-  sim::Phone phone_;
-  sim::HookLibrary* library_ = nullptr;
 };
 
-TEST_F(ReturnAddressTest, PopsTheInstructionAfterTheHalsCall) {
-  hal::ScriptResults("GetStaticCaps", {11});
+TEST_F(ProxyFrameTest, FetchesThePreviousFunctionFirstAndPopsOnceLastWithItsReturnAddress) {
+  hal::ScriptResults("GetStaticCaps", {11, 12});
   hal::Object caps = hal::MakeStaticCaps(3);
-  const void* proxy = Proxy("GetStaticCapsHook");
+  const void* proxy = Proxy<void>("GetStaticCapsHook");
   ASSERT_NE(proxy, nullptr);
-  sim::ClearHookStackCalls();
-  EXPECT_EQ(static_cast<int32_t>(RecordingCallSite(nullptr, caps.get(), nullptr, nullptr, 2, proxy)), 11);
-  ASSERT_NE(g_callSiteReturn, nullptr);
-  EXPECT_THAT(sim::PoppedAddresses(), ::testing::ElementsAre(g_callSiteReturn));
+  for (const int32_t expected : {11, 12}) {
+    sim::ClearHookStackCalls();
+    sim::ClearJournal();
+    EXPECT_EQ(static_cast<int32_t>(RecordingCallSite(nullptr, caps.get(), nullptr, nullptr, 2, proxy)), expected);
+    ASSERT_NE(g_callSiteReturn, nullptr);
+    const std::vector<sim::HookStackCall> calls = sim::HookStackCalls();
+    ASSERT_EQ(calls.size(), 3u);
+    EXPECT_EQ(calls[0].kind, sim::HookStackCall::kGetPrevFunc);
+    EXPECT_EQ(calls[0].address, proxy);
+    EXPECT_EQ(calls[1].kind, sim::HookStackCall::kGetMode);
+    EXPECT_EQ(calls[2].kind, sim::HookStackCall::kPopStack);
+    EXPECT_EQ(calls[2].address, g_callSiteReturn);
+    // What the platform saw: lookup, HAL call, log line, pop last.
+    const std::vector<sim::Event> journal = sim::Journal();
+    ASSERT_GE(journal.size(), 4u);
+    EXPECT_EQ(journal.front().text.rfind("get_prev_func", 0), 0u);
+    EXPECT_EQ(journal[1].text, "GetStaticCaps -> " + std::to_string(expected));
+    EXPECT_EQ(journal.back().source, "shadowhook");
+    EXPECT_EQ(journal.back().text.rfind("pop_stack", 0), 0u);
+  }
   // It lies inside the call site, after its first instruction.
   EXPECT_GT(g_callSiteReturn, static_cast<void*>(reinterpret_cast<char*>(&RecordingCallSite)));
   EXPECT_LT(g_callSiteReturn, static_cast<void*>(RecordingCallSiteEnd));
 }
 
 // Proxies of several shapes (void and int results, leaving early, never
-// calling the HAL) all pop their own return address.
-TEST_F(ReturnAddressTest, EveryShapeOfProxyPopsItsOwnReturnAddress) {
+// calling the HAL, ids beyond the slot table) all pop their own return address.
+TEST_F(ProxyFrameTest, EveryShapeOfProxyPopsItsOwnReturnAddress) {
   hal::CSLMessageObject message(0, 1);
   hal::CaptureRequestObject request;
   hal::ActuatorDriverDataObject actuator("a", 0x18);
+  hal::Object caps = hal::MakeStaticCaps(99);
   std::vector<unsigned char> checksum(1024, 1);
   int session = 0;
   struct Case {
@@ -141,21 +143,47 @@ TEST_F(ReturnAddressTest, EveryShapeOfProxyPopsItsOwnReturnAddress) {
     const void* a0;
     const void* a1;
     const void* a2;
+    uint64_t a4;
   };
   const Case cases[] = {
-      {"CSLMessageHandlerHook", &session, message.get(), nullptr},
-      {"ProcessCaptureRequestHook", nullptr, request.get(), nullptr},
-      {"ActuatorDataHook", nullptr, actuator.get(), nullptr},
-      {"OISRegisterProviderHook", nullptr, nullptr, nullptr},
-      {"ReadEEPROMDeviceHook", nullptr, nullptr, nullptr},
-      {"ReadLensPositionDataHook", nullptr, nullptr, nullptr},
-      {"EEPROMVerifyChecksumHook", nullptr, checksum.data(), reinterpret_cast<const void*>(checksum.size())},
+      {"CSLMessageHandlerHook", &session, message.get(), nullptr, 0},
+      {"ProcessCaptureRequestHook", nullptr, request.get(), nullptr, 0},
+      {"ActuatorDataHook", nullptr, actuator.get(), nullptr, 0},
+      {"OISRegisterProviderHook", nullptr, nullptr, nullptr, 0},
+      {"ReadEEPROMDeviceHook", nullptr, nullptr, nullptr, 0},
+      {"ReadLensPositionDataHook", nullptr, nullptr, nullptr, 0},
+      {"EEPROMVerifyChecksumHook", nullptr, checksum.data(), reinterpret_cast<const void*>(checksum.size()), 0},
+      {"GetStaticCapsHook", nullptr, caps.get(), nullptr, 16},
+      {"GetStaticCapsHook", nullptr, caps.get(), nullptr, 0xFFFFFFFF},
   };
   for (const Case& c : cases) {
-    void* popped = PoppedFor(c.name, c.a0, c.a1, c.a2);
+    void* popped = PoppedFor(c.name, c.a0, c.a1, c.a2, c.a4);
     EXPECT_EQ(popped, g_callSiteReturn) << c.name;
     EXPECT_NE(popped, nullptr) << c.name;
   }
+}
+
+TEST_F(ProxyFrameTest, OtherModesNeverPop) {
+  hal::Object caps = hal::MakeStaticCaps(1);
+  for (int mode : {1, 2, -1}) {
+    sim::SetHookMode(mode);
+    hal::ScriptResults("GetStaticCaps", {-3});
+    EXPECT_EQ(static_cast<int32_t>(RecordingCallSite(nullptr, caps.get(), nullptr, nullptr, 1,
+                                                     Proxy<void>("GetStaticCapsHook"))),
+              -3)
+        << mode;
+  }
+  EXPECT_TRUE(sim::PoppedAddresses().empty());
+  EXPECT_EQ(hal::CallCount("GetStaticCaps"), 3);
+}
+
+// Ending the camera process really unloads the library (it keeps nothing
+// that pins it), so that the next process starts with fresh statics.
+TEST_F(ProxyFrameTest, StoppingTheProcessUnloadsTheLibrary) {
+  phone_.StopCameraProcess();
+  void* stillLoaded = dlopen(sim::HookLibraryPath().c_str(), RTLD_NOW | RTLD_NOLOAD);
+  EXPECT_EQ(stillLoaded, nullptr);
+  if (stillLoaded != nullptr) dlclose(stillLoaded);
 }
 
 #if defined(__aarch64__)
@@ -176,8 +204,8 @@ uint64_t SignWithKeyA(uint64_t pointer) {
 bool PointerAuthenticationActive() { return SignWithKeyA(0x0000aaaabbbb0000) != 0x0000aaaabbbb0000; }
 
 // The proxy's prologue signs the return address it keeps on the stack.
-TEST_F(ReturnAddressTest, ProxySignsItsReturnAddressOnEntry) {
-  const auto* code = static_cast<const uint32_t*>(Proxy("GetStaticCapsHook"));
+TEST_F(ProxyFrameTest, ProxySignsItsReturnAddressOnEntry) {
+  const auto* code = static_cast<const uint32_t*>(Proxy<void>("GetStaticCapsHook"));
   ASSERT_NE(code, nullptr);
   bool signs = false;
   for (int i = 0; i < 4; ++i) {
@@ -188,7 +216,7 @@ TEST_F(ReturnAddressTest, ProxySignsItsReturnAddressOnEntry) {
   EXPECT_TRUE(signs) << "the library is not built with -mbranch-protection";
 }
 
-TEST_F(ReturnAddressTest, PoppedAddressCarriesNoAuthenticationBits) {
+TEST_F(ProxyFrameTest, PoppedAddressCarriesNoAuthenticationBits) {
   if (!PointerAuthenticationActive()) GTEST_SKIP() << "this CPU does not authenticate pointers";
   // What a signed return address looks like here: the same address with a
   // code in its top bits.
@@ -196,8 +224,7 @@ TEST_F(ReturnAddressTest, PoppedAddressCarriesNoAuthenticationBits) {
   ASSERT_NE(SignWithKeyA(inCallSite) & ~kAddressBits, 0u);
 
   hal::Object caps = hal::MakeStaticCaps(1);
-  const auto popped = reinterpret_cast<uint64_t>(PoppedFor("GetStaticCapsHook", nullptr, caps.get(), nullptr,
-                                                           nullptr, 0));
+  const auto popped = reinterpret_cast<uint64_t>(PoppedFor("GetStaticCapsHook", nullptr, caps.get()));
   EXPECT_EQ(popped & ~kAddressBits, 0u) << std::hex << popped;
   EXPECT_EQ(popped, reinterpret_cast<uint64_t>(g_callSiteReturn));
 }

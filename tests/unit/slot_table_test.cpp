@@ -1,10 +1,11 @@
-// Process-wide state at load, and GetStaticCapsHook's slot table.
-#include "hook/src/globals.h"
-
+// Process-wide tables at load, and GetStaticCapsHook's camera-to-slot table.
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 #include "harness.h"
 #include "hook/src/camxlayout.h"
+#include "hook/src/globals.h"
 #include "hook/src/hook.h"
 #include "simhal.h"
 #include "simshadowhook.h"
@@ -12,7 +13,7 @@
 
 namespace {
 
-TEST(GlobalsTest, TablesAtLoad) {
+TEST(GlobalsTest, NameAndSwitchTablesAtLoad) {
   EXPECT_EQ(CamX::sensorTypeNames.size(), 19u);
   EXPECT_EQ(CamX::sensorTypeNames.max_load_factor(), 1.0f);
   for (int key = 0; key <= 16; ++key) EXPECT_EQ(CamX::sensorTypeNames.count(key), 1u) << key;
@@ -20,17 +21,12 @@ TEST(GlobalsTest, TablesAtLoad) {
   EXPECT_STREQ(CamX::sensorTypeNames.at(15), "OisManager");
   EXPECT_STREQ(CamX::sensorTypeNames.at(32), "CustomStart");
   EXPECT_STREQ(CamX::sensorTypeNames.at(64), "CustomEnd");
-
   EXPECT_EQ(CamX::moduleSwitchBits.size(), 7u);
   EXPECT_EQ(CamX::moduleSwitchBits.at("monitr"), 2);
   EXPECT_EQ(CamX::moduleSwitchBits.at("sensorstate"), 64);
-  EXPECT_EQ(CamX::moduleSwitchBits.count("monitor"), 0u);
-
-  EXPECT_TRUE(CamX::probeInfoMap.With([](const CamX::ProbeInfoMap& map) { return map.empty(); }));
-  EXPECT_TRUE(CamX::eepromProbeInfoMap.With([](const CamX::ProbeInfoMap& map) { return map.empty(); }));
 }
 
-class StaticCapsTest : public ::testing::Test {
+class SlotTableTest : public ::testing::Test {
  protected:
   void SetUp() override {
     sim::RegisterHook(reinterpret_cast<void*>(&CamX::GetStaticCapsHook),
@@ -47,38 +43,29 @@ class StaticCapsTest : public ::testing::Test {
   sim::Phone phone_;
 };
 
-TEST_F(StaticCapsTest, StoresSlotsInRangeOnly) {
+TEST_F(SlotTableTest, StoresSlotsInRangeOnlyAndReturnsTheHalResult) {
+  sim::hal::ScriptResults("GetStaticCaps", {0, -22, 3});
   EXPECT_EQ(Query(15, 15), 0);
   EXPECT_EQ(CamX::cameraSlotIds[15].load(), 15u);
-
-  Query(3, 7);
-  Query(3, 16);          // slot out of range: the older entry stays
-  Query(16, 2);          // camera out of range
-  Query(0xFFFFFFFF, 1);  // unsigned, out of range
+  EXPECT_EQ(Query(3, 7), -22);
+  EXPECT_EQ(Query(3, 16), 3);  // slot out of range: the older entry stays
+  Query(16, 2);                 // camera out of range
+  Query(0xFFFFFFFF, 1);         // unsigned, out of range
   EXPECT_EQ(CamX::cameraSlotIds[3].load(), 7u);
   for (uint32_t camera : {0u, 1u, 2u}) EXPECT_EQ(CamX::cameraSlotIds[camera].load(), 0u);
-
   Query(3, 9);  // a newer query overwrites
   EXPECT_EQ(CamX::cameraSlotIds[3].load(), 9u);
-}
+  EXPECT_EQ(sim::hal::CallCount("GetStaticCaps"), 6);
 
-TEST_F(StaticCapsTest, LogsEveryQueryBeforeChecking) {
-  Query(16, 2);
-  Query(0xFFFFFFFF, 1);
+  // Every query is logged before it is checked.
   const std::vector<std::string> texts = test::LogTexts();
-  ASSERT_EQ(texts.size(), 2u);
-  EXPECT_NE(texts[0].find("GetStaticCapsHook() camera id: 16, slot id: 2"), std::string::npos) << texts[0];
-  EXPECT_NE(texts[1].find("camera id: -1, slot id: 1"), std::string::npos) << texts[1];
-  EXPECT_EQ(texts[0].rfind("hook.cpp:", 0), 0u);
+  ASSERT_EQ(texts.size(), 6u);
+  EXPECT_EQ(texts[3].rfind("hook.cpp:", 0), 0u);
+  EXPECT_NE(texts[3].find("GetStaticCapsHook() camera id: 16, slot id: 2"), std::string::npos) << texts[3];
+  EXPECT_NE(texts[4].find("camera id: -1, slot id: 1"), std::string::npos) << texts[4];
 }
 
-TEST_F(StaticCapsTest, ReturnsTheHalResultUnchanged) {
-  sim::hal::ScriptResults("GetStaticCaps", {-22, 3});
-  EXPECT_EQ(Query(1, 1), -22);
-  EXPECT_EQ(Query(1, 1), 3);
-  EXPECT_EQ(sim::hal::CallCount("GetStaticCaps"), 2);
-}
-
+// The slot id is read at its fixed offset in the HAL's static caps.
 TEST(LayoutTest, StaticCapsSlotIdOffset) {
   sim::hal::Object caps = sim::hal::MakeStaticCaps(0xA5A5);
   uint32_t raw = 0;
