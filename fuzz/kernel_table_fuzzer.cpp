@@ -8,10 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "fuzz_check.h"
+#include "fuzz_support.h"
 #include "hook/src/kernelchannel.h"
 #include "hook/src/settings.h"
-#include "scratch.h"
 #include "simdevice.h"
 #include "simlog.h"
 

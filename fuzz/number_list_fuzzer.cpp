@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "fuzz_check.h"
+#include "fuzz_support.h"
 #include "hook/src/settings.h"
 
 namespace {

@@ -5,9 +5,8 @@
 #include <fstream>
 #include <string>
 
-#include "fuzz_check.h"
+#include "fuzz_support.h"
 #include "hook/src/settings.h"
-#include "scratch.h"
 
 namespace {
 

@@ -16,8 +16,8 @@
 // library's own memory and its own locks.
 //
 // Afterwards the totals must add up: every proxy left through its frame
-// exactly once per call, every HAL function that a proxy always calls was
-// called once per call, and the records the proxies keep per camera exist.
+// exactly once per call, and every HAL function that a proxy always calls was
+// called once per call.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -101,7 +101,6 @@ enum HalFunction {
 struct ThreadCounts {
   std::array<int, kHalFunctions> halCalls{};
   int pops = 0;
-  int logLines = 0;
 };
 thread_local ThreadCounts t_counts;
 
@@ -136,7 +135,7 @@ void* shadowhook_get_prev_func(void* func) {
 shadowhook_mode_t shadowhook_get_mode(void) { return SHADOWHOOK_MODE_SHARED; }
 void shadowhook_pop_stack(void*) { ++t_counts.pops; }
 
-int __android_log_print(int, const char*, const char*, ...) { return ++t_counts.logLines, 1; }
+int __android_log_print(int, const char*, const char*, ...) { return 1; }
 
 REMEDIUM_HIDDEN_SHIM(int, property_get, "property_get", (const char* key, char* value, const char* fallback),
                      (key, value, fallback))
@@ -200,14 +199,6 @@ struct Proxies {
   decltype(&CamX::SetErrorFrameworkId) SetErrorFrameworkId = nullptr;
 };
 
-// Results that break a proxy's own promise, counted across threads.
-struct Violations {
-  std::atomic<int> count{0};
-  void Check(bool kept) {
-    if (!kept) count.fetch_add(1, std::memory_order_relaxed);
-  }
-};
-
 class StressTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -237,6 +228,11 @@ class StressTest : public ::testing::Test {
 
   void TearDown() override { g_previous.clear(); }
 
+  // Counts a result that breaks a proxy's own promise.
+  void Check(bool kept) {
+    if (!kept) violations_.fetch_add(1, std::memory_order_relaxed);
+  }
+
   static std::string SensorName(int camera) { return "s5k" + std::to_string(camera) + "_wide"; }
   static uint32_t SlotOf(int camera) { return static_cast<uint32_t>(camera + 4); }
 
@@ -260,14 +256,14 @@ class StressTest : public ::testing::Test {
 
     start.arrive_and_wait();
     for (int round = 0; round < rounds; ++round) {
-      violations_.Check(proxies_.GetStaticCaps(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()),
+      Check(proxies_.GetStaticCaps(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()),
                                                nullptr, nullptr, cameraId) == 0);
       proxies_.SensorProbe(probe.get(), nullptr, nullptr);
-      violations_.Check(proxies_.InitializeSensorDevice(node.get()) == 0);
-      violations_.Check(proxies_.LoadSensorInitConfigCmd(node.get()) == 0);
-      violations_.Check(proxies_.LoadSensorConfigCmds(node.get()) == 0);
+      Check(proxies_.InitializeSensorDevice(node.get()) == 0);
+      Check(proxies_.LoadSensorInitConfigCmd(node.get()) == 0);
+      Check(proxies_.LoadSensorConfigCmds(node.get()) == 0);
       const auto opcode = static_cast<CSLPacketOpcodesSensor>(round % 2 == 0 ? 2 : 4);
-      violations_.Check(proxies_.SensorCreateAndSubmitCommand(node.get(), 0, CamX::I2CRegSettingType{}, opcode, 0, 0,
+      Check(proxies_.SensorCreateAndSubmitCommand(node.get(), 0, CamX::I2CRegSettingType{}, opcode, 0, 0,
                                                               nullptr) == 0);
       proxies_.CreateI2CInfoCmd(nullptr, sensorI2C.get(), 0);
       proxies_.EEPROMDataProbe(eeprom.get());
@@ -275,23 +271,22 @@ class StressTest : public ::testing::Test {
       proxies_.ReadEEPROMDevice(eeprom.get());
       checksumData.assign(checksumData.size(), 0xAB);
       proxies_.EEPROMVerifyChecksum(nullptr, checksumData.data(), static_cast<int>(checksumData.size()));
-      violations_.Check(checksumData[0] == 0 && checksumData[990] == 0 && checksumData[1] == 0xAB);
+      Check(checksumData[0] == 0 && checksumData[990] == 0 && checksumData[1] == 0xAB);
       proxies_.ActuatorData(nullptr, actuator.get());
-      violations_.Check(proxies_.OISRegisterProvider(nullptr, nullptr, nullptr) == 1);
+      Check(proxies_.OISRegisterProvider(nullptr, nullptr, nullptr) == 1);
       proxies_.OISCreateI2CInfoCmd(nullptr, oisI2C.get(), 0);
       proxies_.ReadLensPositionData(nullptr);
-      violations_.Check(proxies_.FormatLensPositionData(nullptr, nullptr, lensBuffer.data(), lensBuffer.size()) == 1);
+      Check(proxies_.FormatLensPositionData(nullptr, nullptr, lensBuffer.data(), lensBuffer.size()) == 1);
       hal::SensorEventBatch batch({100000000 + round, 200000000 + round, 300000000 + round});
       proxies_.PostGyroData(nullptr, CamX::NCSSensorType{1}, batch.samples());
       hal::CSLMessageObject message(0, static_cast<uint64_t>(40 + round % 4));
       proxies_.CSLMessageHandler(&session, message.get());
-      violations_.Check(proxies_.ProcessCaptureRequest(nullptr, request.get()) == 0);
+      Check(proxies_.ProcessCaptureRequest(nullptr, request.get()) == 0);
       proxies_.SetErrorFrameworkId(SlotOf(camera), round % 2);
     }
     std::lock_guard<std::mutex> lock(totalsMutex_);  // after the last call: orders nothing measured
     for (size_t i = 0; i < totals_.halCalls.size(); ++i) totals_.halCalls[i] += t_counts.halCalls[i];
     totals_.pops += t_counts.pops;
-    totals_.logLines += t_counts.logLines;
   }
 
   // The core's answers change while the cameras run.
@@ -317,7 +312,7 @@ class StressTest : public ::testing::Test {
   sim::Phone phone_;
   sim::HookLibrary* library_ = nullptr;
   Proxies proxies_{};
-  Violations violations_;
+  std::atomic<int> violations_{0};
   std::mutex totalsMutex_;
   ThreadCounts totals_;
 };
@@ -335,7 +330,7 @@ TEST_F(StressTest, EveryProxyFromSeveralCamerasAtOnce) {
   done.store(true, std::memory_order_release);
   core.join();
 
-  EXPECT_EQ(violations_.count.load(), 0);
+  EXPECT_EQ(violations_.load(), 0);
   const int calls = kCameras * rounds;
   // Every proxy call left through its frame exactly once, in shared mode.
   EXPECT_EQ(totals_.pops, calls * kProxyCallsPerRound);
@@ -352,22 +347,6 @@ TEST_F(StressTest, EveryProxyFromSeveralCamerasAtOnce) {
   EXPECT_THAT(totals_.halCalls[kInitializeSensorDevice], Le(calls));
   EXPECT_THAT(totals_.halCalls[kLoadSensorConfigCmds], Le(calls));
   EXPECT_THAT(totals_.halCalls[kReadEEPROMDevice], Le(calls));
-  // Every proxy but the EEPROM checksum, capture request, CSL and lens
-  // formatting ones logs on its way.
-  EXPECT_GT(totals_.logLines, calls * 10);
-
-  // First-call reports: at least once, at most once per racing thread.
-  std::map<std::string, int> reports;
-  for (const fw::CoreNotification& notification : fw::CoreNotifications()) ++reports[notification.hookName];
-  for (const char* hook : {"OISRegisterProviderHook", "OISCreateI2CInfoCmdHook", "PostGyroDataHook"}) {
-    EXPECT_THAT(reports[hook], AllOf(Ge(1), Le(kCameras))) << hook;
-  }
-  // Each camera's slot has its state record.
-  for (int camera = 0; camera < kCameras; ++camera) {
-    const auto state = sim::GetProperty("vendor.debug.camera.imagesensorstate." + std::to_string(SlotOf(camera)));
-    ASSERT_TRUE(state.has_value()) << "slot " << SlotOf(camera);
-    EXPECT_THAT(*state, ::testing::MatchesRegex("<P:[SF-]:[0-9]+><I:[SF]:[0-9]+><C:[SF]:[0-9]+>"));
-  }
 }
 
 }  // namespace

@@ -49,14 +49,4 @@ inline std::vector<std::string> HookMessages() {
   return messages;
 }
 
-// The hook names the core was notified with (each with value 1, checked).
-inline std::vector<std::string> NotifiedHooks() {
-  std::vector<std::string> names;
-  for (const sim::framework::CoreNotification& notification : sim::framework::CoreNotifications()) {
-    EXPECT_EQ(notification.value, 1) << notification.hookName;
-    names.push_back(notification.hookName);
-  }
-  return names;
-}
-
 }  // namespace test

@@ -1,6 +1,7 @@
-// Runs a check in a freshly started copy of the test program, so that the
-// library's once-per-process statics (log level, core client, module
-// configuration) start unbuilt, as in a newly started camera process.
+// Fixtures of the unit tests: a fresh simulated phone per test, and checks run
+// in a freshly started copy of the test program, so that the library's
+// once-per-process statics (log level, core client, module configuration)
+// start unbuilt, as in a newly started camera process.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,6 +9,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+
+#include "harness.h"
 
 #define EXPECT_IN_FRESH_PROCESS(body)                                      \
   do {                                                                     \
@@ -23,6 +26,11 @@
   } while (0)
 
 namespace test {
+
+class PhoneTest : public ::testing::Test {
+ protected:
+  sim::Phone phone_;
+};
 
 // The death of a deliberate trap (__builtin_trap): ud2 raises SIGILL on
 // x86_64, brk SIGTRAP on aarch64. A sanitizer's report ends with SIGABRT or

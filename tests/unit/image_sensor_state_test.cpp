@@ -69,12 +69,16 @@ const Case kUpdates[] = {
     {"x<C:F:3>junk<P:S:1> <I:-:2>", "X", "S", "<P:S:1><I:-:2><C:F:3>"},
     {"x<C:F:3>junk<P:S:1> <I:-:2>", "PI", "F", "<P:S:1><I:-:2><C:F:3>"},
     {"<P:F:7>", "I", "S", "<P:F:7><I:-:0><C:-:0>"},
+    {"<P:S:-5><I:X:1><c:F:9><C:F:9>", "X", "S", "<P:-:0><I:-:0><C:F:9>"},
+    {"<P:S:99999999999999999999999>", "X", "S", "<P:S:9223372036854775807><I:-:0><C:-:0>"},
+    {"<P:S:1", "X", "S", kEmpty},
     {"<P:S:1><P:F:2><I:S:007>", "C", "S", "<P:F:2><I:S:7><C:-:0>"},
 };
 
 // An update replaces only its own stage, stamped with whole boot seconds,
 // and only when the value holds a group for it; a result other than exactly
-// "S" or "F" resets the record; the value is always rewritten normalised.
+// "S" or "F" resets the record; the value is always rewritten normalised
+// (malformed groups ignored, the later duplicate winning).
 TEST_F(ImageSensorStateTest, UpdateReplacesItsStageAndRewritesTheRecordNormalised) {
   EXPECT_IN_FRESH_PROCESS([] {
     for (const Case& c : kUpdates) {
@@ -88,20 +92,6 @@ TEST_F(ImageSensorStateTest, UpdateReplacesItsStageAndRewritesTheRecordNormalise
       EXPECT_EQ(StateValue(0), "(unset)");
     }
     EXPECT_THAT(Entries(3), ElementsAre("C=-:0", "I=S:7", "P=F:2"));
-  });
-}
-
-TEST_F(ImageSensorStateTest, MalformedGroupsAreIgnoredAndTheLaterDuplicateWins) {
-  EXPECT_IN_FRESH_PROCESS([] {
-    const auto read = [](const std::string& value) {
-      sim::PresetProperty(StateKey(5), value);
-      return Entries(5);
-    };
-    EXPECT_THAT(read("<P:F:7>"), ElementsAre("C=-:0", "I=-:0", "P=F:7"));
-    EXPECT_THAT(read("<P:S:-5><I:X:1><c:F:9><C:F:9>"), ElementsAre("C=F:9", "I=-:0", "P=-:0"));
-    EXPECT_THAT(read("<P:S:1><P:F:2>"), ElementsAre("C=-:0", "I=-:0", "P=F:2"));
-    EXPECT_THAT(read("<P:S:99999999999999999999999>"), ElementsAre("C=-:0", "I=-:0", "P=S:9223372036854775807"));
-    EXPECT_THAT(read("<P:S:1"), ElementsAre("C=-:0", "I=-:0", "P=-:0"));
   });
 }
 
@@ -122,30 +112,6 @@ TEST_F(ImageSensorStateTest, OffModuleReadsAndWritesNothing) {
       EXPECT_THAT(test::LogTexts(), IsEmpty());
     });
   }
-}
-
-TEST_F(ImageSensorStateTest, LogsTheReadTheWriteAndEachMatch) {
-  sim::PresetProperty(kLogLevel, "2");
-  EXPECT_IN_FRESH_PROCESS([] {
-    EXPECT_THAT(Entries(2), ElementsAre("C=-:0", "I=-:0", "P=-:0"));
-    EXPECT_THAT(test::LogTexts(), IsEmpty());  // the unrecorded value is not logged
-    sim::PinBootTime(77);
-    ImageSensorStateHelper::UpdateImageSensorStateProperty(2, "P", "S");
-    ImageSensorStateHelper::GetImageSensorState(2);
-    EXPECT_THAT(
-        test::LogTexts(),
-        ElementsAre("imagesensorstate.cpp:100 UpdateImageSensorStateProperty() camera id: 2, stage: P, result: S, "
-                    "property: <P:-:0><I:-:0><C:-:0>",
-                    "imagesensorstate.cpp:138 UpdateImageSensorStateProperty() set property: <P:S:77><I:-:0><C:-:0>",
-                    "imagesensorstate.cpp:174 GetImageSensorState() property key:vendor.debug.camera.imagesensorstate.2"
-                    "  string: <P:S:77><I:-:0><C:-:0>",
-                    "imagesensorstate.cpp:185 GetImageSensorState() match: <P:S:77>, P, S, 77",
-                    "imagesensorstate.cpp:185 GetImageSensorState() match: <I:-:0>, I, -, 0",
-                    "imagesensorstate.cpp:185 GetImageSensorState() match: <C:-:0>, C, -, 0"));
-    std::vector<int> priorities;
-    for (const sim::LogLine& line : sim::LogLines()) priorities.push_back(line.priority);
-    EXPECT_THAT(priorities, ElementsAre(2, 2, 4, 2, 2, 2));
-  });
 }
 
 }  // namespace

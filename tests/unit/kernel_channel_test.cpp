@@ -8,7 +8,6 @@
 #include <climits>
 #include <filesystem>
 
-#include "harness.h"
 #include "hook/src/settings.h"
 #include "simdevice.h"
 #include "support/fresh_process.h"
@@ -54,12 +53,12 @@ std::string OnlyWrittenText() {
   return text;
 }
 
-class KernelChannelTest : public ::testing::Test {
- protected:
-  sim::Phone phone_;
-};
+using KernelChannelTest = test::PhoneTest;
 
-TEST_F(KernelChannelTest, SetMarksFlagAndControlsOfTheCamera) {
+// The set marks the camera's flag and control and clears its init result;
+// the reset clears exactly the camera's four entries. Both log what they
+// read or wrote.
+TEST_F(KernelChannelTest, SetMarksTheCameraAndResetClearsItsFourEntries) {
   std::vector<long> values = Numbered(64);
   WriteKernelFile(values);
   const CamX::ProbeResultTable table = CamX::SetSensorProbeResult(2, 12345);
@@ -72,11 +71,7 @@ TEST_F(KernelChannelTest, SetMarksFlagAndControlsOfTheCamera) {
   EXPECT_THAT(test::LogTexts(), ElementsAre(EndsWith("SetSensorProbeResult() read sensor_apply_settings_control: " +
                                                      CamX::ArrayToString64(Numbered(64)) + "\n"),
                                             EndsWith("set sensor_apply_settings_control: " + written + ", size: 0")));
-}
-
-TEST_F(KernelChannelTest, ResetClearsExactlyTheFourEntriesOfTheCamera) {
-  std::vector<long> values = Numbered(64);
-  WriteKernelFile(values);
+  sim::ClearSysfsWrites();
   CamX::ResetSensorProbeResult(5);
   for (size_t index : {5, 21, 37, 53}) values[index] = 0;
   EXPECT_EQ(OnlyWrittenText(), CamX::ArrayToString64(values));

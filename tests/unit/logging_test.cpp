@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 
-#include "harness.h"
 #include "simproperties.h"
 #include "support/fresh_process.h"
 #include "support/log_matchers.h"
@@ -54,17 +53,7 @@ INSTANTIATE_TEST_SUITE_P(Levels, LogLevelTest,
                                            LevelCase{"0", {2, 3, 4, 5, 6}}, LevelCase{"3", {3, 4, 5, 6}},
                                            LevelCase{"verbose", {4, 5, 6}}));
 
-class RemediumLogTest : public ::testing::Test {
- protected:
-  sim::Phone phone_;
-};
-
-TEST_F(RemediumLogTest, PrefixNamesBaseNameLineAndFunction) {
-  RemediumLog(kLogError, "vendor/velora/hook/src/hook.cpp", 734, "SensorProbeHook", "value %d", 7);
-  RemediumLog(kLogError, "hook.cpp", 12, "F", "no folder");
-  EXPECT_THAT(test::LogTexts(), ElementsAre("hook.cpp:734 SensorProbeHook() value 7", "hook.cpp:12 F() no folder"));
-  EXPECT_EQ(sim::LogLines()[0].priority, kLogError);
-}
+using RemediumLogTest = test::PhoneTest;
 
 TEST_F(RemediumLogTest, LongLinesAreCutAndOverlongPrefixesDropped) {
   RemediumLog(kLogError, "a.cpp", 1, "F", "%s", std::string(2000, 'x').c_str());

@@ -7,7 +7,6 @@
 
 #include <climits>
 
-#include "harness.h"
 #include "simdevice.h"
 #include "simproperties.h"
 #include "support/fresh_process.h"
@@ -19,10 +18,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Properties = std::map<std::string, std::string>;
 
-class OverrideSettingsTest : public ::testing::Test {
- protected:
-  sim::Phone phone_;
-};
+using OverrideSettingsTest = test::PhoneTest;
 
 TEST_F(OverrideSettingsTest, ReadsLinesLiterallyAndLastLineWins) {
   sim::WriteDeviceFile("/odm/etc/camera/camxoverridesettings.txt",
@@ -31,17 +27,6 @@ TEST_F(OverrideSettingsTest, ReadsLinesLiterallyAndLastLineWins) {
                                       {"#c", "x"},    {" k ", " v "}, {"win", "1\r"},
                                       {"SensorModuleRetryTimes", "3"}};
   EXPECT_EQ(CamX::ParseConfigFile(CamX::kOverrideSettingsPath), expected);
-}
-
-TEST_F(OverrideSettingsTest, MissingFileGivesEmptyMapAndVerboseLine) {
-  EXPECT_IN_FRESH_PROCESS([] {
-    sim::PresetProperty("persist.vendor.camera.remedium.loglevel", "2");
-    EXPECT_THAT(CamX::ParseConfigFile(CamX::kOverrideSettingsPath), IsEmpty());
-    ASSERT_EQ(sim::LogLines().size(), 1u);
-    EXPECT_EQ(sim::LogLines()[0].priority, 2);
-    EXPECT_THAT(sim::LogLines()[0].text,
-                ::testing::EndsWith("ParseConfigFile() Failed to open file: odm/etc/camera/camxoverridesettings.txt"));
-  });
 }
 
 TEST(NumberListTest, FormatsWithSingleCommasAndParsesUpToTheFirstBadNumber) {
@@ -60,10 +45,7 @@ TEST(NumberListTest, FormatsWithSingleCommasAndParsesUpToTheFirstBadNumber) {
   EXPECT_THAT(CamX::StringToArray64("1,9223372036854775808,2", 0), ElementsAre(1));  // out of range is bad text
 }
 
-class RecoverySettingsTest : public ::testing::Test {
- protected:
-  sim::Phone phone_;
-};
+using RecoverySettingsTest = test::PhoneTest;
 
 // Only the five recovery keys present are copied, values as they stand
 // (a value too long for a property is dropped silently).
