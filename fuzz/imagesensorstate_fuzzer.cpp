@@ -28,13 +28,11 @@ constexpr const char* kResults[] = {"S", "F", "-", "SS", "", "s"};
 std::string Key(uint32_t camera) { return kImageSensorStatePropertyPrefix + std::to_string(camera); }
 
 void CheckKeys(const ImageSensorStateSet& set, uint32_t camera) {
-  FUZZ_CHECK(set.cameraId == camera);
-  FUZZ_CHECK(set.states.size() == 3);
+  FUZZ_CHECK(set.cameraId == camera && set.states.size() == 3);
   for (const char* letter : {"P", "I", "C"}) {
-    const auto it = set.states.find(letter);
-    FUZZ_CHECK(it != set.states.end());
-    FUZZ_CHECK(it->second.result == "S" || it->second.result == "F" || it->second.result == "-");
-    FUZZ_CHECK(it->second.timestamp >= 0);
+    const ImageSensorState& state = set.states.at(letter);  // throws, and so fails, when missing
+    FUZZ_CHECK(state.result == "S" || state.result == "F" || state.result == "-");
+    FUZZ_CHECK(state.timestamp >= 0);
   }
 }
 
@@ -65,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string before(reinterpret_cast<const char*>(data) + 3, size - 3);
 
   sim::ResetProperties();
-  sim::ClearLog();
+  sim::ClearLog();  // the simulated platform's records would grow run after run
   sim::ClearJournal();
   sim::PresetProperty(kModSwitch, "64");
   sim::PresetProperty(Key(camera), before);

@@ -24,12 +24,6 @@ std::string OnlyWrittenText() {
   return writes[0].bytes.substr(0, writes[0].bytes.find('\0'));
 }
 
-void ClearRecords() {
-  sim::ClearLog();
-  sim::ClearJournal();
-  sim::ClearSysfsWrites();
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -44,7 +38,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   const uint32_t cameraId = size == 0 ? 0 : data[0] % 16;
   sim::WriteDeviceFile(CamX::kSensorApplySettingsControlPath, text);
-  ClearRecords();
+  sim::ClearLog();  // the simulated platform's records would grow run after run
+  sim::ClearJournal();
+  sim::ClearSysfsWrites();
 
   // A read takes at most 1023 bytes, and the text ends at its first NUL.
   const CamX::ProbeResultTable table = CamX::ReadSensorProbeResult(cameraId);
@@ -72,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(written == markedText.substr(0, CamX::kKernelTextSize));
   if (markedText.size() >= CamX::kKernelTextSize) return 0;
 
-  ClearRecords();
+  sim::ClearSysfsWrites();
   CamX::ResetSensorProbeResult(cameraId);
   CamX::ProbeResultTable cleared = marked;
   for (const size_t block : {0u, 16u, 32u, 48u}) cleared[block + cameraId] = 0;

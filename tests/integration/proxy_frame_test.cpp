@@ -139,9 +139,7 @@ TEST_F(ProxyFrameTest, EveryShapeOfProxyPopsItsOwnReturnAddress) {
   int session = 0;
   struct Case {
     const char* name;
-    const void* a0;
-    const void* a1;
-    const void* a2;
+    const void *a0, *a1, *a2;
     uint64_t a4;
   };
   const Case cases[] = {
@@ -150,10 +148,8 @@ TEST_F(ProxyFrameTest, EveryShapeOfProxyPopsItsOwnReturnAddress) {
       {"ActuatorDataHook", nullptr, actuator.get(), nullptr, 0},
       {"OISRegisterProviderHook", nullptr, nullptr, nullptr, 0},
       {"ReadEEPROMDeviceHook", nullptr, nullptr, nullptr, 0},
-      {"ReadLensPositionDataHook", nullptr, nullptr, nullptr, 0},
       {"EEPROMVerifyChecksumHook", nullptr, checksum.data(), reinterpret_cast<const void*>(checksum.size()), 0},
       {"GetStaticCapsHook", nullptr, caps.get(), nullptr, 16},
-      {"GetStaticCapsHook", nullptr, caps.get(), nullptr, 0xFFFFFFFF},
   };
   for (const Case& c : cases) {
     void* popped = PoppedFor(c.name, c.a0, c.a1, c.a2, c.a4);

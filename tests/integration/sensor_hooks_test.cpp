@@ -38,9 +38,8 @@ TEST_F(SensorProbeFlowTest, RetryBudgetOfOneStillRunsTheProbeBookkeeping) {
   EXPECT_EQ(fw::MessageCenterRequests().size(), 4u);
   for (int i = 0; i < 2; ++i) EXPECT_EQ(Probe("imx766_wide", 1), 1);
   EXPECT_EQ(fw::MessageCenterRequests().size(), 8u);
-  std::vector<std::string> records;
-  for (const auto& record : fw::CoreProbeRecords()) records.push_back(record.name + (record.result ? ":F" : ":S"));
-  EXPECT_THAT(records, ElementsAre("imx766_wide:F", "imx766_wide:F"));
+  ASSERT_EQ(fw::CoreProbeRecords().size(), 2u);
+  for (const auto& record : fw::CoreProbeRecords()) EXPECT_TRUE(record.name == "imx766_wide" && record.result);
   EXPECT_EQ(KernelWrites(), std::vector<std::vector<int64_t>>(2, std::vector<int64_t>(64, 0)));
   EXPECT_THAT(HookLines(), Not(Contains(HasSubstr("Failed to get cameraid or error retry times"))));
 }
@@ -58,7 +57,7 @@ TEST_F(EepromTest, ProbeReadsTheEepromNameAtTheHalsOffsets) {
   c[3] = "imx766_eeprom_gt24";
   auto* sensorInfo = reinterpret_cast<CamX::HwSensorInfo*>(info.data());
   EXPECT_EQ(Proxy<test::ProbeEEPROMFn>("ProbeEEPROMHook")(nullptr, sensorInfo, nullptr), 1);
-  EXPECT_THAT(test::HookMessages(), ElementsAre("arg: gt24", "Probe EEPROM name: imx766_eeprom_gt24, result: 1"));
+  EXPECT_THAT(HookLines(), ElementsAre(HasSubstr("arg: gt24"), HasSubstr("name: imx766_eeprom_gt24, result: 1")));
 }
 
 // HAL stand-ins for the death tests: one that must never be entered, and one

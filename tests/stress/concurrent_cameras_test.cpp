@@ -25,7 +25,6 @@
 
 #include <array>
 #include <atomic>
-#include <cstdlib>
 #include <latch>
 #include <map>
 #include <mutex>
@@ -184,12 +183,8 @@ constexpr int kCameras = 4;
 constexpr int kProxyCallsPerRound = 19;
 
 // Rounds per camera thread: bounded, and small enough for a sanitizer or an
-// emulator; REMEDIUM_STRESS_ROUNDS overrides it.
-int Rounds() {
-  const char* text = std::getenv("REMEDIUM_STRESS_ROUNDS");
-  const int rounds = text != nullptr ? std::atoi(text) : 0;
-  return rounds > 0 ? rounds : 200;
-}
+// emulator.
+constexpr int kRounds = 200;
 
 // The proxies, resolved by their exported names, typed as the library declares them.
 struct Proxies {
@@ -318,20 +313,19 @@ class StressTest : public ::testing::Test {
 };
 
 TEST_F(StressTest, EveryProxyFromSeveralCamerasAtOnce) {
-  const int rounds = Rounds();
   std::latch start(kCameras + 1);
   std::atomic<bool> done{false};
   std::thread core(CoreThread, std::cref(done), std::ref(start));
   std::vector<std::thread> cameras;
   for (int camera = 0; camera < kCameras; ++camera) {
-    cameras.emplace_back([this, camera, rounds, &start] { CameraThread(camera, rounds, start); });
+    cameras.emplace_back([this, camera, &start] { CameraThread(camera, kRounds, start); });
   }
   for (std::thread& thread : cameras) thread.join();
   done.store(true, std::memory_order_release);
   core.join();
 
   EXPECT_EQ(violations_.load(), 0);
-  const int calls = kCameras * rounds;
+  const int calls = kCameras * kRounds;
   // Every proxy call left through its frame exactly once, in shared mode.
   EXPECT_EQ(totals_.pops, calls * kProxyCallsPerRound);
   // The HAL functions a proxy always calls, once per call.

@@ -1,16 +1,13 @@
 // A test fixture with a fresh simulated phone whose camera process has the
-// hook library loaded and its proxies installed over the simulated HAL, plus
-// helpers to read what the hooks logged and reported.
+// hook library loaded and its proxies installed over the simulated HAL.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "harness.h"
 #include "simframework.h"
-#include "simlog.h"
 
 namespace test {
 
@@ -36,17 +33,5 @@ class CameraProcessTest : public ::testing::Test {
   sim::Phone phone_;
   sim::HookLibrary* library_ = nullptr;
 };
-
-// The messages of the hooks' log lines ("hook.cpp:<line> <func>() <message>"),
-// without their prefix, in order.
-inline std::vector<std::string> HookMessages() {
-  std::vector<std::string> messages;
-  for (const sim::LogLine& line : sim::LogLines()) {
-    if (line.tag != "[REMEDIUM]" || line.text.rfind("hook.cpp:", 0) != 0) continue;
-    const size_t end = line.text.find("() ");
-    messages.push_back(end == std::string::npos ? line.text : line.text.substr(end + 3));
-  }
-  return messages;
-}
 
 }  // namespace test
