@@ -26,7 +26,7 @@ class ErrorListTest : public ::testing::Test {
   sim::Phone phone_;
 };
 
-TEST_F(ErrorListTest, SetAddsOnceAndClearRemovesOnce) {
+TEST_F(ErrorListTest, AddsAndRemovesEachCamerasFixedIdOnce) {
   EXPECT_EQ(Apply("", 0, 1), "2");
   EXPECT_EQ(Apply("2", 0, 1), "<unchanged>");
   EXPECT_EQ(Apply("2,3", 0, 0), "3");
@@ -34,10 +34,7 @@ TEST_F(ErrorListTest, SetAddsOnceAndClearRemovesOnce) {
   EXPECT_EQ(Apply("3,2,3", 2, 0), "2,3");  // only the first duplicate goes
   EXPECT_EQ(Apply("", 4, 0), "<unchanged>");
   EXPECT_EQ(sim::GetProperty(kProperty), "");
-}
-
-TEST_F(ErrorListTest, CamerasMapToFixedFrameworkIdsUnknownToZero) {
-  sim::PresetProperty(kProperty, "");
+  // Cameras map to fixed framework ids, unknown ones to 0.
   for (unsigned int id = 0; id <= 5; ++id) CamX::SetErrorFrameworkId(id, -1);
   EXPECT_EQ(sim::GetProperty(kProperty), "2,1,3,4,5,9");
   EXPECT_EQ(Apply("", 7, 1), "0");
