@@ -13,12 +13,12 @@
 
 #include <cutils/properties.h>
 
+#include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"
 #include "core/model/monitor/interface/imagesensorstate.h"
 #include "hook/src/camxlayout.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/kernelchannel.h"
 #include "hook/src/proxyframe.h"
 #include "hook/src/settings.h"
@@ -77,15 +77,14 @@ std::vector<int64_t> ReadSensorInitResult(uint32_t /*unused*/) {
   if (fd < 1) {
     char errorText[100];
     OsUtils::StrError(errorText, sizeof(errorText), errno);
-    HOOK_LOG_AT(kLogInfo, 734, "Failed to open /sys/module/camera/parameters/sensor_apply_settings_control: errnoStr: %s",
-                errorText);
+    REMEDIUM_LOG(InitResultOpenFailure, errorText);
     return {};
   }
   const ssize_t count = read(fd, text, sizeof(text) - 1);
   std::vector<int64_t> values;
   if (count >= 1 && count <= 1022) {
     text[count] = '\0';
-    HOOK_LOG_AT(kLogInfo, 724, "read sensor_apply_settings_control: %s", text);
+    REMEDIUM_LOG(InitResultReadText, text);
     values = StringToArray64(text, 0);
   }
   close(fd);
@@ -102,9 +101,7 @@ CamxResult InitializeSensorDeviceHook(void* pThis) noexcept {
     if (oldResult == CamxResultSuccess) {
       Layout::Write(pThis, Layout::kSensorNodeInitState, kInitStateInitialised);
       ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, "I", "S");
-      HOOK_LOG_AT(kLogInfo, 1599,
-                  "hook InitializeSensorDeviceHook, camera id: %d, change result:%d to: %d, set init state: %d",
-                  cameraId, 0, 0, kInitStateInitialised);
+      REMEDIUM_LOG(InitDeviceChanged, cameraId, 0, 0, kInitStateInitialised);
       return CamxResultSuccess;
     }
   } else {
@@ -115,14 +112,12 @@ CamxResult InitializeSensorDeviceHook(void* pThis) noexcept {
       RemediumClient::ProtectionCallback(CallbackMessage{
           1, 2, 0x201008u | ((slotId & 0xFu) << 24), eepromName, kCallbackMessageTypeError});
     }
-    HOOK_LOG_AT(kLogInfo, 1576, "Skip InitializeSensorDeviceHook, camera id: %d", cameraId);
+    REMEDIUM_LOG(InitDeviceSkip, cameraId);
   }
   Layout::Write(pThis, Layout::kSensorNodeInitState, kInitStateFailed);
   ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, "I", "F");
   SetErrorFrameworkId(slotId, 1);
-  HOOK_LOG_AT(kLogInfo, 1599,
-              "hook InitializeSensorDeviceHook, camera id: %d, change result:%d to: %d, set init state: %d", cameraId,
-              oldResult, 0, kInitStateFailed);
+  REMEDIUM_LOG(InitDeviceChanged, cameraId, oldResult, 0, kInitStateFailed);
   return CamxResultSuccess;
 }
 
@@ -152,8 +147,7 @@ CamxResult LoadSensorInitConfigCmdHook(void* pThis) noexcept {
     ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, "I", "S");
     kernelInitFailed = 0;
   }
-  HOOK_LOG_AT(kLogInfo, 778, "hook LoadSensorInitConfigCmd, camera id: %d, change result:%d, kernelInitResult: %d to: %d",
-              cameraId, result, kernelInitFailed, 0);
+  REMEDIUM_LOG(InitConfigChanged, cameraId, result, kernelInitFailed, 0);
   return CamxResultSuccess;
 }
 
@@ -163,21 +157,19 @@ CamxResult LoadSensorConfigCmdsHook(void* pThis) noexcept {
   const uint32_t slotId = SlotIdOf(cameraId);
   CamxResult result = CamxResultEFailed;
   if (ProbeRecordedFailed(slotId)) {
-    HOOK_LOG_AT(kLogInfo, 1507, "Skip LoadSensorConfigCmdsHook, camera id: %d", cameraId);
+    REMEDIUM_LOG(ConfigCmdsSkip, cameraId);
   } else {
     result = frame.CallPrevious(&LoadSensorConfigCmdsHook, pThis);
     if (result == CamxResultSuccess) {
       ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, "C", "S");
       // OK: the text names the init-settings hook; the log tools match it so.
-      HOOK_LOG_AT(kLogInfo, 1528, "hook LoadSensorInitConfigCmd, camera id: %d, change result:%d to: %d", cameraId, 0,
-                  0);
+      REMEDIUM_LOG(ConfigCmdsChanged, cameraId, 0, 0);
       return CamxResultSuccess;
     }
   }
   ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, "C", "F");
   SetErrorFrameworkId(slotId, 1);
-  HOOK_LOG_AT(kLogInfo, 1528, "hook LoadSensorInitConfigCmd, camera id: %d, change result:%d to: %d", cameraId, result,
-              0);
+  REMEDIUM_LOG(ConfigCmdsChanged, cameraId, result, 0);
   return CamxResultSuccess;
 }
 
@@ -192,11 +184,18 @@ CamxResult SensorCreateAndSubmitCommandHook(void* pThis, unsigned int arg1, I2CR
   if (code != kOpcodeInitialConfig && code != kOpcodeConfig) return result;
 
   const bool isConfig = code == kOpcodeConfig;
-  HOOK_LOG_AT(kLogInfo, isConfig ? 684 : 674, "In code %d", code);
+  if (isConfig) {
+    REMEDIUM_LOG(SubmitConfigCode, code);
+  } else {
+    REMEDIUM_LOG(SubmitInitialConfigCode, code);
+  }
   const uint32_t slotId = SlotIdOf(cameraId);
   ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, isConfig ? "C" : "I", result == 0 ? "S" : "F");
-  HOOK_LOG_AT(kLogInfo, isConfig ? 686 : 676, "hook CreateAndSubmitCommand, change result: %d to: %d, pThis: %p",
-              result, 0, pThis);
+  if (isConfig) {
+    REMEDIUM_LOG(SubmitConfigChanged, result, 0, pThis);
+  } else {
+    REMEDIUM_LOG(SubmitInitialConfigChanged, result, 0, pThis);
+  }
   if (result != CamxResultSuccess) SetErrorFrameworkId(slotId, 1);
   return CamxResultSuccess;
 }
@@ -214,7 +213,7 @@ CamxResult CreateI2CInfoCmdHook(void* pThis, CSLSensorI2CInfo* pI2CInfo, unsigne
       NotifyHookOnce(hookNotified.createI2CInfoCmd, "CreateI2CInfoCmdHook");
     }
   }
-  HOOK_LOG_AT(kLogInfo, 530, "slaveAddr:0x%x", Layout::Read(pI2CInfo, Layout::kSensorI2CInfoSlaveAddress));
+  REMEDIUM_LOG(SensorI2CSlaveAddress, Layout::Read(pI2CInfo, Layout::kSensorI2CInfoSlaveAddress));
   return result;
 }
 

@@ -2,8 +2,8 @@
 
 #include <optional>
 
+#include "client/interface/logsites.h"
 #include "hook/src/globals.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/probeinfo.h"
 
 namespace CamX {
@@ -47,8 +47,7 @@ bool IsLastEEPROMProbeRetryTimes(std::string name, int retryTimes, int) {
       last = probeFailCount >= static_cast<uint32_t>(retryTimes);
     }
   }
-  HOOK_LOG(kLogInfo, "Camera name: %s, rerty times: %d, probeFailCount: %d, last retry times: %d", name.c_str(),
-           retryTimes, probeFailCount, last ? 1 : 0);
+  REMEDIUM_LOG(EepromLastRetryVerdict, name.c_str(), retryTimes, probeFailCount, last ? 1 : 0);
   return last;
 }
 
@@ -59,7 +58,7 @@ bool IsLastEEPROMProbeRetryBypassSensor(std::string name, int retryTimes, int) {
   if (retryTimes >= 2) {
     const std::optional<EepromHistory> history = FindHistory(name);
     if (history) {
-      HOOK_LOG(kLogInfo, "probeCount: %d", history->probeCount);
+      REMEDIUM_LOG(EepromBypassProbeCount, history->probeCount);
       if (history->probeCount >= static_cast<uint32_t>(retryTimes)) {
         probeFailCount = history->failCount;
         probeSuccessCount = history->successCount;
@@ -69,9 +68,7 @@ bool IsLastEEPROMProbeRetryBypassSensor(std::string name, int retryTimes, int) {
       }
     }
   }
-  HOOK_LOG(kLogInfo,
-           "Camera name: %s, rerty times: %d, probeFailCount: %d, probeSuccessCount: %d, last retry times: %d",
-           name.c_str(), retryTimes, probeFailCount, probeSuccessCount, last ? 1 : 0);
+  REMEDIUM_LOG(EepromBypassVerdict, name.c_str(), retryTimes, probeFailCount, probeSuccessCount, last ? 1 : 0);
   return last;
 }
 

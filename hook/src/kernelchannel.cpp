@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "client/interface/logsites.h"
 #include "hook/src/camxhal.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/settings.h"
 
 namespace CamX {
@@ -17,16 +17,25 @@ namespace {
 
 static_assert(sizeof(long) == sizeof(int64_t));
 
-// Same text for every operation; logged under the caller's name.
-void LogOpenFailure(const char* func, int line, int errorNum) {
+// The open-failure and read lines of each operation: one string each.
+struct ChannelLogSites {
+  const LogSite& openFailure;
+  const LogSite& readText;
+};
+static_assert(logsite::TakesOneString(logsite::SetProbeResultOpenFailureFormat) &&
+              logsite::TakesOneString(logsite::SetProbeResultReadTextFormat) &&
+              logsite::TakesOneString(logsite::ReadProbeResultOpenFailureFormat) &&
+              logsite::TakesOneString(logsite::ReadProbeResultReadTextFormat) &&
+              logsite::TakesOneString(logsite::ResetProbeResultOpenFailureFormat) &&
+              logsite::TakesOneString(logsite::ResetProbeResultReadTextFormat));
+constexpr ChannelLogSites kSetSites{logsite::kSetProbeResultOpenFailure, logsite::kSetProbeResultReadText};
+constexpr ChannelLogSites kReadSites{logsite::kReadProbeResultOpenFailure, logsite::kReadProbeResultReadText};
+constexpr ChannelLogSites kResetSites{logsite::kResetProbeResultOpenFailure, logsite::kResetProbeResultReadText};
+
+void LogOpenFailure(const LogSite& site, int errorNum) {
   char errorText[100] = {};
   OsUtils::StrError(errorText, sizeof(errorText), errorNum);
-  RemediumLog(kLogInfo, kHookSourceFile, line, func,
-              "Failed to open /sys/module/camera/parameters/sensor_apply_settings_control: errnoStr: %s", errorText);
-}
-
-void LogReadText(const char* func, int line, const char* text) {
-  RemediumLog(kLogInfo, kHookSourceFile, line, func, "read sensor_apply_settings_control: %s", text);
+  LogSiteText(site, errorText);
 }
 
 // One write of the text followed by NUL padding; text past 1024 bytes is cut.
@@ -49,10 +58,10 @@ long& Entry(ProbeResultTable& table, size_t block, uint32_t cameraId) {
 // Returns the open descriptor, or -1 when there is nothing to parse: a
 // descriptor below 1 (logged; descriptor 0 counts as a failure too and is left
 // open) or an empty or failed read (closed, not logged).
-int OpenAndReadText(int flags, const char* func, char (&text)[kKernelTextSize]) {
+int OpenAndReadText(int flags, const ChannelLogSites& sites, char (&text)[kKernelTextSize]) {
   const int fd = open(kSensorApplySettingsControlPath, flags);
   if (fd < 1) {
-    LogOpenFailure(func, __LINE__, errno);
+    LogOpenFailure(sites.openFailure, errno);
     return -1;
   }
   const ssize_t length = read(fd, text, sizeof(text) - 1);
@@ -61,7 +70,7 @@ int OpenAndReadText(int flags, const char* func, char (&text)[kKernelTextSize]) 
     return -1;
   }
   text[length] = '\0';
-  LogReadText(func, __LINE__, text);
+  LogSiteText(sites.readText, text);
   return fd;
 }
 
@@ -76,7 +85,7 @@ ProbeResultTable ParseProbeResultTable(const std::string& text) {
 
 ProbeResultTable SetSensorProbeResult(uint32_t cameraId, int64_t) {
   char text[kKernelTextSize] = {};
-  const int fd = OpenAndReadText(O_RDWR, __func__, text);
+  const int fd = OpenAndReadText(O_RDWR, kSetSites, text);
   if (fd < 0) return {};
   ProbeResultTable table = ParseProbeResultTable(text);
   if (table.size() == kProbeResultTableSize) {
@@ -85,7 +94,7 @@ ProbeResultTable SetSensorProbeResult(uint32_t cameraId, int64_t) {
     Entry(table, kClearedControlBlock, cameraId) = 0;
     const std::string newText = ArrayToString64(table);
     // The size printed is always 0, as the driver's tooling expects.
-    HOOK_LOG(kLogInfo, "set sensor_apply_settings_control: %s, size: %d", newText.c_str(), 0);
+    REMEDIUM_LOG(SetProbeResultWrite, newText.c_str(), 0);
     // OK: no seek back after the read; a sysfs store replaces the whole value.
     (void)WriteTable(fd, newText);
   }
@@ -95,7 +104,7 @@ ProbeResultTable SetSensorProbeResult(uint32_t cameraId, int64_t) {
 
 ProbeResultTable ReadSensorProbeResult(uint32_t) {
   char text[kKernelTextSize] = {};
-  const int fd = OpenAndReadText(O_RDONLY, __func__, text);
+  const int fd = OpenAndReadText(O_RDONLY, kReadSites, text);
   if (fd < 0) return {};
   ProbeResultTable table = ParseProbeResultTable(text);
   close(fd);
@@ -106,7 +115,7 @@ void ResetSensorProbeResult(uint32_t cameraId) {
   const int fd = open(kSensorApplySettingsControlPath, O_RDWR);
   // Unlike the other two operations, descriptor 0 is usable here.
   if (fd < 0) {
-    LogOpenFailure(__func__, __LINE__, errno);
+    LogOpenFailure(kResetSites.openFailure, errno);
     return;
   }
   char text[kKernelTextSize] = {};
@@ -117,14 +126,14 @@ void ResetSensorProbeResult(uint32_t cameraId) {
   // explicitly keeps that deterministic instead of writing out of bounds.
   if (length < 0) __builtin_trap();
   text[length] = '\0';
-  if (length > 0) LogReadText(__func__, __LINE__, text);
+  if (length > 0) LogSiteText(kResetSites.readText, text);
   ProbeResultTable table = ParseProbeResultTable(text);
   if (table.size() == kProbeResultTableSize) {
     for (const size_t block : {kApplyControlBlock, kControlValueBlock, kKmdResultBlock, kClearedControlBlock}) {
       Entry(table, block, cameraId) = 0;
     }
     const std::string newText = ArrayToString64(table);
-    if (WriteTable(fd, newText) != 0) HOOK_LOG(kLogInfo, "set sensor_apply_settings_control: %s", newText.c_str());
+    if (WriteTable(fd, newText) != 0) REMEDIUM_LOG(ResetProbeResultWrite, newText.c_str());
   }
   close(fd);
 }

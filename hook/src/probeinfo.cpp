@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "client/interface/logsites.h"
 #include "hook/src/globals.h"
-#include "hook/src/hooklog.h"
 
 namespace CamX {
 
@@ -40,8 +40,7 @@ bool IsLastRetryTimes(std::string name, int32_t retryTimes, int32_t) {
     });
   }
   // "rerty" is the text the maker's log tools match.
-  HOOK_LOG(kLogInfo, "Camera name: %s, rerty times: %d, probeFailCount: %d, last retry times: %d", name.c_str(),
-           retryTimes, probeFailCount, last ? 1 : 0);
+  REMEDIUM_LOG(LastRetryVerdict, name.c_str(), retryTimes, probeFailCount, last ? 1 : 0);
   return last;
 }
 

@@ -8,13 +8,13 @@
 
 #include <cutils/properties.h>
 
+#include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"
 #include "core/model/monitor/interface/imagesensorstate.h"
 #include "hook/src/camxlayout.h"
 #include "hook/src/eepromretry.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/kernelchannel.h"
 #include "hook/src/probeinfo.h"
 #include "hook/src/proxyframe.h"
@@ -34,7 +34,7 @@ uint32_t ProbeCameraNumber() {
   });
   uint32_t probed = 0;
   for (const auto& [name, last] : lastResults) {
-    HOOK_LOG(kLogInfo, "Probe result: %s, %d", name.c_str(), static_cast<int>(last));
+    REMEDIUM_LOG(ProbeLastResult, name.c_str(), static_cast<int>(last));
     probed += last == 0 ? 1 : 0;
   }
   return probed;
@@ -76,8 +76,8 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   if (!protection.empty()) {
     CamxResult result = probe();
     for (const std::string& argument : protection) {
-      HOOK_LOG(kLogInfo, "arg: %s", argument.c_str());
-      HOOK_LOG(kLogInfo, "sensor name: %s", name.c_str());
+      REMEDIUM_LOG(ProbeProtectionArgument, argument.c_str());
+      REMEDIUM_LOG(ProbeProtectionSensorName, name.c_str());
       if (!CheckIsCameraName(argument)) continue;
       if (std::strstr(name.c_str(), argument.c_str()) != nullptr) {
         result = CamxResultEFailed;
@@ -90,26 +90,23 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   const SettingsMap& settings = ProbeOverrideSettings();
   const int retryTimes = SettingAsInt(settings, "SensorModuleRetryTimes");
   const int moduleNumber = SettingAsInt(settings, "sensorModuleNumber");
-  HOOK_LOG(kLogInfo, "sensorModuleRetryTimes: %d, sensorModuleNumber: %d", retryTimes, moduleNumber);
+  REMEDIUM_LOG(ProbeSettings, retryTimes, moduleNumber);
 
   const uint16_t* pCameraId = Layout::ReadSensorProbeCameraIdPointer(pThis);
   if (moduleNumber == 0 || pCameraId == nullptr || retryTimes == 0) {
-    HOOK_LOG(kLogError, "Failed to get cameraid or error retry times: sensorModuleRetryTimes: %d, sensorModuleNumber: %d",
-             retryTimes, moduleNumber);
+    REMEDIUM_LOG(ProbeSettingsMissing, retryTimes, moduleNumber);
     return probe();
   }
   const uint32_t cameraId = *pCameraId;
 
   const SensorUsage usage = QuerySensorUsage(name, /*carryFirstRequest=*/false);
-  HOOK_LOG(kLogInfo, "sensor name: %s,  sensor type: %s, frequentlyUsedSensor: %d, neverBeenSuccessfullyProbed: %d",
-           name.c_str(), usage.sensorType.c_str(), usage.frequentlyUsedSensor, usage.neverBeenSuccessfullyProbed);
-  HOOK_LOG(kLogInfo, "output sensor name: %s, record count: %d", usage.mostProbedName.c_str(),
-           static_cast<int>(usage.recordCount));
+  REMEDIUM_LOG(ProbeSensorUsage, name.c_str(), usage.sensorType.c_str(), usage.frequentlyUsedSensor, usage.neverBeenSuccessfullyProbed);
+  REMEDIUM_LOG(ProbeMostProbed, usage.mostProbedName.c_str(), static_cast<int>(usage.recordCount));
 
   // OK: ids beyond the kernel table are reported probed without probing.
   if (cameraId >= kMaxCameraId) return CamxResultSuccess;
 
-  HOOK_LOG(kLogInfo, "Get camera name:%s, probeCount: %d", name.c_str(), RecordedProbeCount(name));
+  REMEDIUM_LOG(ProbeCount, name.c_str(), RecordedProbeCount(name));
 
   const bool usedOrUnknown = usage.frequentlyUsedSensor || usage.neverBeenSuccessfullyProbed;
   auto qualifies = [&] {
@@ -148,8 +145,7 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   const std::vector<int64_t> table = ReadSensorProbeResult(cameraId);
   if (table.size() < kProbeResultTableSize) return result;
   const int64_t kernelResult = KernelResult(table, cameraId);
-  HOOK_LOG(kLogInfo, "probe sensor: %s, slot id: %d kmd result: %d, umd result: %d", name.c_str(), cameraId,
-           static_cast<int>(kernelResult), result);
+  REMEDIUM_LOG(ProbeOutcome, name.c_str(), cameraId, static_cast<int>(kernelResult), result);
 
   if (hookNotified.sensorProbeKernelRetryArmed.load(std::memory_order_relaxed) != 0) {
     if (qualifies()) {
