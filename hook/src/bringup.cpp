@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,19 +56,6 @@ bool ProbeRecordedFailed(uint32_t slotId) {
   return it != set.states.end() && it->second.result == "F";
 }
 
-// The first EEPROM probe record of this slot, if any.
-bool FindEepromNameOfSlot(uint32_t slotId, std::string* name) {
-  return eepromProbeInfoMap.With([&](const ProbeInfoMap& map) {
-    for (const auto& [key, info] : map) {
-      if (info.cameraId == slotId) {
-        *name = key;
-        return true;
-      }
-    }
-    return false;
-  });
-}
-
 }  // namespace
 
 std::vector<int64_t> ReadSensorInitResult(uint32_t /*unused*/) {
@@ -107,10 +95,9 @@ CamxResult InitializeSensorDeviceHook(void* pThis) noexcept {
   } else {
     // A sensor whose probe failed is not initialised; a module whose EEPROM
     // was probed in this slot is reported to the core.
-    std::string eepromName;
-    if (FindEepromNameOfSlot(slotId, &eepromName)) {
+    if (const std::optional<std::string> eepromName = eepromProbeInfoMap.FirstNameOfCamera(slotId)) {
       RemediumClient::ProtectionCallback(CallbackMessage{
-          1, 2, 0x201008u | ((slotId & 0xFu) << 24), eepromName, kCallbackMessageTypeError});
+          1, 2, 0x201008u | ((slotId & 0xFu) << 24), *eepromName, kCallbackMessageTypeError});
     }
     REMEDIUM_LOG(InitDeviceSkip, cameraId);
   }

@@ -30,22 +30,8 @@ const SettingsMap& EepromOverrideSettings() {
 
 // Records one EEPROM probe result; the camera id of an existing entry stays.
 void SetProbeEEPROMInfoMap(const std::string& name, CamxResult result, uint32_t cameraId) {
-  const uint32_t count = eepromProbeInfoMap.With([&](ProbeInfoMap& map) {
-    auto [it, inserted] = map.try_emplace(name);
-    ProbeInfo& info = it->second;
-    if (inserted) info.cameraId = cameraId;
-    if (__builtin_add_overflow(info.probeCount, 1u, &info.probeCount)) __builtin_trap();
-    info.probeResults.push_back(result);
-    return info.probeCount;
-  });
+  const uint32_t count = eepromProbeInfoMap.Record(name, result, cameraId);
   REMEDIUM_LOG(EepromProbeRecorded, name.c_str(), count);
-}
-
-uint32_t RecordedEepromProbeCount(const std::string& name) {
-  return eepromProbeInfoMap.With([&](const ProbeInfoMap& map) {
-    auto it = map.find(name);
-    return it == map.end() ? 0u : it->second.probeCount;
-  });
 }
 
 // True when a core argument names a camera that occurs in `name`; notifies
@@ -75,7 +61,7 @@ CamxResult EEPROMDataProbeHook(void* pThis) noexcept {
     result = frame.CallPrevious(&EEPROMDataProbeHook, pThis);
   } else {
     const SensorUsage usage = QuerySensorUsage(name, /*carryFirstRequest=*/true);
-    REMEDIUM_LOG(EepromDataSensorUsage, cameraId, RecordedEepromProbeCount(name), name.c_str(), usage.sensorType.c_str(),
+    REMEDIUM_LOG(EepromDataSensorUsage, cameraId, eepromProbeInfoMap.ProbeCount(name), name.c_str(), usage.sensorType.c_str(),
              usage.frequentlyUsedSensor, usage.neverBeenSuccessfullyProbed, usage.mostProbedName.c_str(),
              static_cast<int>(usage.recordCount));
     const bool usedOrUnknown = usage.frequentlyUsedSensor || usage.neverBeenSuccessfullyProbed;

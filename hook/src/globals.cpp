@@ -29,8 +29,8 @@ const std::map<std::string, int32_t> moduleSwitchBits = {
     {"firmware", 16}, {"bigdata", 32}, {"sensorstate", 64},
 };
 
-Guarded<ProbeInfoMap> probeInfoMap;
-Guarded<ProbeInfoMap> eepromProbeInfoMap;
+ProbeHistory probeInfoMap;
+ProbeHistory eepromProbeInfoMap;
 
 constinit std::atomic<uint32_t> cameraSlotIds[kMaxCameraId] = {};
 constinit HookNotifiedFlags hookNotified = {};

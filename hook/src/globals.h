@@ -13,19 +13,10 @@
 #include <map>
 #include <string>
 #include <unordered_map>
-#include <vector>
 
-#include "hook/src/guarded.h"
+#include "hook/src/probehistory.h"
 
 namespace CamX {
-
-// Probe history of one sensor or EEPROM name.
-struct ProbeInfo {
-  uint32_t probeCount = 0;
-  std::vector<int64_t> probeResults;  // kernel-side results, in recorded order
-  uint32_t cameraId = 0;              // from the first recorded probe
-};
-using ProbeInfoMap = std::map<std::string, ProbeInfo>;
 
 inline constexpr uint32_t kMaxCameraId = 16;  // camera and slot ids are below this
 
@@ -34,8 +25,8 @@ extern const std::unordered_map<int, const char*> sensorTypeNames;
 // Module name to switch bit of the framework's module switch mask (7 rows).
 extern const std::map<std::string, int32_t> moduleSwitchBits;
 // Per-name sensor probe history, and the EEPROM one; never mixed.
-extern Guarded<ProbeInfoMap> probeInfoMap;
-extern Guarded<ProbeInfoMap> eepromProbeInfoMap;
+extern ProbeHistory probeInfoMap;
+extern ProbeHistory eepromProbeInfoMap;
 
 // Slot id of each camera id, as the HAL's static capabilities report it. A
 // camera never queried reads slot 0. Written by GetStaticCapsHook only.

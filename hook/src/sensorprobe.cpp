@@ -26,25 +26,12 @@ namespace {
 
 // Counts the names whose last recorded probe succeeded, logging each.
 uint32_t ProbeCameraNumber() {
-  std::vector<std::pair<std::string, int64_t>> lastResults;
-  probeInfoMap.With([&](const ProbeInfoMap& map) {
-    for (const auto& [name, info] : map) {
-      if (!name.empty() && !info.probeResults.empty()) lastResults.emplace_back(name, info.probeResults.back());
-    }
-  });
   uint32_t probed = 0;
-  for (const auto& [name, last] : lastResults) {
+  for (const auto& [name, last] : probeInfoMap.LastResults()) {
     REMEDIUM_LOG(ProbeLastResult, name.c_str(), static_cast<int>(last));
     probed += last == 0 ? 1 : 0;
   }
   return probed;
-}
-
-uint32_t RecordedProbeCount(const std::string& name) {
-  return probeInfoMap.With([&](const ProbeInfoMap& map) {
-    auto it = map.find(name);
-    return it == map.end() ? 0u : it->second.probeCount;
-  });
 }
 
 // Parsed on the first probe and kept for the life of the process.
@@ -106,7 +93,7 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   // OK: ids beyond the kernel table are reported probed without probing.
   if (cameraId >= kMaxCameraId) return CamxResultSuccess;
 
-  REMEDIUM_LOG(ProbeCount, name.c_str(), RecordedProbeCount(name));
+  REMEDIUM_LOG(ProbeCount, name.c_str(), probeInfoMap.ProbeCount(name));
 
   const bool usedOrUnknown = usage.frequentlyUsedSensor || usage.neverBeenSuccessfullyProbed;
   auto qualifies = [&] {
