@@ -2,10 +2,7 @@
 // configuration command sets, and command submission. A failure here never
 // reaches the HAL: it is recorded (state property, error list, init state)
 // and success is returned. Also the I2C slave-address switch.
-#include <fcntl.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -58,27 +55,6 @@ bool ProbeRecordedFailed(uint32_t slotId) {
 
 }  // namespace
 
-std::vector<int64_t> ReadSensorInitResult(uint32_t /*unused*/) {
-  char text[1024];
-  std::memset(text, 0, sizeof(text));
-  const int fd = open(kSensorApplySettingsControlPath, O_RDONLY);
-  if (fd < 1) {
-    char errorText[100];
-    OsUtils::StrError(errorText, sizeof(errorText), errno);
-    REMEDIUM_LOG(InitResultOpenFailure, errorText);
-    return {};
-  }
-  const ssize_t count = read(fd, text, sizeof(text) - 1);
-  std::vector<int64_t> values;
-  if (count >= 1 && count <= 1022) {
-    text[count] = '\0';
-    REMEDIUM_LOG(InitResultReadText, text);
-    values = StringToArray64(text, 0);
-  }
-  close(fd);
-  return values;
-}
-
 CamxResult InitializeSensorDeviceHook(void* pThis) noexcept {
   CAMX_PROXY_FRAME(frame);
   const uint32_t cameraId = PipelineCameraId(pThis);
@@ -113,15 +89,15 @@ CamxResult LoadSensorInitConfigCmdHook(void* pThis) noexcept {
   const uint32_t cameraId = PipelineCameraId(pThis);
   const CamxResult result = frame.CallPrevious(&LoadSensorInitConfigCmdHook, pThis);
   const uint32_t slotId = SlotIdOf(cameraId);  // after the HAL call, as the HAL sees it
-  const std::vector<int64_t> kernel = ReadSensorInitResult(slotId);
+  const ProbeResultTable kernel = ReadSensorInitResult(slotId);
   uint32_t kernelInitFailed = 0;
   bool failed = result != CamxResultSuccess;
   if (kernel.size() >= kProbeResultTableSize) {
-    if (kernel[48 + slotId] != 0) {
+    if (ClearedControl(kernel, slotId) != 0) {
       kernelInitFailed = 1;
       failed = true;
     } else {
-      kernelInitFailed = kernel[32 + slotId] != 0 ? 1 : 0;
+      kernelInitFailed = KmdResult(kernel, slotId) != 0 ? 1 : 0;
       failed = failed || kernelInitFailed != 0;
     }
   }

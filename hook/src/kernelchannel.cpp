@@ -45,15 +45,6 @@ ssize_t WriteTable(int fd, const std::string& text) {
   return write(fd, buffer, sizeof(buffer));
 }
 
-// The camera's entry in one block. Callers pass ids below 16; an id past the
-// table is a caller fault and stops the process like a hardened bounds check
-// rather than writing outside the table.
-long& Entry(ProbeResultTable& table, size_t block, uint32_t cameraId) {
-  const size_t index = block + cameraId;
-  if (index >= table.size()) __builtin_trap();
-  return table[index];
-}
-
 // Opens the parameter and reads its text for the set and read operations.
 // Returns the open descriptor, or -1 when there is nothing to parse: a
 // descriptor below 1 (logged; descriptor 0 counts as a failure too and is left
@@ -89,9 +80,9 @@ ProbeResultTable SetSensorProbeResult(uint32_t cameraId, int64_t) {
   if (fd < 0) return {};
   ProbeResultTable table = ParseProbeResultTable(text);
   if (table.size() == kProbeResultTableSize) {
-    Entry(table, kApplyControlBlock, cameraId) = kApplyControlMarked;
-    Entry(table, kControlValueBlock, cameraId) = kControlValueMarked;
-    Entry(table, kClearedControlBlock, cameraId) = 0;
+    BlockEntry(table, kApplyControlBlock, cameraId) = kApplyControlMarked;
+    BlockEntry(table, kControlValueBlock, cameraId) = kControlValueMarked;
+    BlockEntry(table, kClearedControlBlock, cameraId) = 0;
     const std::string newText = ArrayToString64(table);
     // The size printed is always 0, as the driver's tooling expects.
     REMEDIUM_LOG(SetProbeResultWrite, newText.c_str(), 0);
@@ -130,12 +121,34 @@ void ResetSensorProbeResult(uint32_t cameraId) {
   ProbeResultTable table = ParseProbeResultTable(text);
   if (table.size() == kProbeResultTableSize) {
     for (const size_t block : {kApplyControlBlock, kControlValueBlock, kKmdResultBlock, kClearedControlBlock}) {
-      Entry(table, block, cameraId) = 0;
+      BlockEntry(table, block, cameraId) = 0;
     }
     const std::string newText = ArrayToString64(table);
     if (WriteTable(fd, newText) != 0) REMEDIUM_LOG(ResetProbeResultWrite, newText.c_str());
   }
   close(fd);
+}
+
+ProbeResultTable ReadSensorInitResult(uint32_t /*unused*/) {
+  char text[kKernelTextSize];
+  std::memset(text, 0, sizeof(text));
+  const int fd = open(kSensorApplySettingsControlPath, O_RDONLY);
+  // Descriptor 0 counts as a failure too and is left open.
+  if (fd < 1) {
+    char errorText[100];
+    OsUtils::StrError(errorText, sizeof(errorText), errno);
+    REMEDIUM_LOG(InitResultOpenFailure, errorText);
+    return {};
+  }
+  const ssize_t count = read(fd, text, sizeof(text) - 1);
+  ProbeResultTable values;
+  if (count >= 1 && count <= 1022) {
+    text[count] = '\0';
+    REMEDIUM_LOG(InitResultReadText, text);
+    values = StringToArray64(text, 0);
+  }
+  close(fd);
+  return values;
 }
 
 }  // namespace CamX

@@ -40,8 +40,6 @@ const SettingsMap& ProbeOverrideSettings() {
   return s_settings;
 }
 
-int64_t KernelResult(const std::vector<int64_t>& table, uint32_t cameraId) { return table[cameraId + 32]; }
-
 void RecordProbeState(uint32_t cameraId, const char* result, bool allStages) {
   ImageSensorStateHelper::UpdateImageSensorStateProperty(cameraId, "P", result);
   if (!allStages) return;
@@ -107,10 +105,10 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
     if (RemediumClient::IsSwitchOpened(2) && usage.frequentlyUsedSensor &&
         IsLastEEPROMProbeRetryBypassSensor(name, retryTimes, 0)) {
       const CamxResult bypassResult = probe();
-      const std::vector<int64_t> table = ReadSensorProbeResult(cameraId);
-      if (table.size() == kProbeResultTableSize && bypassResult == 0 && KernelResult(table, cameraId) == 0) {
+      const ProbeResultTable table = ReadSensorProbeResult(cameraId);
+      if (table.size() == kProbeResultTableSize && bypassResult == 0 && KmdResult(table, cameraId) == 0) {
         SetErrorFrameworkId(cameraId, 0);
-        SetProbeInfoMap(name, KernelResult(table, cameraId), cameraId);
+        SetProbeInfoMap(name, KmdResult(table, cameraId), cameraId);
         RecoverySettings(settings);
         RecordProbeState(cameraId, "S", true);
         RemediumClient::ProtectionCallback(CallbackMessage{
@@ -129,9 +127,9 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   }
 
   CamxResult result = probe();
-  const std::vector<int64_t> table = ReadSensorProbeResult(cameraId);
+  const ProbeResultTable table = ReadSensorProbeResult(cameraId);
   if (table.size() < kProbeResultTableSize) return result;
-  const int64_t kernelResult = KernelResult(table, cameraId);
+  const int64_t kernelResult = KmdResult(table, cameraId);
   REMEDIUM_LOG(ProbeOutcome, name.c_str(), cameraId, static_cast<int>(kernelResult), result);
 
   if (hookNotified.sensorProbeKernelRetryArmed.load(std::memory_order_relaxed) != 0) {
