@@ -14,6 +14,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "client/interface/remediumconfig.h"
 #include "hook/src/probehistory.h"
 
 namespace CamX {
@@ -22,8 +23,9 @@ inline constexpr uint32_t kMaxCameraId = 16;  // camera and slot ids are below t
 
 // Names of the HAL's NCSSensorType values (19 rows).
 extern const std::unordered_map<int, const char*> sensorTypeNames;
-// Module name to switch bit of the framework's module switch mask (7 rows).
-extern const std::map<std::string, int32_t> moduleSwitchBits;
+// Module name to switch bit of the framework's module switch mask (7 rows),
+// owned by the module configuration.
+using ::moduleSwitchBits;
 // Per-name sensor probe history, and the EEPROM one; never mixed.
 extern ProbeHistory probeInfoMap;
 extern ProbeHistory eepromProbeInfoMap;

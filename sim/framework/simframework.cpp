@@ -1,11 +1,11 @@
-#include "simframework.h"
+#include "sim/framework/simframework.h"
 
 #include <dlfcn.h>
 
 #include <filesystem>
 #include <mutex>
 
-#include "simdevice.h"
+#include "sim/platform/simdevice.h"
 
 namespace sim::framework {
 namespace {

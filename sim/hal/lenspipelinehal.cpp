@@ -2,8 +2,8 @@
 #include <mutex>
 
 #include "hook/src/camxlayout.h"
-#include "simlenspipelinehal.h"
-#include "simmetadata.h"
+#include "sim/hal/simlenspipelinehal.h"
+#include "sim/platform/simmetadata.h"
 
 namespace sim::hal {
 

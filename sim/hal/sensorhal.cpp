@@ -6,8 +6,8 @@
 
 #include "hook/src/camxlayout.h"
 #include "hook/src/kernelchannel.h"
-#include "simdevice.h"
-#include "simsensorhal.h"
+#include "sim/platform/simdevice.h"
+#include "sim/hal/simsensorhal.h"
 
 namespace sim::hal {
 

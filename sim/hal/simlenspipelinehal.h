@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "simhal.h"
+#include "sim/hal/simhal.h"
 
 namespace sim::hal {
 
