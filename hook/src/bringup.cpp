@@ -73,7 +73,8 @@ CamxResult InitializeSensorDeviceHook(void* pThis) noexcept {
     // was probed in this slot is reported to the core.
     if (const std::optional<std::string> eepromName = eepromProbeInfoMap.FirstNameOfCamera(slotId)) {
       RemediumClient::ProtectionCallback(CallbackMessage{
-          1, 2, 0x201008u | ((slotId & 0xFu) << 24), *eepromName, kCallbackMessageTypeError});
+          kInitSkipArg0, kInitSkipArg1, kInitSkipEventCode | ((slotId & 0xFu) << kEventCodeIdShift), *eepromName,
+          kCallbackMessageTypeError});
     }
     REMEDIUM_LOG(InitDeviceSkip, cameraId);
   }

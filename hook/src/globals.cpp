@@ -32,5 +32,6 @@ ProbeHistory eepromProbeInfoMap REMEDIUM_LOAD_ORDER(kLoadOrderEepromProbeInfoMap
 
 constinit std::atomic<uint32_t> cameraSlotIds[kMaxCameraId] = {};
 constinit HookNotifiedFlags hookNotified = {};
+constinit SensorProbeOnceFlags sensorProbeOnce = {};
 
 }  // namespace CamX

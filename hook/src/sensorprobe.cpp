@@ -102,7 +102,7 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   if (qualifies()) {
     // Bypass: the slot's most-used sensor, failing on its last retry, is
     // probed once more and, on a clean kernel and CamX result, kept.
-    if (RemediumClient::IsSwitchOpened(2) && usage.frequentlyUsedSensor &&
+    if (RemediumClient::IsSwitchOpened(kSensorBypassSwitch) && usage.frequentlyUsedSensor &&
         IsLastEEPROMProbeRetryBypassSensor(name, retryTimes, 0)) {
       const CamxResult bypassResult = probe();
       const ProbeResultTable table = ReadSensorProbeResult(cameraId);
@@ -112,16 +112,18 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
         RecoverySettings(settings);
         RecordProbeState(cameraId, "S", true);
         RemediumClient::ProtectionCallback(CallbackMessage{
-            2, 2, (static_cast<uint64_t>(cameraId) << 24) | 0x201000, name, kCallbackMessageTypeProtection});
+            kSensorBypassArg0, kSensorBypassArg1,
+            (static_cast<uint64_t>(cameraId) << kEventCodeIdShift) | kSensorBypassEventCode, name,
+            kCallbackMessageTypeProtection});
         return CamxResultSuccess;
       }
     }
     // Last module of a multi-sourced slot: when every other module has
     // probed, ask the kernel to re-probe this one (once per process).
     if (moduleNumber >= 2 && ProbeCameraNumber() == static_cast<uint32_t>(moduleNumber - 1) &&
-        hookNotified.sensorProbeKernelRetryArmed.load(std::memory_order_relaxed) == 0 && !name.empty() &&
+        sensorProbeOnce.kernelRetryArmed.load(std::memory_order_relaxed) == 0 && !name.empty() &&
         std::strstr(name.c_str(), "front") == nullptr) {
-      hookNotified.sensorProbeKernelRetryArmed.store(1, std::memory_order_relaxed);
+      sensorProbeOnce.kernelRetryArmed.store(1, std::memory_order_relaxed);
       SetSensorProbeResult(cameraId, 0);
     }
   }
@@ -132,7 +134,7 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   const int64_t kernelResult = KmdResult(table, cameraId);
   REMEDIUM_LOG(ProbeOutcome, name.c_str(), cameraId, static_cast<int>(kernelResult), result);
 
-  if (hookNotified.sensorProbeKernelRetryArmed.load(std::memory_order_relaxed) != 0) {
+  if (sensorProbeOnce.kernelRetryArmed.load(std::memory_order_relaxed) != 0) {
     if (qualifies()) {
       // The kernel-assisted retry of the last module: report it probed and
       // switch off the features that need every module.

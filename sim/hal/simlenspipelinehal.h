@@ -93,7 +93,7 @@ class CaptureRequestObject {
   CaptureRequestObject& operator=(const CaptureRequestObject&) = delete;
 
  private:
-  camera_metadata_t* m_settings = nullptr;
+  camera_metadata_t* m_pSettings = nullptr;
   Object m_object;
 };
 
