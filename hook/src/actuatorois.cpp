@@ -2,10 +2,10 @@
 // actuator's I2C slave address and on lens position reads, and the fixed
 // results of OIS provider registration, OIS I2C command creation and lens
 // position formatting.
-#include <stdlib.h>
-#include <string.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -45,7 +45,7 @@ void ActuatorDataHook(void* pThis, ActuatorDriverData* pActuatorDriverData) noex
     if (argument.empty() || !CheckIsCameraName(argument)) continue;
     if (actuatorName == nullptr || strstr(actuatorName, argument.c_str()) == nullptr) continue;
     // Every match toggles again: two matching arguments restore the address.
-    const uint16_t address = static_cast<uint16_t>(ToggleSlaveAddress(
+    const auto address = static_cast<uint16_t>(ToggleSlaveAddress(
         Layout::Read(pActuatorDriverData, Layout::kActuatorDriverDataSlaveAddress)));
     Layout::Write(pActuatorDriverData, Layout::kActuatorDriverDataSlaveAddress, address);
     REMEDIUM_LOG(ActuatorAddressChanged, address);

@@ -144,7 +144,7 @@ CamxResult SensorCreateAndSubmitCommandHook(void* pThis, unsigned int arg1, I2CR
   const uint32_t cameraId = PipelineCameraId(pThis);
   const CamxResult result =
       frame.CallPrevious(&SensorCreateAndSubmitCommandHook, pThis, arg1, settingType, opcode, arg4, arg5, pData);
-  const uint32_t code = static_cast<uint32_t>(opcode);
+  const auto code = static_cast<uint32_t>(opcode);
   if (code != kOpcodeInitialConfig && code != kOpcodeConfig) return result;
 
   const bool isConfig = code == kOpcodeConfig;
@@ -170,7 +170,7 @@ CamxResult CreateI2CInfoCmdHook(void* pThis, CSLSensorI2CInfo* pI2CInfo, unsigne
   if (pI2CInfo == nullptr) return result;  // nothing to switch or show
   const std::vector<std::string> arguments = RemediumClient::GetHookArguments("EEPROMI2C");
   if (!arguments.empty()) {
-    const uint32_t address = static_cast<uint32_t>(std::atoi(arguments.front().c_str()));
+    const auto address = static_cast<uint32_t>(std::atoi(arguments.front().c_str()));
     if (address != 0 && address == Layout::Read(pI2CInfo, Layout::kSensorI2CInfoSlaveAddress)) {
       Layout::Write(pI2CInfo, Layout::kSensorI2CInfoSlaveAddress,
                     address == kI2CAddress18 ? kI2CAddress66 : kI2CAddress18);

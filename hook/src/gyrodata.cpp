@@ -1,10 +1,10 @@
 // PostGyroDataHook: before a batch of motion-sensor samples reaches the HAL,
 // moves the timestamp of one randomly chosen sample back by a fixed amount.
 #include <hardware/sensors.h>
-#include <stdlib.h>
 
 #include <climits>
 #include <cstddef>
+#include <cstdlib>
 #include <vector>
 
 #include "client/interface/logsites.h"

@@ -41,6 +41,7 @@ void LogOpenFailure(const LogSite& site, int errorNum) {
 // One write of the text followed by NUL padding; text past 1024 bytes is cut.
 ssize_t WriteTable(int fd, const std::string& text) {
   char buffer[kKernelTextSize] = {};
+  // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the zeroed rest of the buffer pads the text.
   std::memcpy(buffer, text.data(), std::min(text.size(), sizeof(buffer)));
   return write(fd, buffer, sizeof(buffer));
 }

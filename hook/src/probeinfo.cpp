@@ -1,5 +1,7 @@
 #include "hook/src/probeinfo.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <optional>
 
@@ -29,10 +31,10 @@ bool IsLastRetryTimes(std::string name, int32_t retryTimes, int32_t) {
 
 bool CheckIsCameraName(std::string name) {
   if (name.empty()) return false;
-  for (const char* word : {"macro", "ultra", "wide", "tele", "depth", "front"}) {
-    if (std::strstr(name.c_str(), word) == nullptr) return true;
-  }
-  return false;
+  // True when at least one of the six role words is missing.
+  static constexpr std::array<const char*, 6> kRoleWords = {"macro", "ultra", "wide", "tele", "depth", "front"};
+  return std::ranges::any_of(kRoleWords,
+                             [&](const char* word) { return std::strstr(name.c_str(), word) == nullptr; });
 }
 
 }  // namespace CamX

@@ -1,11 +1,11 @@
 #include "core/model/monitor/interface/imagesensorstate.h"
 
 #include <cutils/properties.h>
-#include <time.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <regex>
 
 #include "client/interface/logsites.h"
