@@ -1,4 +1,4 @@
-#include "message.h"
+#include "client/interface/message.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "messagecenterclient.h"
+#include "client/interface/messagecenterclient.h"
 
 #include <dlfcn.h>
 

@@ -13,7 +13,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "message.h"
+#include "client/interface/message.h"
 
 inline constexpr char kMessageCenterLibrary[] = "/vendor/lib64/com.velora.messagecenter.so";
 inline constexpr char kMessageCenterLogTag[] = "[MESSAGECENTER]";

@@ -1,4 +1,4 @@
-#include "remediumclient.h"
+#include "client/interface/remediumclient.h"
 
 #include <dlfcn.h>
 
@@ -31,8 +31,7 @@ void RemediumClient::LoadRemedium() {
   }
   m_pLibHandle = dlopen(kRemediumCoreLibrary, RTLD_NOW | RTLD_GLOBAL);
   if (m_pLibHandle == nullptr) {
-    RemediumLog(kLogError, kRemediumClientSourceFile, kLoadRemediumLogLine, __func__,
-                "m_pRemediumCore is NULL");
+    REMEDIUM_LOG(LoadRemediumNullCore);
     return;
   }
   // The framework ships the core with its entry, so a core without one is a

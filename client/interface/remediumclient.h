@@ -9,19 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "message.h"
-#include "remediumcore.h"
-#include "remediumlog.h"
-
-// Log sites of this client print this file and the lines the framework's log
-// tools expect.
-inline constexpr char kRemediumClientSourceFile[] = "client/interface/remediumclient.h";
-inline constexpr int kLoadRemediumLogLine = 90;
-inline constexpr int kNotifyHookMessageLogLine = 111;
-inline constexpr int kGetHookArgumentsLogLine = 131;
-inline constexpr int kProtectionCallbackLogLine = 152;
-inline constexpr int kIsSwitchOpenedLogLine = 191;
-inline constexpr int kRecordProbeMessageLogLine = 212;
+#include "client/interface/logsites.h"
+#include "client/interface/message.h"
+#include "client/interface/remediumcore.h"
 
 inline constexpr char kRemediumCoreLibrary[] = "/vendor/lib64/com.velora.remedium.core.so";
 inline constexpr char kRemediumGetInstanceSymbol[] = "RemediumGetInstance";
@@ -37,7 +27,7 @@ class RemediumClient {
   static bool IsSwitchOpened(int32_t kind) {
     RemediumCore* core = LoadedCore();
     if (core == nullptr) {
-      LogNullCore(kIsSwitchOpenedLogLine, __func__);
+      REMEDIUM_LOG(IsSwitchOpenedNullCore);
       return false;
     }
     return core->IsSwitchOpened(kind);
@@ -46,7 +36,7 @@ class RemediumClient {
   static void ProtectionCallback(const CallbackMessage& message) {
     RemediumCore* core = LoadedCore();
     if (core == nullptr) {
-      LogNullCore(kProtectionCallbackLogLine, __func__);
+      REMEDIUM_LOG(ProtectionCallbackNullCore);
       return;
     }
     core->ProtectionCallback(message);
@@ -55,7 +45,7 @@ class RemediumClient {
   static std::vector<std::string> GetHookArguments(const std::string& hookName) {
     RemediumCore* core = LoadedCore();
     if (core == nullptr) {
-      LogNullCore(kGetHookArgumentsLogLine, __func__);
+      REMEDIUM_LOG(GetHookArgumentsNullCore);
       return {};
     }
     return core->GetHookArguments(hookName);
@@ -64,7 +54,7 @@ class RemediumClient {
   static void NotifyHookMessage(const HookNotification& notification) {
     RemediumCore* core = LoadedCore();
     if (core == nullptr) {
-      LogNullCore(kNotifyHookMessageLogLine, __func__);
+      REMEDIUM_LOG(NotifyHookMessageNullCore);
       return;
     }
     core->NotifyHookMessage(notification);
@@ -73,7 +63,7 @@ class RemediumClient {
   static void RecordProbeMessage(const std::string& name, bool result) {
     RemediumCore* core = LoadedCore();
     if (core == nullptr) {
-      LogNullCore(kRecordProbeMessageLogLine, __func__);
+      REMEDIUM_LOG(RecordProbeMessageNullCore);
       return;
     }
     core->RecordProbeMessage(name, result);
@@ -90,10 +80,6 @@ class RemediumClient {
     RemediumClient& client = GetInstance();
     client.LoadRemedium();
     return client.m_pRemediumCore.load(std::memory_order_acquire);
-  }
-
-  static void LogNullCore(int line, const char* func) {
-    RemediumLog(kLogError, kRemediumClientSourceFile, line, func, "m_pRemediumCore is NULL");
   }
 
   // Written under the load lock, read by the wrappers without it.

@@ -1,8 +1,13 @@
-#include "remediumconfig.h"
+#include "client/interface/remediumconfig.h"
 
 #include <cutils/properties.h>
 
-#include "hook/src/globals.h"
+#include "client/interface/loadorder.h"
+
+const std::map<std::string, int32_t> moduleSwitchBits REMEDIUM_LOAD_ORDER(kLoadOrderModuleSwitchBits) = {
+    {"vlcdb", 1},    {"monitr", 2},    {"hookswitch", 4}, {"inithookswitch", 8},
+    {"firmware", 16}, {"bigdata", 32}, {"sensorstate", 64},
+};
 
 const RemediumConfig& RemediumConfig::GetInstance() {
   static const RemediumConfig s_instance;
@@ -11,7 +16,7 @@ const RemediumConfig& RemediumConfig::GetInstance() {
 
 void RemediumConfig::InitSubModuleConfig() {
   m_modSwitch = property_get_int32(kModuleSwitchProperty, kDefaultModuleSwitch);
-  for (const auto& [name, bit] : CamX::moduleSwitchBits) {
+  for (const auto& [name, bit] : moduleSwitchBits) {
     if (name.empty() || bit < 1) continue;
     ModuleConfig& config = m_moduleConfigs[name];
     config.moduleName = name;

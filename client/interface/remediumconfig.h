@@ -11,6 +11,10 @@ inline constexpr char kModuleSwitchProperty[] = "persist.vendor.camera.cloud.rem
 // Unset or non-numeric: only "monitr" is on.
 inline constexpr int32_t kDefaultModuleSwitch = 2;
 
+// Module name to switch bit of the mask (7 rows), built at load. "monitr" is
+// the framework's spelling of the monitor module.
+extern const std::map<std::string, int32_t> moduleSwitchBits;
+
 inline constexpr int32_t kModuleSwitchOn = 1;
 inline constexpr int32_t kModuleSwitchOff = 2;
 

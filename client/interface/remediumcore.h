@@ -25,6 +25,22 @@ struct CallbackMessage {
 inline constexpr char kCallbackMessageTypeError[] = "CallbackMessageType::Error";
 inline constexpr char kCallbackMessageTypeProtection[] = "CallbackMessageType::Protection";
 
+// Contract values of the framework core. The switch the sensor probe asks
+// before it bypasses a failing most-used sensor.
+inline constexpr int32_t kSensorBypassSwitch = 2;
+// The protection report of a bypassed sensor probe: both words 2, and the
+// event code with the camera id in bits 24 and up.
+inline constexpr uint32_t kSensorBypassArg0 = 2;
+inline constexpr uint32_t kSensorBypassArg1 = 2;
+inline constexpr uint64_t kSensorBypassEventCode = 0x201000;
+// The error report of a skipped sensor initialisation whose slot had an
+// EEPROM probed: words 1 and 2, and the event code with the low four bits of
+// the slot id in bits 24 to 27.
+inline constexpr uint32_t kInitSkipArg0 = 1;
+inline constexpr uint32_t kInitSkipArg1 = 2;
+inline constexpr uint32_t kInitSkipEventCode = 0x201008;
+inline constexpr int kEventCodeIdShift = 24;
+
 // Slot order matters; the operations marked "core's own" belong to the core
 // and are never called from here.
 class RemediumCore {

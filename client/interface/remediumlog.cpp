@@ -1,4 +1,4 @@
-#include "remediumlog.h"
+#include "client/interface/remediumlog.h"
 
 #include <android/log.h>
 #include <cutils/properties.h>
@@ -7,6 +7,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+
+#include "client/interface/logsites.h"
 
 namespace {
 
@@ -50,4 +52,13 @@ void RemediumLog(int level, const char* file, int line, const char* func, const 
   va_start(args, fmt);
   WriteLine(level, file, line, func, fmt, args);
   va_end(args);
+}
+
+void LogSiteText(const LogSite& site, const char* text) {
+  // The format is one of the table's, each checked by its caller to take
+  // exactly one string.
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wformat-nonliteral"
+  RemediumLog(site.level, site.file, site.line, site.function, site.format, text);
+#pragma clang diagnostic pop
 }

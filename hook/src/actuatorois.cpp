@@ -2,18 +2,18 @@
 // actuator's I2C slave address and on lens position reads, and the fixed
 // results of OIS provider registration, OIS I2C command creation and lens
 // position formatting.
-#include <stdlib.h>
-#include <string.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"
 #include "hook/src/camxlayout.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/probeinfo.h"
 #include "hook/src/proxyframe.h"
 
@@ -41,21 +41,19 @@ void ActuatorDataHook(void* pThis, ActuatorDriverData* pActuatorDriverData) noex
     // A record without a name is logged as bionic prints a null "%s" and
     // matches nothing.
     const char* actuatorName = Layout::Read(pActuatorDriverData, Layout::kActuatorDriverDataName);
-    HOOK_LOG(kLogInfo, "camera name: %s, actuator name: %s", argument.c_str(),
-             actuatorName != nullptr ? actuatorName : "(null)");
+    REMEDIUM_LOG(ActuatorNames, argument.c_str(), actuatorName != nullptr ? actuatorName : "(null)");
     if (argument.empty() || !CheckIsCameraName(argument)) continue;
     if (actuatorName == nullptr || strstr(actuatorName, argument.c_str()) == nullptr) continue;
     // Every match toggles again: two matching arguments restore the address.
-    const uint16_t address = static_cast<uint16_t>(ToggleSlaveAddress(
+    const auto address = static_cast<uint16_t>(ToggleSlaveAddress(
         Layout::Read(pActuatorDriverData, Layout::kActuatorDriverDataSlaveAddress)));
     Layout::Write(pActuatorDriverData, Layout::kActuatorDriverDataSlaveAddress, address);
-    HOOK_LOG(kLogInfo, "change slave address: 0x%x", address);
+    REMEDIUM_LOG(ActuatorAddressChanged, address);
   }
   // Reported on the first call whether or not anything matched.
   NotifyHookOnce(hookNotified.actuatorData, "ActuatorDataHook");
   frame.CallPrevious(&ActuatorDataHook, pThis, pActuatorDriverData);
-  HOOK_LOG(kLogInfo, "slave address: 0x%x",
-           Layout::Read(pActuatorDriverData, Layout::kActuatorDriverDataSlaveAddress));
+  REMEDIUM_LOG(ActuatorAddress, Layout::Read(pActuatorDriverData, Layout::kActuatorDriverDataSlaveAddress));
 }
 
 CamxResult OISRegisterProviderHook([[maybe_unused]] void* pThis, [[maybe_unused]] void* pUnusedArg,
@@ -64,7 +62,7 @@ CamxResult OISRegisterProviderHook([[maybe_unused]] void* pThis, [[maybe_unused]
   // OK: the HAL's registration never runs; the frame is still left properly.
   constexpr CamxResult kResult = 1;
   NotifyHookOnce(hookNotified.oisRegisterProvider, "OISRegisterProviderHook");
-  HOOK_LOG(kLogInfo, "change result to: %d", kResult);
+  REMEDIUM_LOG(OisProviderResult, kResult);
   return kResult;
 }
 
@@ -75,7 +73,7 @@ CamxResult OISCreateI2CInfoCmdHook(void* pThis, CSLOISI2CInfo* pI2CInfo, int par
   const uint32_t address = ToggleSlaveAddress(Layout::Read(pI2CInfo, Layout::kOISI2CInfoSlaveAddress));
   Layout::Write(pI2CInfo, Layout::kOISI2CInfoSlaveAddress, address);
   NotifyHookOnce(hookNotified.oisCreateI2CInfoCmd, "OISCreateI2CInfoCmdHook");
-  HOOK_LOG(kLogInfo, "slaveAddr:0x%x", address);
+  REMEDIUM_LOG(OisI2CSlaveAddress, address);
   return result;
 }
 

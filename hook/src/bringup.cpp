@@ -2,23 +2,21 @@
 // configuration command sets, and command submission. A failure here never
 // reaches the HAL: it is recorded (state property, error list, init state)
 // and success is returned. Also the I2C slave-address switch.
-#include <fcntl.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <cutils/properties.h>
 
+#include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"
 #include "core/model/monitor/interface/imagesensorstate.h"
 #include "hook/src/camxlayout.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/kernelchannel.h"
 #include "hook/src/proxyframe.h"
 #include "hook/src/settings.h"
@@ -55,42 +53,7 @@ bool ProbeRecordedFailed(uint32_t slotId) {
   return it != set.states.end() && it->second.result == "F";
 }
 
-// The first EEPROM probe record of this slot, if any.
-bool FindEepromNameOfSlot(uint32_t slotId, std::string* name) {
-  return eepromProbeInfoMap.With([&](const ProbeInfoMap& map) {
-    for (const auto& [key, info] : map) {
-      if (info.cameraId == slotId) {
-        *name = key;
-        return true;
-      }
-    }
-    return false;
-  });
-}
-
 }  // namespace
-
-std::vector<int64_t> ReadSensorInitResult(uint32_t /*unused*/) {
-  char text[1024];
-  std::memset(text, 0, sizeof(text));
-  const int fd = open(kSensorApplySettingsControlPath, O_RDONLY);
-  if (fd < 1) {
-    char errorText[100];
-    OsUtils::StrError(errorText, sizeof(errorText), errno);
-    HOOK_LOG_AT(kLogInfo, 734, "Failed to open /sys/module/camera/parameters/sensor_apply_settings_control: errnoStr: %s",
-                errorText);
-    return {};
-  }
-  const ssize_t count = read(fd, text, sizeof(text) - 1);
-  std::vector<int64_t> values;
-  if (count >= 1 && count <= 1022) {
-    text[count] = '\0';
-    HOOK_LOG_AT(kLogInfo, 724, "read sensor_apply_settings_control: %s", text);
-    values = StringToArray64(text, 0);
-  }
-  close(fd);
-  return values;
-}
 
 CamxResult InitializeSensorDeviceHook(void* pThis) noexcept {
   CAMX_PROXY_FRAME(frame);
@@ -102,27 +65,23 @@ CamxResult InitializeSensorDeviceHook(void* pThis) noexcept {
     if (oldResult == CamxResultSuccess) {
       Layout::Write(pThis, Layout::kSensorNodeInitState, kInitStateInitialised);
       ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, "I", "S");
-      HOOK_LOG_AT(kLogInfo, 1599,
-                  "hook InitializeSensorDeviceHook, camera id: %d, change result:%d to: %d, set init state: %d",
-                  cameraId, 0, 0, kInitStateInitialised);
+      REMEDIUM_LOG(InitDeviceChanged, cameraId, 0, 0, kInitStateInitialised);
       return CamxResultSuccess;
     }
   } else {
     // A sensor whose probe failed is not initialised; a module whose EEPROM
     // was probed in this slot is reported to the core.
-    std::string eepromName;
-    if (FindEepromNameOfSlot(slotId, &eepromName)) {
+    if (const std::optional<std::string> eepromName = eepromProbeInfoMap.FirstNameOfCamera(slotId)) {
       RemediumClient::ProtectionCallback(CallbackMessage{
-          1, 2, 0x201008u | ((slotId & 0xFu) << 24), eepromName, kCallbackMessageTypeError});
+          kInitSkipArg0, kInitSkipArg1, kInitSkipEventCode | ((slotId & 0xFu) << kEventCodeIdShift), *eepromName,
+          kCallbackMessageTypeError});
     }
-    HOOK_LOG_AT(kLogInfo, 1576, "Skip InitializeSensorDeviceHook, camera id: %d", cameraId);
+    REMEDIUM_LOG(InitDeviceSkip, cameraId);
   }
   Layout::Write(pThis, Layout::kSensorNodeInitState, kInitStateFailed);
   ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, "I", "F");
   SetErrorFrameworkId(slotId, 1);
-  HOOK_LOG_AT(kLogInfo, 1599,
-              "hook InitializeSensorDeviceHook, camera id: %d, change result:%d to: %d, set init state: %d", cameraId,
-              oldResult, 0, kInitStateFailed);
+  REMEDIUM_LOG(InitDeviceChanged, cameraId, oldResult, 0, kInitStateFailed);
   return CamxResultSuccess;
 }
 
@@ -131,15 +90,15 @@ CamxResult LoadSensorInitConfigCmdHook(void* pThis) noexcept {
   const uint32_t cameraId = PipelineCameraId(pThis);
   const CamxResult result = frame.CallPrevious(&LoadSensorInitConfigCmdHook, pThis);
   const uint32_t slotId = SlotIdOf(cameraId);  // after the HAL call, as the HAL sees it
-  const std::vector<int64_t> kernel = ReadSensorInitResult(slotId);
+  const ProbeResultTable kernel = ReadSensorInitResult(slotId);
   uint32_t kernelInitFailed = 0;
   bool failed = result != CamxResultSuccess;
   if (kernel.size() >= kProbeResultTableSize) {
-    if (kernel[48 + slotId] != 0) {
+    if (ClearedControl(kernel, slotId) != 0) {
       kernelInitFailed = 1;
       failed = true;
     } else {
-      kernelInitFailed = kernel[32 + slotId] != 0 ? 1 : 0;
+      kernelInitFailed = KmdResult(kernel, slotId) != 0 ? 1 : 0;
       failed = failed || kernelInitFailed != 0;
     }
   }
@@ -152,8 +111,7 @@ CamxResult LoadSensorInitConfigCmdHook(void* pThis) noexcept {
     ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, "I", "S");
     kernelInitFailed = 0;
   }
-  HOOK_LOG_AT(kLogInfo, 778, "hook LoadSensorInitConfigCmd, camera id: %d, change result:%d, kernelInitResult: %d to: %d",
-              cameraId, result, kernelInitFailed, 0);
+  REMEDIUM_LOG(InitConfigChanged, cameraId, result, kernelInitFailed, 0);
   return CamxResultSuccess;
 }
 
@@ -163,21 +121,19 @@ CamxResult LoadSensorConfigCmdsHook(void* pThis) noexcept {
   const uint32_t slotId = SlotIdOf(cameraId);
   CamxResult result = CamxResultEFailed;
   if (ProbeRecordedFailed(slotId)) {
-    HOOK_LOG_AT(kLogInfo, 1507, "Skip LoadSensorConfigCmdsHook, camera id: %d", cameraId);
+    REMEDIUM_LOG(ConfigCmdsSkip, cameraId);
   } else {
     result = frame.CallPrevious(&LoadSensorConfigCmdsHook, pThis);
     if (result == CamxResultSuccess) {
       ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, "C", "S");
       // OK: the text names the init-settings hook; the log tools match it so.
-      HOOK_LOG_AT(kLogInfo, 1528, "hook LoadSensorInitConfigCmd, camera id: %d, change result:%d to: %d", cameraId, 0,
-                  0);
+      REMEDIUM_LOG(ConfigCmdsChanged, cameraId, 0, 0);
       return CamxResultSuccess;
     }
   }
   ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, "C", "F");
   SetErrorFrameworkId(slotId, 1);
-  HOOK_LOG_AT(kLogInfo, 1528, "hook LoadSensorInitConfigCmd, camera id: %d, change result:%d to: %d", cameraId, result,
-              0);
+  REMEDIUM_LOG(ConfigCmdsChanged, cameraId, result, 0);
   return CamxResultSuccess;
 }
 
@@ -188,15 +144,22 @@ CamxResult SensorCreateAndSubmitCommandHook(void* pThis, unsigned int arg1, I2CR
   const uint32_t cameraId = PipelineCameraId(pThis);
   const CamxResult result =
       frame.CallPrevious(&SensorCreateAndSubmitCommandHook, pThis, arg1, settingType, opcode, arg4, arg5, pData);
-  const uint32_t code = static_cast<uint32_t>(opcode);
+  const auto code = static_cast<uint32_t>(opcode);
   if (code != kOpcodeInitialConfig && code != kOpcodeConfig) return result;
 
   const bool isConfig = code == kOpcodeConfig;
-  HOOK_LOG_AT(kLogInfo, isConfig ? 684 : 674, "In code %d", code);
+  if (isConfig) {
+    REMEDIUM_LOG(SubmitConfigCode, code);
+  } else {
+    REMEDIUM_LOG(SubmitInitialConfigCode, code);
+  }
   const uint32_t slotId = SlotIdOf(cameraId);
   ImageSensorStateHelper::UpdateImageSensorStateProperty(slotId, isConfig ? "C" : "I", result == 0 ? "S" : "F");
-  HOOK_LOG_AT(kLogInfo, isConfig ? 686 : 676, "hook CreateAndSubmitCommand, change result: %d to: %d, pThis: %p",
-              result, 0, pThis);
+  if (isConfig) {
+    REMEDIUM_LOG(SubmitConfigChanged, result, 0, pThis);
+  } else {
+    REMEDIUM_LOG(SubmitInitialConfigChanged, result, 0, pThis);
+  }
   if (result != CamxResultSuccess) SetErrorFrameworkId(slotId, 1);
   return CamxResultSuccess;
 }
@@ -207,14 +170,14 @@ CamxResult CreateI2CInfoCmdHook(void* pThis, CSLSensorI2CInfo* pI2CInfo, unsigne
   if (pI2CInfo == nullptr) return result;  // nothing to switch or show
   const std::vector<std::string> arguments = RemediumClient::GetHookArguments("EEPROMI2C");
   if (!arguments.empty()) {
-    const uint32_t address = static_cast<uint32_t>(std::atoi(arguments.front().c_str()));
+    const auto address = static_cast<uint32_t>(std::atoi(arguments.front().c_str()));
     if (address != 0 && address == Layout::Read(pI2CInfo, Layout::kSensorI2CInfoSlaveAddress)) {
       Layout::Write(pI2CInfo, Layout::kSensorI2CInfoSlaveAddress,
                     address == kI2CAddress18 ? kI2CAddress66 : kI2CAddress18);
       NotifyHookOnce(hookNotified.createI2CInfoCmd, "CreateI2CInfoCmdHook");
     }
   }
-  HOOK_LOG_AT(kLogInfo, 530, "slaveAddr:0x%x", Layout::Read(pI2CInfo, Layout::kSensorI2CInfoSlaveAddress));
+  REMEDIUM_LOG(SensorI2CSlaveAddress, Layout::Read(pI2CInfo, Layout::kSensorI2CInfoSlaveAddress));
   return result;
 }
 

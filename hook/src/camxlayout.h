@@ -24,13 +24,15 @@ struct Field {
 template <typename T>
 T Read(const void* object, Field<T> field) {
   T value;
-  std::memcpy(&value, static_cast<const unsigned char*>(object) + field.offset, sizeof(T));
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): a pointer field holds a pointer's size.
+  std::memcpy(static_cast<void*>(&value), static_cast<const unsigned char*>(object) + field.offset, sizeof(T));
   return value;
 }
 
 template <typename T>
 void Write(void* object, Field<T> field, T value) {
-  std::memcpy(static_cast<unsigned char*>(object) + field.offset, &value, sizeof(T));
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): a pointer field holds a pointer's size.
+  std::memcpy(static_cast<unsigned char*>(object) + field.offset, static_cast<const void*>(&value), sizeof(T));
 }
 
 template <typename T>

@@ -4,8 +4,9 @@
 //
 // Runs once per frame: one vendor-tag query and one metadata lookup; no
 // allocation, no file or property access, no log line.
-#include <signal.h>
 #include <system/camera_metadata.h>
+
+#include <csignal>
 
 #include "hook/src/camxlayout.h"
 #include "hook/src/hook.h"

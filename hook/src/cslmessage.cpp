@@ -6,8 +6,7 @@
 // frame the only work is the core query: its name fits a short string and an
 // empty argument list holds no storage, so nothing is allocated, and no file
 // or property is touched.
-#include <stdlib.h>
-
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -43,7 +42,7 @@ void CSLMessageHandlerHook(void* pUserData, CSLMessage* pMessage) noexcept {
   const std::vector<std::string> arguments = RemediumClient::GetHookArguments(kArgumentsName);
   if (!arguments.empty()) {
     // A non-number reads as 0, which turns the conversion off.
-    const uint64_t frameValue = static_cast<uint64_t>(atoll(arguments[0].c_str()));
+    const auto frameValue = static_cast<uint64_t>(atoll(arguments[0].c_str()));
     if (pUserData != nullptr && pMessage != nullptr && frameValue != 0 &&
         Layout::Read(pMessage, Layout::kCSLMessageType) == kCSLMessageTypeFrame &&
         Layout::Read(pMessage, Layout::kCSLMessageFrameValue) == frameValue) {

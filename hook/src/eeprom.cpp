@@ -4,12 +4,12 @@
 #include <cstring>
 #include <string>
 
+#include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"
 #include "hook/src/camxlayout.h"
 #include "hook/src/eepromretry.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/probeinfo.h"
 #include "hook/src/proxyframe.h"
 #include "hook/src/sensorusage.h"
@@ -30,22 +30,8 @@ const SettingsMap& EepromOverrideSettings() {
 
 // Records one EEPROM probe result; the camera id of an existing entry stays.
 void SetProbeEEPROMInfoMap(const std::string& name, CamxResult result, uint32_t cameraId) {
-  const uint32_t count = eepromProbeInfoMap.With([&](ProbeInfoMap& map) {
-    auto [it, inserted] = map.try_emplace(name);
-    ProbeInfo& info = it->second;
-    if (inserted) info.cameraId = cameraId;
-    if (__builtin_add_overflow(info.probeCount, 1u, &info.probeCount)) __builtin_trap();
-    info.probeResults.push_back(result);
-    return info.probeCount;
-  });
-  HOOK_LOG(kLogInfo, "Camera name: %s, probeCount: %d", name.c_str(), count);
-}
-
-uint32_t RecordedEepromProbeCount(const std::string& name) {
-  return eepromProbeInfoMap.With([&](const ProbeInfoMap& map) {
-    auto it = map.find(name);
-    return it == map.end() ? 0u : it->second.probeCount;
-  });
+  const uint32_t count = eepromProbeInfoMap.Record(name, result, cameraId);
+  REMEDIUM_LOG(EepromProbeRecorded, name.c_str(), count);
 }
 
 // True when a core argument names a camera that occurs in `name`; notifies
@@ -68,18 +54,14 @@ CamxResult EEPROMDataProbeHook(void* pThis) noexcept {
   const std::string name = Layout::At(pThis, Layout::kEepromDataSensorName);
   const int retryTimes = SettingAsInt(settings, "SensorModuleRetryTimes");
   const int moduleNumber = SettingAsInt(settings, "sensorModuleNumber");
-  HOOK_LOG(kLogInfo, "sensorModuleRetryTimes: %d, sensorModuleNumber: %d, cameraId: %d", retryTimes, moduleNumber,
-           cameraId);
+  REMEDIUM_LOG(EepromDataSettings, retryTimes, moduleNumber, cameraId);
 
   CamxResult result = CamxResultSuccess;
   if (cameraId >= kMaxCameraId || retryTimes == 0 || moduleNumber == 0) {
     result = frame.CallPrevious(&EEPROMDataProbeHook, pThis);
   } else {
     const SensorUsage usage = QuerySensorUsage(name, /*carryFirstRequest=*/true);
-    HOOK_LOG(kLogInfo,
-             "camera id: %d, probe time: %d, sensor name: %s,  sensor type: %s, frequentlyUsedSensor: %d, "
-             "neverBeenSuccessfullyProbed: %d output sensor name: %s, record count: %d",
-             cameraId, RecordedEepromProbeCount(name), name.c_str(), usage.sensorType.c_str(),
+    REMEDIUM_LOG(EepromDataSensorUsage, cameraId, eepromProbeInfoMap.ProbeCount(name), name.c_str(), usage.sensorType.c_str(),
              usage.frequentlyUsedSensor, usage.neverBeenSuccessfullyProbed, usage.mostProbedName.c_str(),
              static_cast<int>(usage.recordCount));
     const bool usedOrUnknown = usage.frequentlyUsedSensor || usage.neverBeenSuccessfullyProbed;
@@ -91,7 +73,7 @@ CamxResult EEPROMDataProbeHook(void* pThis) noexcept {
     result = frame.CallPrevious(&EEPROMDataProbeHook, pThis);
     if (IsLastEEPROMProbeRetryTimes(name, retryTimes, 0) && usedOrUnknown) result = CamxResultSuccess;
   }
-  HOOK_LOG(kLogInfo, "camera id: %d, sensor name: %s, result: %d", cameraId, name.c_str(), result);
+  REMEDIUM_LOG(EepromDataOutcome, cameraId, name.c_str(), result);
   SetProbeEEPROMInfoMap(name, result, cameraId);
   return result;
 }
@@ -102,12 +84,12 @@ CamxResult ProbeEEPROMHook(void* pThis, HwSensorInfo* pSensorInfo, const HwDevic
   CamxResult result = frame.CallPrevious(&ProbeEEPROMHook, pThis, pSensorInfo, pDeviceInfo);
   const char* name = Layout::ReadEepromName(pSensorInfo);
   for (const std::string& argument : arguments) {
-    HOOK_LOG(kLogInfo, "arg: %s", argument.c_str());
+    REMEDIUM_LOG(ProbeEepromArgument, argument.c_str());
     if (MatchesCoreArgument(argument, name, hookNotified.probeEEPROM, "ProbeEEPROMHook")) {
       result = CamxResultEFailed;
     }
   }
-  HOOK_LOG(kLogInfo, "Probe EEPROM name: %s, result: %d", name, result);
+  REMEDIUM_LOG(ProbeEepromOutcome, name, result);
   return result;
 }
 
@@ -119,8 +101,8 @@ CamxResult ReadEEPROMDeviceHook(void* pThis) noexcept {
   CamxResult result = frame.CallPrevious(&ReadEEPROMDeviceHook, pThis);
   const std::string& name = Layout::At(pThis, Layout::kEepromDataSensorName);
   for (const std::string& argument : arguments) {
-    HOOK_LOG(kLogInfo, "arg: %s", argument.c_str());
-    HOOK_LOG(kLogInfo, "sensor name: %s", name.c_str());
+    REMEDIUM_LOG(ReadEepromArgument, argument.c_str());
+    REMEDIUM_LOG(ReadEepromSensorName, name.c_str());
     if (MatchesCoreArgument(argument, name.c_str(), hookNotified.readEEPROMDevice, "ReadEEPROMDeviceHook")) {
       result = CamxResultEFailed;
     }

@@ -39,7 +39,7 @@ void SetErrorFrameworkId(unsigned int id, int isError) noexcept {
     if (in.peek() == ',') in.ignore();
   }
 
-  const auto found = std::find(listed.begin(), listed.end(), frameworkId);
+  const auto found = std::ranges::find(listed, frameworkId);
   if (isError == 0 && found != listed.end()) {
     listed.erase(found);  // only the first of any duplicates
   } else if (isError != 0 && found == listed.end()) {

@@ -1,5 +1,7 @@
 #include "hook/src/globals.h"
 
+#include "client/interface/loadorder.h"
+
 namespace CamX {
 
 namespace {
@@ -20,19 +22,16 @@ std::unordered_map<int, const char*> BuildSensorTypeNames() {
 
 }  // namespace
 
-// Definition order is construction order at load.
-const std::unordered_map<int, const char*> sensorTypeNames = BuildSensorTypeNames();
+// Built at load in the order of client/interface/loadorder.h; moduleSwitchBits
+// (between the first and the probe maps) is the module configuration's.
+const std::unordered_map<int, const char*> sensorTypeNames REMEDIUM_LOAD_ORDER(kLoadOrderSensorTypeNames) =
+    BuildSensorTypeNames();
 
-// "monitr" is the framework's spelling of the monitor module.
-const std::map<std::string, int32_t> moduleSwitchBits = {
-    {"vlcdb", 1},    {"monitr", 2},    {"hookswitch", 4}, {"inithookswitch", 8},
-    {"firmware", 16}, {"bigdata", 32}, {"sensorstate", 64},
-};
-
-Guarded<ProbeInfoMap> probeInfoMap;
-Guarded<ProbeInfoMap> eepromProbeInfoMap;
+ProbeHistory probeInfoMap REMEDIUM_LOAD_ORDER(kLoadOrderProbeInfoMap);
+ProbeHistory eepromProbeInfoMap REMEDIUM_LOAD_ORDER(kLoadOrderEepromProbeInfoMap);
 
 constinit std::atomic<uint32_t> cameraSlotIds[kMaxCameraId] = {};
 constinit HookNotifiedFlags hookNotified = {};
+constinit SensorProbeOnceFlags sensorProbeOnce = {};
 
 }  // namespace CamX

@@ -2,7 +2,8 @@
 //
 // Built at load, in this order, destroyed at exit in reverse:
 //   sensorTypeNames, moduleSwitchBits, probeInfoMap, eepromProbeInfoMap.
-// Zero at load and never destroyed: cameraSlotIds and the hookNotified flags.
+// Zero at load and never destroyed: cameraSlotIds, the hookNotified flags and
+// the sensor probe's once flags.
 // Everything else is a function-local static built on first use (log level,
 // core and message-centre clients, module configuration, parsed override
 // settings). Loading the library reads no file and no property.
@@ -13,37 +14,29 @@
 #include <map>
 #include <string>
 #include <unordered_map>
-#include <vector>
 
-#include "hook/src/guarded.h"
+#include "client/interface/remediumconfig.h"
+#include "hook/src/probehistory.h"
 
 namespace CamX {
-
-// Probe history of one sensor or EEPROM name.
-struct ProbeInfo {
-  uint32_t probeCount = 0;
-  std::vector<int64_t> probeResults;  // kernel-side results, in recorded order
-  uint32_t cameraId = 0;              // from the first recorded probe
-};
-using ProbeInfoMap = std::map<std::string, ProbeInfo>;
 
 inline constexpr uint32_t kMaxCameraId = 16;  // camera and slot ids are below this
 
 // Names of the HAL's NCSSensorType values (19 rows).
 extern const std::unordered_map<int, const char*> sensorTypeNames;
-// Module name to switch bit of the framework's module switch mask (7 rows).
-extern const std::map<std::string, int32_t> moduleSwitchBits;
+// Module name to switch bit of the framework's module switch mask (7 rows),
+// owned by the module configuration.
+using ::moduleSwitchBits;
 // Per-name sensor probe history, and the EEPROM one; never mixed.
-extern Guarded<ProbeInfoMap> probeInfoMap;
-extern Guarded<ProbeInfoMap> eepromProbeInfoMap;
+extern ProbeHistory probeInfoMap;
+extern ProbeHistory eepromProbeInfoMap;
 
 // Slot id of each camera id, as the HAL's static capabilities report it. A
 // camera never queried reads slot 0. Written by GetStaticCapsHook only.
 extern std::atomic<uint32_t> cameraSlotIds[kMaxCameraId];
 
-// Once-per-process flags: a proxy's first-call report to the core, and the
-// sensor probe's one-shot decisions. Relaxed atomic bytes: a duplicate report
-// is possible, a torn read is not.
+// First-call reports of the proxies to the core, one flag per report.
+// Relaxed atomic bytes: a duplicate report is possible, a torn read is not.
 struct HookNotifiedFlags {
   std::atomic<uint8_t> actuatorData;
   std::atomic<uint8_t> createI2CInfoCmd;
@@ -56,9 +49,15 @@ struct HookNotifiedFlags {
   std::atomic<uint8_t> readEEPROMDevice;
   std::atomic<uint8_t> probeEEPROM;
   std::atomic<uint8_t> sensorProbeProtection;
-  std::atomic<uint8_t> sensorProbeKernelRetryArmed;
 };
 extern HookNotifiedFlags hookNotified;
+
+// The sensor probe's once-per-process decision: the kernel-assisted re-probe
+// of a multi-sourced slot's last module has been armed. A relaxed atomic byte.
+struct SensorProbeOnceFlags {
+  std::atomic<uint8_t> kernelRetryArmed;
+};
+extern SensorProbeOnceFlags sensorProbeOnce;
 
 static_assert(std::atomic<uint8_t>::is_always_lock_free && sizeof(std::atomic<uint8_t>) == 1);
 static_assert(std::atomic<uint32_t>::is_always_lock_free && sizeof(std::atomic<uint32_t>) == 4);

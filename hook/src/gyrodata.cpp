@@ -1,16 +1,16 @@
 // PostGyroDataHook: before a batch of motion-sensor samples reaches the HAL,
 // moves the timestamp of one randomly chosen sample back by a fixed amount.
 #include <hardware/sensors.h>
-#include <stdlib.h>
 
 #include <climits>
 #include <cstddef>
+#include <cstdlib>
 #include <vector>
 
+#include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/proxyframe.h"
 
 namespace CamX {
@@ -39,10 +39,10 @@ CamxResult PostGyroDataHook(void* pThis, NCSSensorType type, std::vector<sensors
       if (timestamp > kGyroTimestampShiftNs) timestamp -= kGyroTimestampShiftNs;
       sample->timestamp = timestamp;
       // Logged also when the timestamp was too small to move.
-      HOOK_LOG(kLogInfo, "modify timestamp to: %lld", static_cast<long long>(timestamp));
+      REMEDIUM_LOG(GyroTimestampModified, static_cast<long long>(timestamp));
       NotifyHookOnce(hookNotified.postGyroData, "PostGyroDataHook");
     }
-    HOOK_LOG(kLogInfo, "rSensorDataList[%d] timestamp: %lld", i, static_cast<long long>(sample->timestamp));
+    REMEDIUM_LOG(GyroSampleTimestamp, i, static_cast<long long>(sample->timestamp));
   }
   return frame.CallPrevious(&PostGyroDataHook, pThis, type, samples);
 }

@@ -42,10 +42,6 @@ CAMX_HOOK_EXPORT CamxResult ProbeEEPROMHook(void* pThis, HwSensorInfo* pSensorIn
 CAMX_HOOK_EXPORT CamxResult ReadEEPROMDeviceHook(void* pThis) noexcept;
 CAMX_HOOK_EXPORT CamxResult EEPROMVerifyChecksumHook(void* pThis, unsigned char* pData, int size) noexcept;
 
-// The kernel's per-slot initial-settings results, read from the module
-// parameter; empty when unreadable. The argument is not used.
-std::vector<int64_t> ReadSensorInitResult(uint32_t unused);
-
 // Lens and OIS. On the core's "ActuatorI2CError" arguments, moves a named
 // actuator to the other I2C slave address before the HAL uses its data.
 CAMX_HOOK_EXPORT void ActuatorDataHook(void* pThis, ActuatorDriverData* pActuatorDriverData) noexcept;

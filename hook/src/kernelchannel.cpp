@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "client/interface/logsites.h"
 #include "hook/src/camxhal.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/settings.h"
 
 namespace CamX {
@@ -17,42 +17,43 @@ namespace {
 
 static_assert(sizeof(long) == sizeof(int64_t));
 
-// Same text for every operation; logged under the caller's name.
-void LogOpenFailure(const char* func, int line, int errorNum) {
+// The open-failure and read lines of each operation: one string each.
+struct ChannelLogSites {
+  const LogSite& openFailure;
+  const LogSite& readText;
+};
+static_assert(logsite::TakesOneString(logsite::SetProbeResultOpenFailureFormat) &&
+              logsite::TakesOneString(logsite::SetProbeResultReadTextFormat) &&
+              logsite::TakesOneString(logsite::ReadProbeResultOpenFailureFormat) &&
+              logsite::TakesOneString(logsite::ReadProbeResultReadTextFormat) &&
+              logsite::TakesOneString(logsite::ResetProbeResultOpenFailureFormat) &&
+              logsite::TakesOneString(logsite::ResetProbeResultReadTextFormat));
+constexpr ChannelLogSites kSetSites{logsite::kSetProbeResultOpenFailure, logsite::kSetProbeResultReadText};
+constexpr ChannelLogSites kReadSites{logsite::kReadProbeResultOpenFailure, logsite::kReadProbeResultReadText};
+constexpr ChannelLogSites kResetSites{logsite::kResetProbeResultOpenFailure, logsite::kResetProbeResultReadText};
+
+void LogOpenFailure(const LogSite& site, int errorNum) {
   char errorText[100] = {};
   OsUtils::StrError(errorText, sizeof(errorText), errorNum);
-  RemediumLog(kLogInfo, kHookSourceFile, line, func,
-              "Failed to open /sys/module/camera/parameters/sensor_apply_settings_control: errnoStr: %s", errorText);
-}
-
-void LogReadText(const char* func, int line, const char* text) {
-  RemediumLog(kLogInfo, kHookSourceFile, line, func, "read sensor_apply_settings_control: %s", text);
+  LogSiteText(site, errorText);
 }
 
 // One write of the text followed by NUL padding; text past 1024 bytes is cut.
 ssize_t WriteTable(int fd, const std::string& text) {
   char buffer[kKernelTextSize] = {};
+  // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the zeroed rest of the buffer pads the text.
   std::memcpy(buffer, text.data(), std::min(text.size(), sizeof(buffer)));
   return write(fd, buffer, sizeof(buffer));
-}
-
-// The camera's entry in one block. Callers pass ids below 16; an id past the
-// table is a caller fault and stops the process like a hardened bounds check
-// rather than writing outside the table.
-long& Entry(ProbeResultTable& table, size_t block, uint32_t cameraId) {
-  const size_t index = block + cameraId;
-  if (index >= table.size()) __builtin_trap();
-  return table[index];
 }
 
 // Opens the parameter and reads its text for the set and read operations.
 // Returns the open descriptor, or -1 when there is nothing to parse: a
 // descriptor below 1 (logged; descriptor 0 counts as a failure too and is left
 // open) or an empty or failed read (closed, not logged).
-int OpenAndReadText(int flags, const char* func, char (&text)[kKernelTextSize]) {
+int OpenAndReadText(int flags, const ChannelLogSites& sites, char (&text)[kKernelTextSize]) {
   const int fd = open(kSensorApplySettingsControlPath, flags);
   if (fd < 1) {
-    LogOpenFailure(func, __LINE__, errno);
+    LogOpenFailure(sites.openFailure, errno);
     return -1;
   }
   const ssize_t length = read(fd, text, sizeof(text) - 1);
@@ -61,7 +62,7 @@ int OpenAndReadText(int flags, const char* func, char (&text)[kKernelTextSize]) 
     return -1;
   }
   text[length] = '\0';
-  LogReadText(func, __LINE__, text);
+  LogSiteText(sites.readText, text);
   return fd;
 }
 
@@ -76,16 +77,16 @@ ProbeResultTable ParseProbeResultTable(const std::string& text) {
 
 ProbeResultTable SetSensorProbeResult(uint32_t cameraId, int64_t) {
   char text[kKernelTextSize] = {};
-  const int fd = OpenAndReadText(O_RDWR, __func__, text);
+  const int fd = OpenAndReadText(O_RDWR, kSetSites, text);
   if (fd < 0) return {};
   ProbeResultTable table = ParseProbeResultTable(text);
   if (table.size() == kProbeResultTableSize) {
-    Entry(table, kApplyControlBlock, cameraId) = kApplyControlMarked;
-    Entry(table, kControlValueBlock, cameraId) = kControlValueMarked;
-    Entry(table, kClearedControlBlock, cameraId) = 0;
+    BlockEntry(table, kApplyControlBlock, cameraId) = kApplyControlMarked;
+    BlockEntry(table, kControlValueBlock, cameraId) = kControlValueMarked;
+    BlockEntry(table, kClearedControlBlock, cameraId) = 0;
     const std::string newText = ArrayToString64(table);
     // The size printed is always 0, as the driver's tooling expects.
-    HOOK_LOG(kLogInfo, "set sensor_apply_settings_control: %s, size: %d", newText.c_str(), 0);
+    REMEDIUM_LOG(SetProbeResultWrite, newText.c_str(), 0);
     // OK: no seek back after the read; a sysfs store replaces the whole value.
     (void)WriteTable(fd, newText);
   }
@@ -95,7 +96,7 @@ ProbeResultTable SetSensorProbeResult(uint32_t cameraId, int64_t) {
 
 ProbeResultTable ReadSensorProbeResult(uint32_t) {
   char text[kKernelTextSize] = {};
-  const int fd = OpenAndReadText(O_RDONLY, __func__, text);
+  const int fd = OpenAndReadText(O_RDONLY, kReadSites, text);
   if (fd < 0) return {};
   ProbeResultTable table = ParseProbeResultTable(text);
   close(fd);
@@ -106,7 +107,7 @@ void ResetSensorProbeResult(uint32_t cameraId) {
   const int fd = open(kSensorApplySettingsControlPath, O_RDWR);
   // Unlike the other two operations, descriptor 0 is usable here.
   if (fd < 0) {
-    LogOpenFailure(__func__, __LINE__, errno);
+    LogOpenFailure(kResetSites.openFailure, errno);
     return;
   }
   char text[kKernelTextSize] = {};
@@ -117,16 +118,38 @@ void ResetSensorProbeResult(uint32_t cameraId) {
   // explicitly keeps that deterministic instead of writing out of bounds.
   if (length < 0) __builtin_trap();
   text[length] = '\0';
-  if (length > 0) LogReadText(__func__, __LINE__, text);
+  if (length > 0) LogSiteText(kResetSites.readText, text);
   ProbeResultTable table = ParseProbeResultTable(text);
   if (table.size() == kProbeResultTableSize) {
     for (const size_t block : {kApplyControlBlock, kControlValueBlock, kKmdResultBlock, kClearedControlBlock}) {
-      Entry(table, block, cameraId) = 0;
+      BlockEntry(table, block, cameraId) = 0;
     }
     const std::string newText = ArrayToString64(table);
-    if (WriteTable(fd, newText) != 0) HOOK_LOG(kLogInfo, "set sensor_apply_settings_control: %s", newText.c_str());
+    if (WriteTable(fd, newText) != 0) REMEDIUM_LOG(ResetProbeResultWrite, newText.c_str());
   }
   close(fd);
+}
+
+ProbeResultTable ReadSensorInitResult(uint32_t /*unused*/) {
+  char text[kKernelTextSize];
+  std::memset(text, 0, sizeof(text));
+  const int fd = open(kSensorApplySettingsControlPath, O_RDONLY);
+  // Descriptor 0 counts as a failure too and is left open.
+  if (fd < 1) {
+    char errorText[100];
+    OsUtils::StrError(errorText, sizeof(errorText), errno);
+    REMEDIUM_LOG(InitResultOpenFailure, errorText);
+    return {};
+  }
+  const ssize_t count = read(fd, text, sizeof(text) - 1);
+  ProbeResultTable values;
+  if (count >= 1 && count <= 1022) {
+    text[count] = '\0';
+    REMEDIUM_LOG(InitResultReadText, text);
+    values = StringToArray64(text, 0);
+  }
+  close(fd);
+  return values;
 }
 
 }  // namespace CamX

@@ -25,8 +25,4 @@ bool IsLastRetryTimes(std::string name, int32_t retryTimes, int32_t = 0);
 // passes. Deliberately this lenient: hooks skip name-based work on false.
 bool CheckIsCameraName(std::string name);
 
-// `value` + 1 for the probe counters; an overflow terminates the process
-// instead of wrapping to 0.
-uint32_t CheckedIncrement(uint32_t value);
-
 }  // namespace CamX

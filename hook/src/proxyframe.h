@@ -17,9 +17,9 @@ class ProxyFrame {
   // `returnAddress` is the proxy's own return address, with any
   // pointer-authentication bits stripped (clang strips them in
   // __builtin_return_address on arm64).
-  explicit ProxyFrame(void* returnAddress) noexcept : m_returnAddress(returnAddress) {}
+  explicit ProxyFrame(void* returnAddress) noexcept : m_pReturnAddress(returnAddress) {}
   ~ProxyFrame() {
-    if (shadowhook_get_mode() == SHADOWHOOK_MODE_SHARED) shadowhook_pop_stack(m_returnAddress);
+    if (shadowhook_get_mode() == SHADOWHOOK_MODE_SHARED) shadowhook_pop_stack(m_pReturnAddress);
   }
 
   ProxyFrame(const ProxyFrame&) = delete;
@@ -34,7 +34,7 @@ class ProxyFrame {
   }
 
  private:
-  void* m_returnAddress;
+  void* m_pReturnAddress;
 };
 
 }  // namespace CamX

@@ -8,13 +8,13 @@
 
 #include <cutils/properties.h>
 
+#include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"
 #include "core/model/monitor/interface/imagesensorstate.h"
 #include "hook/src/camxlayout.h"
 #include "hook/src/eepromretry.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/kernelchannel.h"
 #include "hook/src/probeinfo.h"
 #include "hook/src/proxyframe.h"
@@ -26,25 +26,12 @@ namespace {
 
 // Counts the names whose last recorded probe succeeded, logging each.
 uint32_t ProbeCameraNumber() {
-  std::vector<std::pair<std::string, int64_t>> lastResults;
-  probeInfoMap.With([&](const ProbeInfoMap& map) {
-    for (const auto& [name, info] : map) {
-      if (!name.empty() && !info.probeResults.empty()) lastResults.emplace_back(name, info.probeResults.back());
-    }
-  });
   uint32_t probed = 0;
-  for (const auto& [name, last] : lastResults) {
-    HOOK_LOG(kLogInfo, "Probe result: %s, %d", name.c_str(), static_cast<int>(last));
+  for (const auto& [name, last] : probeInfoMap.LastResults()) {
+    REMEDIUM_LOG(ProbeLastResult, name.c_str(), static_cast<int>(last));
     probed += last == 0 ? 1 : 0;
   }
   return probed;
-}
-
-uint32_t RecordedProbeCount(const std::string& name) {
-  return probeInfoMap.With([&](const ProbeInfoMap& map) {
-    auto it = map.find(name);
-    return it == map.end() ? 0u : it->second.probeCount;
-  });
 }
 
 // Parsed on the first probe and kept for the life of the process.
@@ -52,8 +39,6 @@ const SettingsMap& ProbeOverrideSettings() {
   static const SettingsMap s_settings = ParseConfigFile(kOverrideSettingsPath);
   return s_settings;
 }
-
-int64_t KernelResult(const std::vector<int64_t>& table, uint32_t cameraId) { return table[cameraId + 32]; }
 
 void RecordProbeState(uint32_t cameraId, const char* result, bool allStages) {
   ImageSensorStateHelper::UpdateImageSensorStateProperty(cameraId, "P", result);
@@ -76,8 +61,8 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   if (!protection.empty()) {
     CamxResult result = probe();
     for (const std::string& argument : protection) {
-      HOOK_LOG(kLogInfo, "arg: %s", argument.c_str());
-      HOOK_LOG(kLogInfo, "sensor name: %s", name.c_str());
+      REMEDIUM_LOG(ProbeProtectionArgument, argument.c_str());
+      REMEDIUM_LOG(ProbeProtectionSensorName, name.c_str());
       if (!CheckIsCameraName(argument)) continue;
       if (std::strstr(name.c_str(), argument.c_str()) != nullptr) {
         result = CamxResultEFailed;
@@ -90,26 +75,23 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   const SettingsMap& settings = ProbeOverrideSettings();
   const int retryTimes = SettingAsInt(settings, "SensorModuleRetryTimes");
   const int moduleNumber = SettingAsInt(settings, "sensorModuleNumber");
-  HOOK_LOG(kLogInfo, "sensorModuleRetryTimes: %d, sensorModuleNumber: %d", retryTimes, moduleNumber);
+  REMEDIUM_LOG(ProbeSettings, retryTimes, moduleNumber);
 
   const uint16_t* pCameraId = Layout::ReadSensorProbeCameraIdPointer(pThis);
   if (moduleNumber == 0 || pCameraId == nullptr || retryTimes == 0) {
-    HOOK_LOG(kLogError, "Failed to get cameraid or error retry times: sensorModuleRetryTimes: %d, sensorModuleNumber: %d",
-             retryTimes, moduleNumber);
+    REMEDIUM_LOG(ProbeSettingsMissing, retryTimes, moduleNumber);
     return probe();
   }
   const uint32_t cameraId = *pCameraId;
 
   const SensorUsage usage = QuerySensorUsage(name, /*carryFirstRequest=*/false);
-  HOOK_LOG(kLogInfo, "sensor name: %s,  sensor type: %s, frequentlyUsedSensor: %d, neverBeenSuccessfullyProbed: %d",
-           name.c_str(), usage.sensorType.c_str(), usage.frequentlyUsedSensor, usage.neverBeenSuccessfullyProbed);
-  HOOK_LOG(kLogInfo, "output sensor name: %s, record count: %d", usage.mostProbedName.c_str(),
-           static_cast<int>(usage.recordCount));
+  REMEDIUM_LOG(ProbeSensorUsage, name.c_str(), usage.sensorType.c_str(), usage.frequentlyUsedSensor, usage.neverBeenSuccessfullyProbed);
+  REMEDIUM_LOG(ProbeMostProbed, usage.mostProbedName.c_str(), static_cast<int>(usage.recordCount));
 
   // OK: ids beyond the kernel table are reported probed without probing.
   if (cameraId >= kMaxCameraId) return CamxResultSuccess;
 
-  HOOK_LOG(kLogInfo, "Get camera name:%s, probeCount: %d", name.c_str(), RecordedProbeCount(name));
+  REMEDIUM_LOG(ProbeCount, name.c_str(), probeInfoMap.ProbeCount(name));
 
   const bool usedOrUnknown = usage.frequentlyUsedSensor || usage.neverBeenSuccessfullyProbed;
   auto qualifies = [&] {
@@ -120,38 +102,39 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   if (qualifies()) {
     // Bypass: the slot's most-used sensor, failing on its last retry, is
     // probed once more and, on a clean kernel and CamX result, kept.
-    if (RemediumClient::IsSwitchOpened(2) && usage.frequentlyUsedSensor &&
+    if (RemediumClient::IsSwitchOpened(kSensorBypassSwitch) && usage.frequentlyUsedSensor &&
         IsLastEEPROMProbeRetryBypassSensor(name, retryTimes, 0)) {
       const CamxResult bypassResult = probe();
-      const std::vector<int64_t> table = ReadSensorProbeResult(cameraId);
-      if (table.size() == kProbeResultTableSize && bypassResult == 0 && KernelResult(table, cameraId) == 0) {
+      const ProbeResultTable table = ReadSensorProbeResult(cameraId);
+      if (table.size() == kProbeResultTableSize && bypassResult == 0 && KmdResult(table, cameraId) == 0) {
         SetErrorFrameworkId(cameraId, 0);
-        SetProbeInfoMap(name, KernelResult(table, cameraId), cameraId);
+        SetProbeInfoMap(name, KmdResult(table, cameraId), cameraId);
         RecoverySettings(settings);
         RecordProbeState(cameraId, "S", true);
         RemediumClient::ProtectionCallback(CallbackMessage{
-            2, 2, (static_cast<uint64_t>(cameraId) << 24) | 0x201000, name, kCallbackMessageTypeProtection});
+            kSensorBypassArg0, kSensorBypassArg1,
+            (static_cast<uint64_t>(cameraId) << kEventCodeIdShift) | kSensorBypassEventCode, name,
+            kCallbackMessageTypeProtection});
         return CamxResultSuccess;
       }
     }
     // Last module of a multi-sourced slot: when every other module has
     // probed, ask the kernel to re-probe this one (once per process).
     if (moduleNumber >= 2 && ProbeCameraNumber() == static_cast<uint32_t>(moduleNumber - 1) &&
-        hookNotified.sensorProbeKernelRetryArmed.load(std::memory_order_relaxed) == 0 && !name.empty() &&
+        sensorProbeOnce.kernelRetryArmed.load(std::memory_order_relaxed) == 0 && !name.empty() &&
         std::strstr(name.c_str(), "front") == nullptr) {
-      hookNotified.sensorProbeKernelRetryArmed.store(1, std::memory_order_relaxed);
+      sensorProbeOnce.kernelRetryArmed.store(1, std::memory_order_relaxed);
       SetSensorProbeResult(cameraId, 0);
     }
   }
 
   CamxResult result = probe();
-  const std::vector<int64_t> table = ReadSensorProbeResult(cameraId);
+  const ProbeResultTable table = ReadSensorProbeResult(cameraId);
   if (table.size() < kProbeResultTableSize) return result;
-  const int64_t kernelResult = KernelResult(table, cameraId);
-  HOOK_LOG(kLogInfo, "probe sensor: %s, slot id: %d kmd result: %d, umd result: %d", name.c_str(), cameraId,
-           static_cast<int>(kernelResult), result);
+  const int64_t kernelResult = KmdResult(table, cameraId);
+  REMEDIUM_LOG(ProbeOutcome, name.c_str(), cameraId, static_cast<int>(kernelResult), result);
 
-  if (hookNotified.sensorProbeKernelRetryArmed.load(std::memory_order_relaxed) != 0) {
+  if (sensorProbeOnce.kernelRetryArmed.load(std::memory_order_relaxed) != 0) {
     if (qualifies()) {
       // The kernel-assisted retry of the last module: report it probed and
       // switch off the features that need every module.

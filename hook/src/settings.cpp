@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "hook/src/hooklog.h"
+#include "client/interface/logsites.h"
 
 namespace CamX {
 
@@ -17,7 +17,7 @@ SettingsMap ParseConfigFile(const std::string& path) {
   SettingsMap settings;
   std::ifstream file(path);
   if (!file.is_open()) {
-    HOOK_LOG(kLogVerbose, "Failed to open file: %s", path.c_str());
+    REMEDIUM_LOG(SettingsOpenFailure, path.c_str());
     return settings;
   }
   std::string line;

@@ -1,8 +1,8 @@
 // GetStaticCapsHook: learns which physical slot each camera id sits in.
+#include "client/interface/logsites.h"
 #include "hook/src/camxlayout.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
-#include "hook/src/hooklog.h"
 #include "hook/src/proxyframe.h"
 
 namespace CamX {
@@ -14,7 +14,7 @@ CamxResult GetStaticCapsHook(void* pThis, SensorModuleStaticCaps* pStaticCaps,
   const CamxResult result = frame.CallPrevious(&GetStaticCapsHook, pThis, pStaticCaps,
                                                pSensorCapability, pTuningManager, cameraId);
   const uint32_t slotId = Layout::Read(pStaticCaps, Layout::kStaticCapsSlotId);
-  HOOK_LOG(kLogInfo, "camera id: %d, slot id: %d", cameraId, slotId);
+  REMEDIUM_LOG(StaticCapsSlot, cameraId, slotId);
   // Out-of-range ids are logged above and otherwise ignored; an older entry stays.
   if (cameraId < kMaxCameraId && slotId < kMaxCameraId) {
     cameraSlotIds[cameraId].store(slotId, std::memory_order_relaxed);

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "simframework.h"
+#include "sim/framework/simframework.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 // (their layout is the contract between the two), and leaves the answering
 // and recording to libsimframework.
 #include "client/interface/message.h"
-#include "simframework.h"
+#include "sim/framework/simframework.h"
 
 #define MESSAGE_CENTER_EXPORT extern "C" __attribute__((visibility("default")))
 

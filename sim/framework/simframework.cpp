@@ -1,11 +1,12 @@
-#include "simframework.h"
+#include "sim/framework/simframework.h"
 
 #include <dlfcn.h>
 
 #include <filesystem>
 #include <mutex>
 
-#include "simdevice.h"
+#include "client/interface/message.h"
+#include "sim/platform/simdevice.h"
 
 namespace sim::framework {
 namespace {
@@ -112,9 +113,9 @@ std::string Describe(const MessageCenterRequest& request) {
   const char* separator = "";
   for (const auto& [key, value] : request.data) {
     text += separator + key + "=";
-    if (value.type == 3) {
+    if (value.type == kMessageDataString) {
       text += value.text;
-    } else if (value.type == 1) {
+    } else if (value.type == kMessageDataInt64) {
       text += std::to_string(value.int64Value);
     } else {
       text += std::to_string(value.intValue);

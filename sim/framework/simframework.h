@@ -62,7 +62,7 @@ void RemoveCore();
 
 // One data entry of a request, as the message centre read it.
 struct MessageCenterValue {
-  uint32_t type;  // MessageData type: 0 int, 1 64-bit int, 2 float, 3 string, 4 buffer, 5 none
+  uint32_t type;  // MessageDataType (client/interface/message.h)
   std::string text;
   uint32_t intValue;
   int64_t int64Value;

@@ -1,4 +1,4 @@
-#include "simhal.h"
+#include "sim/hal/simhal.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -8,8 +8,8 @@
 #include <mutex>
 
 #include "hook/src/camxlayout.h"
-#include "simdevice.h"
-#include "simsensorhal.h"
+#include "sim/platform/simdevice.h"
+#include "sim/hal/simsensorhal.h"
 
 namespace sim::hal {
 namespace {

@@ -2,8 +2,8 @@
 #include <mutex>
 
 #include "hook/src/camxlayout.h"
-#include "simlenspipelinehal.h"
-#include "simmetadata.h"
+#include "sim/hal/simlenspipelinehal.h"
+#include "sim/platform/simmetadata.h"
 
 namespace sim::hal {
 
@@ -86,15 +86,15 @@ void RegisterRecordControlTag() { SetVendorTag("velora.video", "recordControl", 
 CaptureRequestObject::CaptureRequestObject() : m_object(64) {}
 
 CaptureRequestObject::~CaptureRequestObject() {
-  if (m_settings != nullptr) FreeMetadata(m_settings);
+  if (m_pSettings != nullptr) FreeMetadata(m_pSettings);
 }
 
 CaptureRequestObject& CaptureRequestObject::SetBytes(uint32_t tag, const std::vector<uint8_t>& bytes) {
-  if (m_settings == nullptr) {
-    m_settings = NewMetadata();
-    Layout::Write(m_object.get(), Layout::kCaptureRequestSettings, static_cast<void*>(m_settings));
+  if (m_pSettings == nullptr) {
+    m_pSettings = NewMetadata();
+    Layout::Write(m_object.get(), Layout::kCaptureRequestSettings, static_cast<void*>(m_pSettings));
   }
-  AddMetadataBytes(m_settings, tag, bytes);
+  AddMetadataBytes(m_pSettings, tag, bytes);
   return *this;
 }
 

@@ -5,8 +5,9 @@
 #include <sstream>
 
 #include "hook/src/camxlayout.h"
-#include "simdevice.h"
-#include "simsensorhal.h"
+#include "hook/src/kernelchannel.h"
+#include "sim/platform/simdevice.h"
+#include "sim/hal/simsensorhal.h"
 
 namespace sim::hal {
 
@@ -135,8 +136,8 @@ CamxResult SensorProbe(void* pThis, int*, int*) {
   const uint16_t* pCameraId = Layout::ReadSensorProbeCameraIdPointer(pThis);
   if (kmd && pCameraId != nullptr) {
     std::vector<int64_t> table = ReadKernelTable();
-    if (table.size() >= 64 && *pCameraId < 16) {
-      table[*pCameraId + 32] = *kmd;
+    if (table.size() >= CamX::kProbeResultTableSize && *pCameraId < CamX::kProbeResultBlockSize) {
+      CamX::KmdResult(table, *pCameraId) = *kmd;
       WriteKernelTable(table);
       sim::Record("kernel", "kmd result of camera " + std::to_string(*pCameraId) + ": " + std::to_string(*kmd));
     }

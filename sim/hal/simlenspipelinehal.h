@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "simhal.h"
+#include "sim/hal/simhal.h"
 
 namespace sim::hal {
 
@@ -93,7 +93,7 @@ class CaptureRequestObject {
   CaptureRequestObject& operator=(const CaptureRequestObject&) = delete;
 
  private:
-  camera_metadata_t* m_settings = nullptr;
+  camera_metadata_t* m_pSettings = nullptr;
   Object m_object;
 };
 

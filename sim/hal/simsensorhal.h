@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "simhal.h"
+#include "sim/hal/simhal.h"
 
 namespace sim::hal {
 
@@ -93,8 +93,9 @@ class SensorI2CInfoObject {
 void WriteKernelTable(const std::vector<int64_t>& values);
 std::vector<int64_t> ReadKernelTable();
 // What a SensorProbe call returns, and what the kernel reports for it
-// ("kmd result", written at index camera id + 32 of the parameter before the
-// call returns). No kernel result leaves the parameter as it is.
+// ("kmd result", written to the camera's CamX::KmdResult entry of the
+// parameter before the call returns). No kernel result leaves the parameter as
+// it is.
 struct ProbeOutcome {
   CamxResult umdResult;
   std::optional<int64_t> kmdResult;

@@ -1,5 +1,5 @@
 // libcamera_metadata stand-in: a small tag store with Android's entry record.
-#include "simmetadata.h"
+#include "sim/platform/simmetadata.h"
 
 #include <cerrno>
 #include <cstring>

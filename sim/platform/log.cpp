@@ -8,8 +8,8 @@
 #include <ctime>
 #include <mutex>
 
-#include "simdevice.h"
-#include "simlog.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simlog.h"
 
 namespace {
 

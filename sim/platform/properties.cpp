@@ -7,8 +7,8 @@
 #include <cstring>
 #include <mutex>
 
-#include "simdevice.h"
-#include "simproperties.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simproperties.h"
 
 namespace {
 

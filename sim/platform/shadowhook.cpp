@@ -6,8 +6,8 @@
 #include <map>
 #include <mutex>
 
-#include "simdevice.h"
-#include "simshadowhook.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simshadowhook.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "simdevice.h"
+#include "sim/platform/simdevice.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -1,24 +1,17 @@
-#include "imagesensorstate.h"
+#include "core/model/monitor/interface/imagesensorstate.h"
 
 #include <cutils/properties.h>
-#include <time.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <regex>
 
+#include "client/interface/logsites.h"
 #include "client/interface/remediumconfig.h"
-#include "client/interface/remediumlog.h"
 
 namespace {
-
-// The maker's log tools expect these lines under this file and these lines.
-constexpr char kSourceFile[] = "core/model/monitor/interface/imagesensorstate.cpp";
-constexpr int kUpdateReadLogLine = 100;
-constexpr int kUpdateWriteLogLine = 138;
-constexpr int kGetValueLogLine = 174;
-constexpr int kGetMatchLogLine = 185;
 
 // Larger than any property value; the formatted record is at most 75
 // characters (three one-letter results and 19-digit times).
@@ -65,8 +58,7 @@ void ImageSensorStateHelper::UpdateImageSensorStateProperty(uint32_t cameraId, s
   const std::string key = PropertyName(cameraId);
   char value[kValueSize] = {};
   property_get(key.c_str(), value, kImageSensorStateEmpty);
-  RemediumLog(kLogVerbose, kSourceFile, kUpdateReadLogLine, __func__, "camera id: %d, stage: %s, result: %s, property: %s",
-              static_cast<int>(cameraId), stage.c_str(), result.c_str(), value);
+  REMEDIUM_LOG(StateUpdateRead, static_cast<int>(cameraId), stage.c_str(), result.c_str(), value);
 
   std::map<std::string, ImageSensorState> states = UnrecordedStates();
   // Tested per group, before anything is copied: an update with any other
@@ -87,7 +79,7 @@ void ImageSensorStateHelper::UpdateImageSensorStateProperty(uint32_t cameraId, s
                 static_cast<long long>(states["P"].timestamp), states["I"].result.c_str(),
                 static_cast<long long>(states["I"].timestamp), states["C"].result.c_str(),
                 static_cast<long long>(states["C"].timestamp));
-  RemediumLog(kLogVerbose, kSourceFile, kUpdateWriteLogLine, __func__, "set property: %s", updated);
+  REMEDIUM_LOG(StateUpdateWrite, updated);
   property_set(key.c_str(), updated);  // OK: a lost write only loses this record
 }
 
@@ -99,12 +91,10 @@ ImageSensorStateSet ImageSensorStateHelper::GetImageSensorState(uint32_t cameraI
   char value[kValueSize] = {};
   property_get(key.c_str(), value, kImageSensorStateEmpty);
   if (std::strcmp(value, kImageSensorStateEmpty) == 0) return set;
-  RemediumLog(kLogInfo, kSourceFile, kGetValueLogLine, __func__, "property key:%s  string: %s", key.c_str(), value);
+  REMEDIUM_LOG(StateGetValue, key.c_str(), value);
 
-  const char* const function = __func__;  // the lambda's own would be "operator()"
   ForEachGroup(value, [&](const std::smatch& match) {
-    RemediumLog(kLogVerbose, kSourceFile, kGetMatchLogLine, function, "match: %s, %s, %s, %s", match[0].str().c_str(),
-                match[1].str().c_str(), match[2].str().c_str(), match[3].str().c_str());
+    REMEDIUM_LOG(StateGetMatch, match[0].str().c_str(), match[1].str().c_str(), match[2].str().c_str(), match[3].str().c_str());
     set.states[match[1].str()] = {match[2].str(), Seconds(match[3])};
   });
   return set;
