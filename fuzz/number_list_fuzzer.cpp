@@ -1,9 +1,11 @@
-// The number-list texts: whatever text is parsed, its values format back to
-// text that parses to the same values; any list of values survives a round
-// trip exactly, extremes included.
+// The number-list texts: any text parses exactly as formatted stream input
+// reads it; whatever text is parsed, its values format back to text that
+// parses to the same values; any list of values survives a round trip
+// exactly, extremes included.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,19 @@
 #include "hook/src/settings.h"
 
 namespace {
+
+// The reference reading: number after number with formatted stream input,
+// one "," skipped after each.
+std::vector<long> StreamRead(const std::string& text) {
+  std::vector<long> values;
+  std::istringstream in(text);
+  long value = 0;
+  while (in >> value) {
+    values.push_back(value);
+    if (in.peek() == ',') in.ignore();
+  }
+  return values;
+}
 
 bool IsCanonicalText(const std::string& text) {
   return text.find_first_not_of("0123456789,-") == std::string::npos && text.find(",,") == std::string::npos &&
@@ -22,6 +37,7 @@ bool IsCanonicalText(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   const std::vector<long> parsed = CamX::StringToArray64(text, 0);
+  FUZZ_CHECK(parsed == StreamRead(text));
   FUZZ_CHECK(parsed.size() <= size);  // every number takes at least one character
   const std::string formatted = CamX::ArrayToString64(parsed);
   FUZZ_CHECK(IsCanonicalText(formatted));

@@ -30,6 +30,9 @@ MessageCenterClient::~MessageCenterClient() {
 }
 
 void MessageCenterClient::LoadMessageCenter() {
+  // Once loaded, every send answers from here without the lock: the acquire
+  // pairs with the release store below, so the entry pointers are seen too.
+  if (m_loaded.load(std::memory_order_acquire) > 0) return;
   static std::mutex s_messageCenterMutex;
   std::lock_guard<std::mutex> lock(s_messageCenterMutex);
   if (m_loaded.load(std::memory_order_relaxed) > 0) return;
@@ -54,5 +57,5 @@ void MessageCenterClient::LoadMessageCenter() {
       LookUp<MessageCenterSendMessageFunc>(m_pLibHandle, kMessageCenterSendMessageSymbol), std::memory_order_release);
   m_pMessageCenterSendMessageAsyncFuncPtr =
       LookUp<MessageCenterSendMessageAsyncFunc>(m_pLibHandle, kMessageCenterSendMessageAsyncSymbol);
-  m_loaded.store(1, std::memory_order_relaxed);
+  m_loaded.store(1, std::memory_order_release);
 }

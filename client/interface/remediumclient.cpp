@@ -22,6 +22,9 @@ RemediumClient::~RemediumClient() {
 }
 
 void RemediumClient::LoadRemedium() {
+  // Once loaded, every use answers from here without the lock: the acquire
+  // pairs with the release store below, so the core pointer is seen too.
+  if (m_loaded.load(std::memory_order_acquire) > 0) return;
   static std::recursive_mutex s_clientMutex;
   std::lock_guard<std::recursive_mutex> lock(s_clientMutex);
   if (m_loaded.load(std::memory_order_relaxed) > 0) return;
@@ -41,5 +44,5 @@ void RemediumClient::LoadRemedium() {
   if (m_pGetInstanceFunc == nullptr) __builtin_trap();
   // A null instance is kept as it comes and never looked up again.
   m_pRemediumCore.store(m_pGetInstanceFunc(), std::memory_order_release);
-  m_loaded.store(1, std::memory_order_relaxed);
+  m_loaded.store(1, std::memory_order_release);
 }

@@ -22,17 +22,13 @@ const char* BaseName(const char* file) {
   return slash != nullptr ? slash + 1 : file;
 }
 
-// The level as last read, for the early return; 0 until the first line that
-// reaches WriteLine has read the property (0 drops nothing early).
-std::atomic<int> g_logLevel{0};
-
 // Reads the level once per process, then formats and writes one line when it
 // is not below the level. Out of line, so that a call below the level pays
 // neither this frame nor its 1 KiB buffer.
 __attribute__((noinline, format(printf, 5, 0))) void WriteLine(int level, const char* file, int line, const char* func,
                                                                const char* fmt, va_list args) {
   static const int s_logLevel = property_get_int32(kLogLevelProperty, kDefaultLogLevel);
-  g_logLevel.store(s_logLevel, std::memory_order_relaxed);
+  g_remediumLogLevel.store(s_logLevel, std::memory_order_relaxed);
   if (s_logLevel > level) return;
 
   char buffer[kLineSize];
@@ -46,8 +42,10 @@ __attribute__((noinline, format(printf, 5, 0))) void WriteLine(int level, const 
 
 }  // namespace
 
+std::atomic<int> g_remediumLogLevel{0};
+
 void RemediumLog(int level, const char* file, int line, const char* func, const char* fmt, ...) {
-  if (g_logLevel.load(std::memory_order_relaxed) > level) return;
+  if (g_remediumLogLevel.load(std::memory_order_relaxed) > level) return;
   va_list args;
   va_start(args, fmt);
   WriteLine(level, file, line, func, fmt, args);

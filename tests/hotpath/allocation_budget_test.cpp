@@ -1,6 +1,7 @@
-// The hot paths: the CSL message hook runs for every kernel message and the
-// capture request hook once per frame. With no argument set by the core they
-// must allocate nothing and read no property and open no file.
+// The hot paths: the CSL message hook runs for every kernel message, the
+// capture request hook once per frame and the gyro hook per sample batch.
+// With the core loaded and no argument set they must allocate nothing, take
+// no lock, read no property and open no file.
 //
 // This program counts, while a measurement runs on the calling thread:
 //  - heap allocations requested by the hook library: every allocation is
@@ -8,9 +9,13 @@
 //    C++ runtimes, so an allocation libc++ makes on the library's behalf
 //    counts, and one the simulated platform makes (HAL, ShadowHook, core)
 //    does not;
+//  - mutex locks taken by the hook library, attributed the same way (a lock
+//    libc++ takes for the library counts; the simulated core's own do not);
 //  - calls of the property functions and of open/fopen, made by anyone.
 // Allocations are seen through the sanitizer's allocation hook in sanitized
 // builds and through malloc standing in front of the C library's otherwise.
+// Locks are counted in unsanitized builds only: the sanitizers' runtimes
+// intercept pthread_mutex_lock themselves.
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <fcntl.h>
@@ -42,6 +47,7 @@ thread_local bool t_inside = false;  // an allocation made while attributing one
 
 std::atomic<const void*> g_hookLibraryBase{nullptr};
 std::atomic<int> g_hookAllocations{0};
+std::atomic<int> g_hookLocks{0};
 std::atomic<int> g_propertyCalls{0};
 std::atomic<int> g_fileOpens{0};
 
@@ -74,12 +80,14 @@ bool RequestedByHookLibrary() {
   return false;
 }
 
-void NoteAllocation() {
+void NoteHookCall(std::atomic<int>& counter) {
   if (!t_measuring || t_inside) return;
   t_inside = true;
-  if (RequestedByHookLibrary()) g_hookAllocations.fetch_add(1, std::memory_order_relaxed);
+  if (RequestedByHookLibrary()) counter.fetch_add(1, std::memory_order_relaxed);
   t_inside = false;
 }
+
+void NoteAllocation() { NoteHookCall(g_hookAllocations); }
 
 void NoteAccess(std::atomic<int>& counter) {
   if (t_measuring) counter.fetch_add(1, std::memory_order_relaxed);
@@ -148,6 +156,18 @@ FILE* fopen(const char* path, const char* mode) {
   NoteAccess(g_fileOpens);
   return Next<FILE*(const char*, const char*)>("fopen")(path, mode);
 }
+int pthread_mutex_lock(pthread_mutex_t* mutex) {
+  // No function-local static: its guard would take this lock again.
+  using Lock = int(pthread_mutex_t*);
+  static std::atomic<Lock*> s_next{nullptr};
+  Lock* next = s_next.load(std::memory_order_acquire);
+  if (next == nullptr) {
+    next = Next<Lock>("pthread_mutex_lock");
+    s_next.store(next, std::memory_order_release);
+  }
+  NoteHookCall(g_hookLocks);
+  return next(mutex);
+}
 #endif
 }  // extern "C"
 
@@ -159,6 +179,7 @@ namespace hal = sim::hal;
 
 struct Counts {
   int hookAllocations;
+  int hookLocks;
   int propertyCalls;
   int fileOpens;
 };
@@ -167,15 +188,23 @@ struct Counts {
 template <typename Body>
 Counts Measure(Body body) {
   g_hookAllocations = 0;
+  g_hookLocks = 0;
   g_propertyCalls = 0;
   g_fileOpens = 0;
   t_measuring = true;
   body();
   t_measuring = false;
-  return {g_hookAllocations.load(), g_propertyCalls.load(), g_fileOpens.load()};
+  return {g_hookAllocations.load(), g_hookLocks.load(), g_propertyCalls.load(), g_fileOpens.load()};
 }
 
-MATCHER(TouchesNothing, "") { return arg.hookAllocations == 0 && arg.propertyCalls == 0 && arg.fileOpens == 0; }
+void PrintTo(const Counts& counts, std::ostream* out) {
+  *out << counts.hookAllocations << " allocations, " << counts.hookLocks << " locks, " << counts.propertyCalls
+       << " property calls, " << counts.fileOpens << " opens";
+}
+
+MATCHER(TouchesNothing, "") {
+  return arg.hookAllocations == 0 && arg.hookLocks == 0 && arg.propertyCalls == 0 && arg.fileOpens == 0;
+}
 
 class HotPathTest : public ::testing::Test {
  protected:
@@ -238,6 +267,20 @@ TEST_F(HotPathTest, CaptureRequestsTouchNothing) {
   EXPECT_EQ(hal::CallCount("ProcessCaptureRequest"), 601);
 }
 
+TEST_F(HotPathTest, GyroBatchesTouchNothing) {
+  auto* gyro =
+      library_->Proxy<CamxResult(void*, CamX::NCSSensorType, std::vector<sensors_event_t*>&)>("PostGyroDataHook");
+  ASSERT_NE(gyro, nullptr);
+  const std::vector<int64_t> timestamps(8, 100000000);
+  hal::SensorEventBatch first(timestamps);
+  gyro(nullptr, CamX::NCSSensorType{}, first.samples());  // the once-per-process report
+  hal::SensorEventBatch batch(timestamps);
+  EXPECT_THAT(Measure([&] {
+                for (int i = 0; i < 200; ++i) gyro(nullptr, CamX::NCSSensorType{}, batch.samples());
+              }),
+              TouchesNothing());
+}
+
 // The counters see what they are meant to: a report whose hook name is too
 // long to stay inside a string is an allocation libc++ makes for the library,
 // and the library's first log line reads the log level property.
@@ -245,7 +288,11 @@ TEST_F(HotPathTest, CountersSeeTheLibrarysOwnAllocationsAndAccesses) {
   fw::SetHookArguments("ReadLensPositionData", {"0", "5"});
   auto* readLens = library_->Proxy<CamxResult(void*)>("ReadLensPositionDataHook");
   ASSERT_NE(readLens, nullptr);
-  EXPECT_THAT(Measure([&] { readLens(nullptr); }).hookAllocations, Ge(1));
+  const Counts firstUse = Measure([&] { readLens(nullptr); });
+  EXPECT_THAT(firstUse.hookAllocations, Ge(1));
+#ifndef REMEDIUM_SANITIZED_HEAP
+  EXPECT_THAT(firstUse.hookLocks, Ge(1));  // the core is loaded under the client's lock
+#endif
   auto* registerProvider = library_->Proxy<CamxResult(void*, void*, const CamX::NCSProviderCap*)>(
       "OISRegisterProviderHook");
   ASSERT_NE(registerProvider, nullptr);

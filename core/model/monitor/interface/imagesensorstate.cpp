@@ -29,7 +29,8 @@ std::map<std::string, ImageSensorState> UnrecordedStates() {
 // between and around groups is ignored.
 template <typename OnGroup>
 void ForEachGroup(const std::string& value, OnGroup&& onGroup) {
-  const std::regex pattern(kImageSensorStatePattern, std::regex::ECMAScript);
+  // Compiled once per process; matching with a const pattern is thread-safe.
+  static const std::regex pattern(kImageSensorStatePattern, std::regex::ECMAScript);
   std::smatch match;
   auto from = value.cbegin();
   while (std::regex_search(from, value.cend(), match, pattern)) {
