@@ -31,7 +31,7 @@
 #include <string>
 #include <vector>
 
-#include "client/interface/remediumlog.h"
+#include "client/interface/logsites.h"
 #include "harness.h"
 #include "simdevice.h"
 #include "simhal.h"
@@ -271,16 +271,15 @@ std::vector<Case> Cases(HalObjects& o) {
   };
 }
 
-// RemediumLog below the level (dropped) and at it (formatted and handed to
-// the log), with a hook's typical line. The default level is INFO.
+// A log site below the level (dropped at the call site, before its arguments
+// are set up) and one at it (formatted and handed to the log), as the hooks
+// write them. The default level is INFO; the state record's lines are VERBOSE.
 void LogBelowLevel() {
-  RemediumLog(kLogDebug, "hook/src/hook.cpp", 1234, "GetStaticCapsHook", "camera id: %d, sensor name: %s", 3,
-              "s5kjn1");
+  char value[] = "<P:S:12><I:-:0><C:-:0>";
+  benchmark::DoNotOptimize(value);
+  REMEDIUM_LOG(StateUpdateRead, 3, "P", "S", value);
 }
-void LogAtLevel() {
-  RemediumLog(kLogInfo, "hook/src/hook.cpp", 1234, "GetStaticCapsHook", "camera id: %d, sensor name: %s", 3,
-              "s5kjn1");
-}
+void LogAtLevel() { REMEDIUM_LOG(StaticCapsSlot, 3, 5); }
 
 // ---------------------------------------------------------------------------
 // Running.

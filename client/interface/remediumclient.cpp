@@ -4,11 +4,6 @@
 
 #include <mutex>
 
-RemediumClient& RemediumClient::GetInstance() {
-  static RemediumClient s_instance;
-  return s_instance;
-}
-
 RemediumClient::RemediumClient() { LoadRemedium(); }
 
 // Runs at process exit; takes no lock.
@@ -21,10 +16,7 @@ RemediumClient::~RemediumClient() {
   m_loaded.store(0, std::memory_order_relaxed);
 }
 
-void RemediumClient::LoadRemedium() {
-  // Once loaded, every use answers from here without the lock: the acquire
-  // pairs with the release store below, so the core pointer is seen too.
-  if (m_loaded.load(std::memory_order_acquire) > 0) return;
+void RemediumClient::LoadRemediumLocked() {
   static std::recursive_mutex s_clientMutex;
   std::lock_guard<std::recursive_mutex> lock(s_clientMutex);
   if (m_loaded.load(std::memory_order_relaxed) > 0) return;

@@ -18,10 +18,20 @@ inline constexpr char kRemediumGetInstanceSymbol[] = "RemediumGetInstance";
 
 class RemediumClient {
  public:
-  static RemediumClient& GetInstance();
+  // Inline, so that a use after the first costs the guard check only.
+  static RemediumClient& GetInstance() {
+    static RemediumClient s_instance;
+    return s_instance;
+  }
 
   // Loads the core library and takes its instance, unless already done.
-  void LoadRemedium();
+  // Once loaded, every use answers here without the lock: the acquire pairs
+  // with the release store that ends a successful load, so the core pointer
+  // is seen too.
+  void LoadRemedium() {
+    if (m_loaded.load(std::memory_order_acquire) > 0) return;
+    LoadRemediumLocked();
+  }
 
   // The wrappers: instance, load (a retry after a failed load), then the core.
   static bool IsSwitchOpened(int32_t kind) {
@@ -75,6 +85,9 @@ class RemediumClient {
  private:
   RemediumClient();
   ~RemediumClient();
+
+  // The load itself, serialised; retried at every use until it succeeds.
+  void LoadRemediumLocked();
 
   static RemediumCore* LoadedCore() {
     RemediumClient& client = GetInstance();

@@ -25,7 +25,6 @@ constexpr uint8_t kRecordControlAbort = 1;
 CamxResult ProcessCaptureRequestHook(void* pThis, Camera3CaptureRequest* pRequest) noexcept {
   CAMX_PROXY_FRAME(frame);
   uint32_t location = 0;
-  camera_metadata_entry_t entry = {};
   // Resolved at every request, never cached. OK: the result is not checked;
   // an unknown tag leaves location 0 and tag 0 is looked up instead.
   VendorTagManager::QueryVendorTagLocation(kRecordControlSection, kRecordControlTag, &location);
@@ -33,11 +32,14 @@ CamxResult ProcessCaptureRequestHook(void* pThis, Camera3CaptureRequest* pReques
                        ? static_cast<camera_metadata_t*>(Layout::Read(pRequest, Layout::kCaptureRequestSettings))
                        : nullptr;
   // A request without settings, a tag not present or a tag without values
-  // passes unchanged.
-  if (settings != nullptr && find_camera_metadata_entry(settings, location, &entry) == 0 && entry.count > 0 &&
-      entry.data.u8 != nullptr && entry.data.u8[0] == kRecordControlAbort) {
-    // Does not return unless a SIGABRT handler does; the request then goes on.
-    raise(SIGABRT);
+  // passes unchanged. Almost every request is one without the tag: its
+  // failed lookup leaves at once, before the entry is looked at.
+  camera_metadata_entry_t entry;  // filled by a successful lookup only
+  if (settings != nullptr && __builtin_expect(find_camera_metadata_entry(settings, location, &entry) == 0, 0)) {
+    if (entry.count > 0 && entry.data.u8 != nullptr && entry.data.u8[0] == kRecordControlAbort) {
+      // Does not return unless a SIGABRT handler does; the request then goes on.
+      raise(SIGABRT);
+    }
   }
   return frame.CallPrevious(&ProcessCaptureRequestHook, pThis, pRequest);
 }

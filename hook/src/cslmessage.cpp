@@ -39,7 +39,9 @@ static_assert(sizeof(kArgumentsName) <= sizeof(std::string) - 1, "the query name
 
 void CSLMessageHandlerHook(void* pUserData, CSLMessage* pMessage) noexcept {
   CAMX_PROXY_FRAME(frame);
-  const std::vector<std::string> arguments = RemediumClient::GetHookArguments(kArgumentsName);
+  // Built once: the core is asked for every kernel message.
+  static const std::string s_argumentsName(kArgumentsName);
+  const std::vector<std::string> arguments = RemediumClient::GetHookArguments(s_argumentsName);
   if (!arguments.empty()) {
     // A non-number reads as 0, which turns the conversion off.
     const auto frameValue = static_cast<uint64_t>(atoll(arguments[0].c_str()));
