@@ -28,6 +28,9 @@ struct CheckResult {
 CheckResult Check(const Scenario& scenario, const RunResult& run);
 
 // A readable difference, one mismatch per paragraph.
-std::string FormatMismatches(const Scenario& scenario, const CheckResult& result);
+std::string FormatMismatches(const CheckResult& result);
+
+// An observed value as JSON (a report's "observed" and the checker's texts).
+Json ToJson(const Value& value);
 
 }  // namespace sim::scenario

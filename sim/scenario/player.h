@@ -28,17 +28,19 @@ struct Slice {
   std::vector<int32_t> switchQueries;
   std::vector<std::string> argumentQueries;
   std::vector<sim::framework::MessageCenterRequest> requests;
+  std::vector<hal::CallResult> halCalls;
   // State afterwards.
   std::map<std::string, std::string> properties;
   std::optional<std::string> kernelParameter;  // none: no file
 };
 
 struct StepOutcome {
-  size_t step = 0;                  // index into Scenario::steps
-  int repetition = 0;               // 0-based
-  std::string title;                // "SensorProbe(camera 0, s5kgm2_rear)"
-  Json observed;                    // call results: "result", "halCalls", "initState", ...
-  std::vector<int32_t> halResults;  // what the HAL function returned, per call
+  size_t step = 0;                   // index into Scenario::steps
+  int repetition = 0;                // 0-based
+  std::string title;                 // "SensorProbe(camera 0, s5kgm2_rear)"
+  bool restart = false;              // the camera service's restart after an abort
+  std::optional<Observed> observed;  // a call's results, "halCalls" last
+  std::vector<int32_t> halResults;   // what the HAL function returned, per call
   bool aborted = false;
   Slice slice;
 };

@@ -38,10 +38,11 @@ std::string EventLine(const sim::Event& event, const TimelineOptions& options) {
   return s + " " + t;
 }
 
-std::string ResultLine(const Step& step, const StepOutcome& outcome) {
-  if (step.kind != Step::Kind::kCall) return "";
+std::string ResultLine(const StepOutcome& outcome) {
+  if (!outcome.observed) return "";
   std::string text;
-  const Json& o = outcome.observed;
+  Json o = Json::object();
+  for (const auto& [key, value] : outcome.observed->fields) o[key] = ToJson(value);
   if (outcome.halResults.empty()) {
     text += "HAL not called";
   } else {
@@ -65,6 +66,23 @@ std::string ResultLine(const Step& step, const StepOutcome& outcome) {
   }
   if (outcome.aborted) text += "; SIGABRT raised before the HAL call: camera process aborted";
   return text;
+}
+
+// `value` with every string valid UTF-8: a string that is not has each byte
+// outside a valid sequence written as "\xNN" and its backslashes doubled.
+Json ValidUtf8(Json value) {
+  if (value.is_string()) {
+    const std::string& text = value.get_ref<const std::string&>();
+    return IsUtf8(text) ? value : Json(EscapeUtf8(text));
+  }
+  if (value.is_array()) {
+    for (Json& item : value) item = ValidUtf8(std::move(item));
+  } else if (value.is_object()) {
+    Json object = Json::object();
+    for (auto& [key, item] : value.items()) object[IsUtf8(key) ? key : EscapeUtf8(key)] = ValidUtf8(std::move(item));
+    return object;
+  }
+  return value;
 }
 
 }  // namespace
@@ -92,13 +110,10 @@ std::string FormatStep(const Scenario& scenario, const StepOutcome& outcome, con
   out << "[" << outcome.step + 1;
   if (step.kind == Step::Kind::kCall && step.repeat > 1) out << "." << outcome.repetition + 1;
   out << "] " << outcome.title;
-  if (!step.note.empty() && outcome.repetition == 0 && !outcome.observed.contains("restart"))
-    out << "  -- " << step.note;
+  if (!step.note.empty() && outcome.repetition == 0 && !outcome.restart) out << "  -- " << step.note;
   out << "\n";
-  if (!outcome.observed.contains("restart")) {
-    const std::string result = ResultLine(step, outcome);
-    if (!result.empty()) out << "      " << result << "\n";
-  }
+  const std::string result = ResultLine(outcome);
+  if (!result.empty()) out << "      " << result << "\n";
   // A property written several times in one step shows once, with its last value.
   std::map<std::string, size_t> lastWrite;
   std::map<std::string, size_t> writes;
@@ -135,13 +150,14 @@ std::string FormatSummary(const Scenario& scenario, const RunResult& run, const 
   }
   size_t changed = 0;
   for (const StepOutcome& outcome : run.outcomes) {
-    if (!outcome.observed.contains("result") || outcome.halResults.empty()) continue;
-    changed += outcome.halResults.back() != outcome.observed["result"].get<int32_t>() ? 1 : 0;
+    const Value* result = outcome.observed ? outcome.observed->Find("result") : nullptr;
+    if (result != nullptr && !outcome.halResults.empty())
+      changed += outcome.halResults.back() != std::get<int64_t>(*result);
   }
   size_t errors = 0;
   for (const sim::LogLine& line : total.log) errors += line.priority >= 6 ? 1 : 0;
   out << "-- summary: " << scenario.name << "\n";
-  out << "   HAL calls played: " << scenario.CallCount() << " (" << calls << " reached the HAL";
+  out << "   HAL calls played: " << scenario.callCount << " (" << calls << " reached the HAL";
   if (!perFunction.empty()) out << ": " << perFunction;
   out << ")\n";
   out << "   results changed by the library: " << changed << "\n";
@@ -190,13 +206,17 @@ Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResul
     item["step"] = outcome.step + 1;
     item["path"] = step.path;
     if (step.kind == Step::Kind::kCall) {
-      item["call"] = step.function;
+      item["call"] = step.hook->call;
       item["repetition"] = outcome.repetition + 1;
     } else {
       item["action"] = outcome.title;
     }
     item["title"] = outcome.title;
-    item["observed"] = outcome.observed;
+    Json observed = outcome.restart ? Json{{"restart", true}} : Json();
+    for (const auto& [key, value] : outcome.observed ? outcome.observed->fields : Observed{}.fields) {
+      observed[key] = ToJson(value);
+    }
+    item["observed"] = observed;
     item["halResults"] = outcome.halResults;
     Json events = Json::array();
     for (const sim::Event& event : outcome.slice.events) {
@@ -256,7 +276,7 @@ Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResul
   }
   report["check"] = {{"checked", check.checked}, {"ok", check.ok() && run.error.empty()}, {"mismatches", mismatches}};
   report["durationUs"] = run.durationUs;
-  return report;
+  return ValidUtf8(std::move(report));
 }
 
 }  // namespace sim::scenario

@@ -1,7 +1,7 @@
 // A scenario: the simulated phone (cameras, override settings, properties,
 // kernel parameter, framework core, message centre), the HAL calls to play on
-// it, and what the library is expected to do. Scenarios are JSON files; the
-// format is described in sim/scenarios/README.md.
+// it, and what the library is expected to do, read once into the types below.
+// Scenarios are JSON files; the format is described in sim/scenarios/README.md.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,11 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
+
+#include "catalogue.h"
+#include "simhal.h"
 
 namespace sim::scenario {
 
@@ -21,9 +25,7 @@ struct Camera {
   uint32_t id = 0;
   uint32_t slot = 0;
   std::string role;
-  std::vector<std::string> sensors;
-  std::vector<std::string> eeproms;
-  std::vector<std::string> actuators;
+  std::vector<std::string> sensors, eeproms, actuators;
 };
 
 // The framework core library ("/vendor/lib64/com.velora.remedium.core.so").
@@ -53,41 +55,63 @@ struct KernelParameter {
 
 // Changes between steps ("set"); every member is optional.
 struct Changes {
-  std::optional<CoreSetup> core;                                 // replaces the core's setup
-  std::optional<MessageCenterSetup> messageCenter;               // replaces the centre's setup
+  std::optional<CoreSetup> core;
+  std::optional<MessageCenterSetup> messageCenter;
   std::map<std::string, std::optional<std::string>> properties;  // null removes
   std::optional<KernelParameter> kernelParameter;
   std::optional<std::optional<std::string>> overrideSettings;  // inner null removes the file
   std::optional<int64_t> bootTime;
 };
 
-// The arguments of one HAL call, as the scenario gives them; only those that
-// the call's function takes are set.
-struct CallArgs {
-  std::optional<uint32_t> camera;  // unset with cameraAbsent: no camera id
-  bool cameraAbsent = false;
-  std::optional<uint32_t> slot;
-  std::string sensor;
-  std::string eeprom;
-  std::optional<std::string> actuator;  // unset: a null name pointer
-  uint32_t opcode = 0;
-  uint32_t slaveAddress = 0;
-  std::vector<int64_t> timestamps;
-  int32_t sensorType = 1;
-  // EEPROMVerifyChecksum: a buffer of `dataLength` bytes of `fill`, or none.
-  bool dataNull = false;
-  uint32_t dataLength = 1024;
-  uint8_t fill = 0xFF;
-  int32_t size = 1024;
-  // CSLMessageHandler.
-  uint32_t messageType = 0;
-  uint64_t messageValue = 0;
-  bool userDataNull = false;
-  bool messageNull = false;
-  // ProcessCaptureRequest.
-  std::optional<uint8_t> recordControl;
-  bool tagRegistered = true;
-  std::optional<uint8_t> tagZero;
+// The kernel parameter as expected: no file, an exact text, or some values.
+struct KernelExpect {
+  bool present = true;
+  std::optional<std::string> text;
+  std::map<size_t, int64_t> values;
+};
+struct KernelWriteExpect {
+  std::optional<std::string> text;
+  std::optional<KernelExpect> values;
+  std::optional<int64_t> bytes;
+};
+struct CallbackExpect {
+  std::optional<int64_t> arg0, arg1;
+  std::optional<uint64_t> errorCode;
+  std::optional<std::string> name, messageType;
+};
+struct RequestExpect {
+  std::string name;
+  std::optional<std::vector<std::pair<std::string, std::variant<std::string, int64_t>>>> data;
+};
+using Counts = std::vector<std::pair<std::string, int64_t>>;
+
+// What a step (after each repetition) or the whole run must show; unset
+// members are not checked.
+struct Expectations {
+  // Results of a call (step only).
+  std::optional<int64_t> result, halCalls;
+  std::vector<std::pair<FieldSpec, Value>> fields;  // the call's HAL-side fields
+  // Effects.
+  std::optional<std::map<std::string, std::optional<std::string>>> properties;
+  std::optional<KernelExpect> kernelParameter;
+  std::optional<int64_t> kernelWriteCount;
+  std::optional<std::vector<KernelWriteExpect>> kernelWrites;
+  std::optional<std::vector<std::string>> notifications, argumentQueries, log, noLog;
+  std::optional<std::vector<int64_t>> switchQueries;
+  std::optional<Counts> logCount;
+  std::optional<std::vector<CallbackExpect>> callbacks;
+  std::optional<std::vector<std::pair<std::string, bool>>> probeRecords;
+  std::optional<std::vector<RequestExpect>> requests;
+  // The whole run only.
+  std::optional<Counts> functionCalls;  // "halCalls": {"Function": count}
+  std::optional<int64_t> aborts;
+};
+
+// A step's scripted HAL outcomes: one per call in order, then `after` for the
+// calls beyond them.
+struct HalScript {
+  std::vector<hal::Outcome> calls;
+  hal::Outcome after;
 };
 
 struct Step {
@@ -95,18 +119,12 @@ struct Step {
   Kind kind = Kind::kCall;
   std::string path;  // "steps[3]"
   std::string note;
-  // kCall
-  std::string function;
+  const CatalogueEntry* hook = nullptr;  // kCall
   CallArgs args;
-  std::vector<int32_t> hal;                    // scripted results, in call order
-  bool halRepeats = false;                     // a single value: every call of the step
-  std::vector<std::optional<int64_t>> kernel;  // SensorProbe: kmd result per probe
-  bool kernelRepeats = false;
+  HalScript hal;
   int repeat = 1;
-  // kSet
-  Changes changes;
-  // Expectations checked after the step (after each repetition).
-  Json expect;  // object, validated; empty when none
+  Changes changes;  // kSet
+  Expectations expect;
 };
 
 struct Scenario {
@@ -121,11 +139,8 @@ struct Scenario {
   CoreSetup core;
   MessageCenterSetup messageCenter;
   std::vector<Step> steps;
-  Json expect;  // object, validated; empty when none
-
-  const Camera* FindCamera(uint32_t id) const;
-  // Number of HAL calls the scenario plays (repetitions counted).
-  size_t CallCount() const;
+  Expectations expect;
+  size_t callCount = 0;  // HAL calls played, repetitions counted
 };
 
 // A problem with a scenario file that its author can fix: which file, where
@@ -137,13 +152,16 @@ struct LoadError {
   std::string ToString() const;
 };
 
+// Limits on what a scenario file may hold (sim/scenarios/README.md lists them).
+inline constexpr size_t kMaxFileBytes = 4 << 20;
+inline constexpr int kMaxDepth = 64;           // nesting of arrays and objects
+inline constexpr int64_t kMaxRepeat = 100000;  // "repeat" of one step
+inline constexpr size_t kMaxSteps = 1000000;   // steps a scenario plays, repetitions counted
+
 // Reads and validates a scenario; on failure returns nullopt and sets `error`.
-// Never throws.
+// Only a regular file is read, and at most kMaxFileBytes of it. Never throws.
 std::optional<Scenario> LoadScenarioFile(const std::string& file, LoadError* error);
 std::optional<Scenario> ParseScenario(const std::string& text, const std::string& file, LoadError* error);
-
-// The 19 hooked HAL functions a step may call, by name.
-const std::vector<std::string>& CallableFunctions();
 
 // The text of a kernel parameter of `count` zeros ("0,0,...").
 std::string ZeroTable(size_t count = 64);

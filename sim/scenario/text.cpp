@@ -43,6 +43,49 @@ std::string Hex(uint64_t value) {
   return text;
 }
 
+// The length of the valid UTF-8 sequence at `at`, or 0.
+static size_t Utf8Length(const std::string& text, size_t at) {
+  const auto byte = [&text](size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u; };
+  const unsigned lead = byte(at);
+  if (lead < 0x80) return 1;
+  const size_t length = lead >= 0xC2 && lead <= 0xDF   ? 2
+                        : lead >= 0xE0 && lead <= 0xEF ? 3
+                        : lead >= 0xF0 && lead <= 0xF4 ? 4
+                                                       : 0;
+  // The second byte's range excludes overlong forms, surrogates and values beyond U+10FFFF.
+  const unsigned low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  const unsigned high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  for (size_t i = 1; i < length; ++i) {
+    const unsigned next = byte(at + i);
+    if (next < (i == 1 ? low : 0x80) || next > (i == 1 ? high : 0xBF)) return 0;
+  }
+  return length;
+}
+
+bool IsUtf8(const std::string& text) {
+  for (size_t at = 0, length = 0; at < text.size(); at += length) {
+    length = Utf8Length(text, at);
+    if (length == 0) return false;
+  }
+  return true;
+}
+
+std::string EscapeUtf8(const std::string& text) {
+  std::string out;
+  for (size_t at = 0; at < text.size();) {
+    const size_t length = Utf8Length(text, at);
+    if (length == 0) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof(escaped), "\\x%02X", static_cast<unsigned char>(text[at++]));
+      out += escaped;
+    } else {
+      out += text[at] == '\\' ? std::string("\\\\") : text.substr(at, length);
+      at += length;
+    }
+  }
+  return out;
+}
+
 std::vector<int64_t> ParseNumberList(const std::string& text, size_t limit) {
   std::vector<int64_t> values;
   const char* at = text.c_str();

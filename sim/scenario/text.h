@@ -12,6 +12,12 @@ namespace sim::scenario {
 
 std::string Hex(uint64_t value);
 
+// Whether `text` is valid UTF-8; and `text` made so: each byte outside a
+// valid sequence written as "\xNN" (two hexadecimal digits) and each
+// backslash doubled, so that the bytes can be read back.
+bool IsUtf8(const std::string& text);
+std::string EscapeUtf8(const std::string& text);
+
 // Reads comma-separated decimal numbers the way the library does: a number,
 // then one optional ",", until a number cannot be read or `limit` were read.
 std::vector<int64_t> ParseNumberList(const std::string& text, size_t limit);

@@ -110,7 +110,7 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
   if (!options.jsonPath.empty()) jsonPath = std::filesystem::absolute(options.jsonPath).string();
 
   size_t calls = 0;
-  for (const sc::Scenario& scenario : scenarios) calls += scenario.CallCount();
+  for (const sc::Scenario& scenario : scenarios) calls += scenario.callCount;
   const bool showProgress = options.progress == "on" || (options.progress == "auto" && isatty(STDERR_FILENO) &&
                                                          (calls > 200 || scenarios.size() > 3));
   Progress progress(showProgress, scenarios.size());
@@ -149,7 +149,7 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
       } else {
         std::cout << "FAIL " << scenario.file << ": " << check.mismatches.size() << " of " << check.checked
                   << " expectations not met\n"
-                  << sc::FormatMismatches(scenario, check);
+                  << sc::FormatMismatches(check);
         if (status == 0) status = kExitMismatch;
       }
       if (check.checked == 0) std::cout << "     (this file has no expectations)\n";
@@ -179,11 +179,11 @@ int ListHooks(const std::string& libraryPath) {
       continue;
     }
     ++resolved;
-    std::printf("  %-34s %s%s\n", entry.name, entry.signature,
+    std::printf("  %-34s %s%s\n", entry.name, sim::Signature(entry).c_str(),
                 entry.halFunction == nullptr ? "  [called by the hooks, installed over nothing]" : "");
   }
   for (const sim::CatalogueEntry* entry : missing) {
-    std::printf("  MISSING %-26s %s (symbol %s)\n", entry->name, entry->signature, entry->mangled);
+    std::printf("  MISSING %-26s %s (symbol %s)\n", entry->name, sim::Signature(*entry).c_str(), entry->mangled);
   }
   std::cout << resolved << " of " << sim::Catalogue().size() << " exported names resolved";
   if (!missing.empty()) std::cout << "; " << missing.size() << " missing";

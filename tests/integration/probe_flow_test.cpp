@@ -50,7 +50,7 @@ TEST_F(SensorProbeFlowTest, MultiSourcedSlotKeepsItsUsualModuleOnTheLastRetry) {
   fw::SetSwitch(2, true);
   sim::PresetProperty(test::kErrorIdProperty, "3,1");
   hal::SetDefaultResult("EEPROMDataProbe", 5);
-  hal::ScriptProbes({{1, -19}, {1, -19}, {1, -19}, {1, -19}, {1, -19}, {1, -19}, {1, -19}, {0, 0}});
+  hal::ScriptResults("SensorProbe", {{1, -19}, {1, -19}, {1, -19}, {1, -19}, {1, -19}, {1, -19}, {1, -19}, {0, 0}});
 
   // The slot's first module is not fitted and is not the slot's usual one:
   // it fails every time and is never a bypass candidate. The fitted module
@@ -103,7 +103,7 @@ TEST_F(SensorProbeFlowTest, MultiSourcedSlotKeepsItsUsualModuleOnTheLastRetry) {
 // probed fine: once per process, and never for a front sensor.
 TEST_F(SensorProbeFlowTest, LastModuleKernelRetryIsArmedOncePerProcessAndNeverForFront) {
   Override("SensorModuleRetryTimes=2\nsensorModuleNumber=3\n");
-  hal::ScriptProbes({{0, 0}, {0, 0}, {0, 0}, {1, -2}, {1, -2}, {1, -2}, {1, -2}, {1, -2}, {1, -2}, {1, -2}, {7, -2},
+  hal::ScriptResults("SensorProbe", {{0, 0}, {0, 0}, {0, 0}, {1, -2}, {1, -2}, {1, -2}, {1, -2}, {1, -2}, {1, -2}, {1, -2}, {7, -2},
                      {7, -2}, {3, 0}});
   std::vector<CamxResult> results;
   const auto probe = [&](const char* name, uint16_t cameraId, int times) {
@@ -155,7 +155,7 @@ TEST_F(SensorProbeFlowTest, FailedBypassFallsBackToTheKernelAndTheSlotSkipsBring
   for (const CamxResult expected : {5, 5, 0}) EXPECT_EQ(EepromDataProbe(2, "s5k3l6_tele"), expected);
   // A module never seen probed is a candidate too, but gets no bypass attempt.
   for (const CamxResult expected : {5, 5, 0}) EXPECT_EQ(EepromDataProbe(4, "hi846_macro"), expected);
-  hal::ScriptProbes({{1, -2}, {0, 0}, {0, -2}, {1, -2}});
+  hal::ScriptResults("SensorProbe", {{1, -2}, {0, 0}, {0, -2}, {1, -2}});
   EXPECT_EQ(Probe("hi846_macro", 4), 1);
   EXPECT_EQ(Probe("imx766_wide", 0), 0);
   sim::ClearHookStackCalls();
@@ -212,7 +212,7 @@ TEST_F(SensorProbeFlowTest, ProtectionFailsTheNamedSensorAfterProbingAndNotifies
 // Missing settings, message centre, camera id or kernel table each take the
 // neutral path: the probe's own result stands and nothing is bypassed.
 TEST_F(SensorProbeFlowTest, BadInputTakesTheNeutralPath) {
-  hal::ScriptProbes({{4, std::nullopt}, {6, std::nullopt}});
+  hal::ScriptResults("SensorProbe", {{4, std::nullopt}, {6, std::nullopt}});
   EXPECT_EQ(Probe("imx766_wide", 0), 4);  // no override file
   library_ = phone_.RestartCameraService();
   Override("SensorModuleRetryTimes=3\n");
@@ -256,7 +256,7 @@ TEST_F(SensorProbeFlowTest, EveryHookReturnsToTheHalWithoutACore) {
                                "SensorCreateAndSubmitCommand", "CreateI2CInfoCmd"}) {
     hal::SetDefaultResult(function, 5);
   }
-  hal::ScriptProbes({{1, -1}, {1, -1}, {0, 0}});
+  hal::ScriptResults("SensorProbe", {{1, -1}, {1, -1}, {0, 0}});
   hal::EepromDataObject eeprom(0, "imx766_wide");
   hal::HwSensorInfoObject sensorInfo("imx766_eeprom");
   hal::SensorNodeObject node(0);
