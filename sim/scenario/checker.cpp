@@ -1,8 +1,7 @@
-#include "checker.h"
-
+#include <algorithm>
 #include <sstream>
 
-#include "text.h"
+#include "report.h"
 
 namespace sim::scenario {
 namespace {
@@ -14,21 +13,18 @@ std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 // True when `line` holds the pieces of `pattern` between its "*" in order.
 bool LogMatches(const std::string& line, const std::string& pattern) {
   size_t at = 0;
-  size_t begin = 0;
-  while (true) {
+  for (size_t begin = 0;;) {
     const size_t star = pattern.find('*', begin);
-    const std::string piece = pattern.substr(begin, star == std::string::npos ? std::string::npos : star - begin);
-    const size_t found = line.find(piece, at);
+    const size_t found = line.find(pattern.substr(begin, star == std::string::npos ? star : star - begin), at);
     if (found == std::string::npos) return false;
-    at = found + piece.size();
     if (star == std::string::npos) return true;
+    at = found + star - begin;
     begin = star + 1;
   }
 }
 
 std::string List(const std::vector<std::string>& items) {
-  if (items.empty()) return "(none)";
-  std::string text;
+  std::string text = items.empty() ? "(none)" : "";
   for (const std::string& item : items) text += "\n      " + item;
   return text;
 }
@@ -36,17 +32,15 @@ std::string List(const std::vector<std::string>& items) {
 std::string Shown(const Value* value, FieldKind kind) {
   if (value == nullptr) return "(nothing)";
   const Json json = ToJson(*value);
-  if (kind == FieldKind::kAddress) return Hex(json.get<uint64_t>()) + " (" + json.dump() + ")";
-  return json.dump();
+  return kind == FieldKind::kAddress ? Hex(json.get<uint64_t>()) + " (" + json.dump() + ")" : json.dump();
 }
 
 std::string KernelText(const sim::SysfsWrite& write) { return write.bytes.substr(0, write.bytes.find('\0')); }
 
 Json ToJson(const KernelExpect& expect) {
-  if (expect.text) return *expect.text;
   Json values = Json::object();
   for (const auto& [index, value] : expect.values) values[std::to_string(index)] = value;
-  return values;
+  return expect.text ? Json(*expect.text) : values;
 }
 
 Json ToJson(const CallbackExpect& e) {
@@ -59,25 +53,26 @@ Json ToJson(const CallbackExpect& e) {
   return json;
 }
 
-Json ToJson(const RequestExpect& e) {
-  Json json = {{"name", e.name}};
-  for (const auto& [key, value] :
-       e.data.value_or(std::vector<std::pair<std::string, std::variant<std::string, int64_t>>>{})) {
-    json["data"][key] = std::visit([](const auto& v) { return Json(v); }, value);
+// Whether a request carries exactly the expected data (when given).
+bool SameData(const RequestExpect& expected, const sim::framework::MessageCenterRequest& request) {
+  if (!expected.data) return true;
+  if (expected.data->size() != request.data.size()) return false;
+  for (const auto& [key, want] : *expected.data) {
+    const auto found = request.data.find(key);
+    if (found == request.data.end()) return false;
+    const auto& value = found->second;
+    const int64_t number = value.type == 1 ? value.int64Value : static_cast<int64_t>(value.intValue);
+    const bool same = std::holds_alternative<std::string>(want)
+                          ? value.type == 3 && value.text == std::get<std::string>(want)
+                          : (value.type == 0 || value.type == 1) && number == std::get<int64_t>(want);
+    if (!same) return false;
   }
-  return json;
+  return true;
 }
 
 class Checker {
  public:
   Checker(CheckResult* result, std::string where) : m_result(result), m_where(std::move(where)) {}
-
-  void StepDone(const Step& step, const StepOutcome& outcome) {
-    const Expectations& e = step.expect;
-    const std::string path = step.path + ".expect.";
-    if (outcome.observed) Call(e, *outcome.observed, path);
-    Effects(e, outcome.slice, path);
-  }
 
   void Call(const Expectations& e, const Observed& observed, const std::string& path) {
     if (e.result) Field(path + "result", {"result", FieldKind::kNumber}, *e.result, observed.Find("result"));
@@ -88,7 +83,7 @@ class Checker {
         Compare(us >= std::get<int64_t>(expected), path + field.key, "at least " + ToJson(expected).dump() + " us",
                 std::to_string(us) + " us");
       } else if (field.kind == FieldKind::kMessage && got != nullptr) {
-        bool same = true;
+        bool same = true;  // the members given
         for (const auto& [member, number] : std::get<Fields>(expected)) {
           for (const auto& [name, seen] : std::get<Fields>(*got)) same = same && (name != member || seen == number);
         }
@@ -100,8 +95,7 @@ class Checker {
     if (e.halCalls) Field(path + "halCalls", {"halCalls", FieldKind::kNumber}, *e.halCalls, observed.Find("halCalls"));
   }
 
-  void End(const Scenario& scenario, const RunResult& run) {
-    const Expectations& e = scenario.expect;
+  void End(const Expectations& e, const RunResult& run) {
     for (const auto& [function, count] : e.functionCalls.value_or(Counts{})) {
       const auto found = run.halCalls.find(function);
       const int got = found == run.halCalls.end() ? 0 : found->second;
@@ -109,13 +103,67 @@ class Checker {
     }
     if (e.aborts)
       Compare(run.aborts == *e.aborts, "expect.aborts", std::to_string(*e.aborts), std::to_string(run.aborts));
-    Effects(e, run.total, "expect.");
+  }
+
+  void Effects(const Expectations& e, const Slice& slice, const std::string& path) {
+    for (const auto& [name, value] : e.properties.value_or(std::map<std::string, std::optional<std::string>>{})) {
+      const auto found = slice.properties.find(name);
+      const std::string got = found == slice.properties.end() ? "(unset)" : Quoted(found->second);
+      Compare(got == (value ? Quoted(*value) : "(unset)"), path + "properties." + name,
+              value ? Quoted(*value) : "(unset)", got);
+    }
+    if (e.kernelParameter) Kernel(*e.kernelParameter, slice.kernelParameter, path + "kernelParameter");
+    KernelWrites(e, slice, path + "kernelWrites");
+    std::vector<std::string> notifications, records, kinds;
+    for (const auto& n : slice.notifications) {
+      notifications.push_back(n.value == 1 ? n.hookName : n.hookName + " (value " + std::to_string(n.value) + ")");
+    }
+    for (const auto& record : slice.probeRecords)
+      records.push_back(record.name + (record.result ? " failed" : " probed"));
+    for (int32_t kind : slice.switchQueries) kinds.push_back(std::to_string(kind));
+    Texts(e.notifications, notifications, path + "notifications");
+    if (e.callbacks) Callbacks(*e.callbacks, slice, path + "callbacks");
+    Texts(e.probeRecords, records, path + "probeRecords");
+    Texts(e.switchQueries, kinds, path + "switchQueries");
+    Texts(e.argumentQueries, slice.argumentQueries, path + "argumentQueries");
+    if (e.requests) {
+      std::vector<std::string> want, got;
+      bool same = e.requests->size() == slice.requests.size();
+      for (const auto& request : slice.requests) got.push_back(DescribeRequest(request));
+      for (size_t i = 0; i < e.requests->size(); ++i) {
+        const RequestExpect& expected = (*e.requests)[i];
+        Json json = {{"name", expected.name}};
+        for (const auto& [key, value] : expected.data.value_or(decltype(expected.data)::value_type{})) {
+          json["data"][key] = std::visit([](const auto& v) { return Json(v); }, value);
+        }
+        want.push_back(json.dump());
+        same = same && expected.name == slice.requests[i].name && SameData(expected, slice.requests[i]);
+      }
+      Compare(same, path + "messageCenterRequests", List(want), List(got));
+    }
+    if (e.log) Log(*e.log, slice, path + "log");
+    for (const std::string& text : e.noLog.value_or(std::vector<std::string>{})) {
+      const auto hit = std::find_if(slice.log.begin(), slice.log.end(),
+                                    [&text](const sim::LogLine& line) { return LogMatches(LogText(line), text); });
+      Compare(hit == slice.log.end(), path + "noLog", "no log line containing " + Quoted(text),
+              hit == slice.log.end() ? "" : Quoted(LogText(*hit)));
+    }
+    for (const auto& [text, count] : e.logCount.value_or(Counts{})) {
+      const auto lines = std::count_if(slice.log.begin(), slice.log.end(),
+                                       [&text](const sim::LogLine& line) { return LogMatches(LogText(line), text); });
+      Compare(lines == count, path + "logCount." + text, std::to_string(count) + " lines containing " + Quoted(text),
+              std::to_string(lines) + " lines");
+    }
   }
 
  private:
   void Compare(bool same, const std::string& path, const std::string& expected, const std::string& got) {
     ++m_result->checked;
     if (!same) m_result->mismatches.push_back({m_where, path, expected, got});
+  }
+
+  void Mismatch(const std::string& path, const std::string& expected, const std::string& got) {
+    m_result->mismatches.push_back({m_where, path, expected, got});
   }
 
   void Field(const std::string& path, const FieldSpec& field, const Value& expected, const Value* got) {
@@ -128,93 +176,33 @@ class Checker {
     if (expected) Compare(*expected == got, path, List(*expected), List(got));
   }
 
-  void Effects(const Expectations& e, const Slice& slice, const std::string& path) {
-    for (const auto& [name, value] : e.properties.value_or(std::map<std::string, std::optional<std::string>>{})) {
-      const auto found = slice.properties.find(name);
-      const std::string got = found == slice.properties.end() ? "(unset)" : Quoted(found->second);
-      const std::string want = value ? Quoted(*value) : "(unset)";
-      Compare(got == want, path + "properties." + name, want, got);
-    }
-    if (e.kernelParameter) Kernel(*e.kernelParameter, slice.kernelParameter, path + "kernelParameter");
-    std::string writes;
+  void KernelWrites(const Expectations& e, const Slice& slice, const std::string& path) {
+    std::string writes = std::to_string(slice.kernelWrites.size()) + " writes";
     for (const auto& write : slice.kernelWrites) writes += "\n      " + DescribeKernelText(KernelText(write));
-    const std::string written = std::to_string(slice.kernelWrites.size()) + " writes";
-    if (e.kernelWriteCount) {
-      Compare(slice.kernelWrites.size() == static_cast<size_t>(*e.kernelWriteCount), path + "kernelWrites",
-              std::to_string(*e.kernelWriteCount) + " writes", written + writes);
-    }
-    if (e.kernelWrites && e.kernelWrites->size() != slice.kernelWrites.size()) {
-      Compare(false, path + "kernelWrites", std::to_string(e.kernelWrites->size()) + " writes", written + writes);
-    } else if (e.kernelWrites) {
-      ++m_result->checked;
-      for (size_t i = 0; i < e.kernelWrites->size(); ++i) {
-        const KernelWriteExpect& want = (*e.kernelWrites)[i];
-        const sim::SysfsWrite& write = slice.kernelWrites[i];
-        const std::string at = path + "kernelWrites[" + std::to_string(i) + "]";
-        if (want.bytes && write.bytes.size() != static_cast<size_t>(*want.bytes)) {
-          Mismatch(at + ".bytes", std::to_string(*want.bytes), std::to_string(write.bytes.size()));
-        }
-        if (want.text && KernelText(write) != *want.text)
-          Mismatch(at + ".text", Quoted(*want.text), Quoted(KernelText(write)));
-        if (want.values) Kernel(*want.values, KernelText(write), at + ".values");
+    const size_t count = e.kernelWrites ? e.kernelWrites->size() : static_cast<size_t>(e.kernelWriteCount.value_or(0));
+    if (!e.kernelWrites && !e.kernelWriteCount) return;
+    Compare(slice.kernelWrites.size() == count, path, std::to_string(count) + " writes", writes);
+    for (size_t i = 0; slice.kernelWrites.size() == count && i < (e.kernelWrites ? count : 0); ++i) {
+      const KernelWriteExpect& want = (*e.kernelWrites)[i];
+      const std::string text = KernelText(slice.kernelWrites[i]);
+      const std::string at = path + "[" + std::to_string(i) + "]";
+      const size_t bytes = slice.kernelWrites[i].bytes.size();
+      if (want.bytes && bytes != static_cast<size_t>(*want.bytes)) {
+        Mismatch(at + ".bytes", std::to_string(*want.bytes), std::to_string(bytes));
       }
+      if (want.text && text != *want.text) Mismatch(at + ".text", Quoted(*want.text), Quoted(text));
+      if (want.values) Kernel(*want.values, text, at + ".values");
     }
-    std::vector<std::string> got;
-    for (const auto& notification : slice.notifications) {
-      got.push_back(notification.value == 1
-                        ? notification.hookName
-                        : notification.hookName + " (value " + std::to_string(notification.value) + ")");
-    }
-    Texts(e.notifications, got, path + "notifications");
-    if (e.callbacks) Callbacks(*e.callbacks, slice, path + "callbacks");
-    if (e.probeRecords) {
-      std::vector<std::string> want;
-      got.clear();
-      for (const auto& [name, failed] : *e.probeRecords) want.push_back(name + (failed ? " failed" : " probed"));
-      for (const auto& record : slice.probeRecords)
-        got.push_back(record.name + (record.result ? " failed" : " probed"));
-      Texts(want, got, path + "probeRecords");
-    }
-    if (e.switchQueries) {
-      std::vector<std::string> want;
-      got.clear();
-      for (int64_t kind : *e.switchQueries) want.push_back(std::to_string(kind));
-      for (int32_t kind : slice.switchQueries) got.push_back(std::to_string(kind));
-      Texts(want, got, path + "switchQueries");
-    }
-    Texts(e.argumentQueries, slice.argumentQueries, path + "argumentQueries");
-    if (e.requests) Requests(*e.requests, slice, path + "messageCenterRequests");
-    if (e.log) Log(*e.log, slice, path + "log");
-    for (const std::string& text : e.noLog.value_or(std::vector<std::string>{})) {
-      const sim::LogLine* hit = nullptr;
-      for (const sim::LogLine& line : slice.log) {
-        if (hit == nullptr && LogMatches(LogText(line), text)) hit = &line;
-      }
-      Compare(hit == nullptr, path + "noLog", "no log line containing " + Quoted(text),
-              hit ? Quoted(LogText(*hit)) : "");
-    }
-    for (const auto& [text, count] : e.logCount.value_or(Counts{})) {
-      int64_t lines = 0;
-      for (const sim::LogLine& line : slice.log) lines += LogMatches(LogText(line), text) ? 1 : 0;
-      Compare(lines == count, path + "logCount." + text, std::to_string(count) + " lines containing " + Quoted(text),
-              std::to_string(lines) + " lines");
-    }
-  }
-
-  void Mismatch(const std::string& path, const std::string& expected, const std::string& got) {
-    m_result->mismatches.push_back({m_where, path, expected, got});
   }
 
   void Kernel(const KernelExpect& expected, const std::optional<std::string>& actual, const std::string& path) {
     ++m_result->checked;
-    if (!expected.present || !actual) {
-      if (expected.present != actual.has_value()) {
-        Mismatch(path, actual ? "no kernel parameter file" : ToJson(expected).dump(),
-                 actual ? Quoted(*actual) : "no kernel parameter file");
-      }
-    } else if (expected.text) {
-      if (*actual != *expected.text) Mismatch(path, Quoted(*expected.text), Quoted(*actual));
-    } else {
+    if (expected.present != actual.has_value()) {
+      Mismatch(path, actual ? "no kernel parameter file" : ToJson(expected).dump(),
+               actual ? Quoted(*actual) : "no kernel parameter file");
+    } else if (actual && expected.text && *actual != *expected.text) {
+      Mismatch(path, Quoted(*expected.text), Quoted(*actual));
+    } else if (actual && !expected.text) {
       const std::vector<int64_t> values = ParseNumberList(*actual, 64);
       for (const auto& [index, value] : expected.values) {
         const std::string got = index < values.size() ? std::to_string(values[index]) : "(no value)";
@@ -226,8 +214,7 @@ class Checker {
   }
 
   void Callbacks(const std::vector<CallbackExpect>& expected, const Slice& slice, const std::string& path) {
-    std::vector<std::string> want;
-    std::vector<std::string> got;
+    std::vector<std::string> want, got;
     bool same = expected.size() == slice.callbacks.size();
     for (const auto& callback : slice.callbacks) got.push_back(Describe(callback));
     for (size_t i = 0; i < expected.size(); ++i) {
@@ -242,51 +229,18 @@ class Checker {
     Compare(same, path, List(want), List(got));
   }
 
-  static bool SameData(const RequestExpect& expected, const sim::framework::MessageCenterRequest& request) {
-    if (!expected.data) return true;
-    if (expected.data->size() != request.data.size()) return false;
-    for (const auto& [key, want] : *expected.data) {
-      const auto found = request.data.find(key);
-      if (found == request.data.end()) return false;
-      const auto& value = found->second;
-      if (const auto* text = std::get_if<std::string>(&want)) {
-        if (value.type != 3 || value.text != *text) return false;
-      } else {
-        const int64_t number = value.type == 1 ? value.int64Value : static_cast<int64_t>(value.intValue);
-        if ((value.type != 0 && value.type != 1) || number != std::get<int64_t>(want)) return false;
-      }
-    }
-    return true;
-  }
-
-  void Requests(const std::vector<RequestExpect>& expected, const Slice& slice, const std::string& path) {
-    std::vector<std::string> want;
-    std::vector<std::string> got;
-    bool same = expected.size() == slice.requests.size();
-    for (const auto& request : slice.requests) got.push_back(DescribeRequest(request));
-    for (size_t i = 0; i < expected.size(); ++i) {
-      want.push_back(ToJson(expected[i]).dump());
-      same = same && i < slice.requests.size() && expected[i].name == slice.requests[i].name &&
-             SameData(expected[i], slice.requests[i]);
-    }
-    Compare(same, path, List(want), List(got));
-  }
-
   void Log(const std::vector<std::string>& wanted, const Slice& slice, const std::string& path) {
     ++m_result->checked;
     size_t line = 0;
-    for (size_t i = 0; i < wanted.size(); ++i) {
+    for (size_t i = 0; i < wanted.size(); ++line, ++i) {
       while (line < slice.log.size() && !LogMatches(LogText(slice.log[line]), wanted[i])) ++line;
-      if (line == slice.log.size()) {
-        std::string lines = slice.log.empty() ? " (no log lines)" : "; the lines were:";
-        for (const sim::LogLine& logged : slice.log) lines += "\n      " + LogText(logged);
-        Mismatch(
-            path + "[" + std::to_string(i) + "]",
-            "a log line containing " + Quoted(wanted[i]) + (i ? " after the line with " + Quoted(wanted[i - 1]) : ""),
-            "none" + lines);
-        return;
-      }
-      ++line;
+      if (line < slice.log.size()) continue;
+      std::string lines = slice.log.empty() ? " (no log lines)" : "; the lines were:";
+      for (const sim::LogLine& logged : slice.log) lines += "\n      " + LogText(logged);
+      return Mismatch(
+          path + "[" + std::to_string(i) + "]",
+          "a log line containing " + Quoted(wanted[i]) + (i ? " after the line with " + Quoted(wanted[i - 1]) : ""),
+          "none" + lines);
     }
   }
 
@@ -311,12 +265,17 @@ CheckResult Check(const Scenario& scenario, const RunResult& run) {
     const Step& step = scenario.steps[outcome.step];
     if (outcome.restart) continue;  // the restart after an abort
     std::string where = step.path + " " + outcome.title;
-    if (step.kind == Step::Kind::kCall && step.repeat > 1) {
+    if (step.repeat > 1)
       where += ", repetition " + std::to_string(outcome.repetition + 1) + " of " + std::to_string(step.repeat);
-    }
-    Checker(&result, where).StepDone(step, outcome);
+    Checker checker(&result, where);
+    if (outcome.observed) checker.Call(step.expect, *outcome.observed, step.path + ".expect.");
+    checker.Effects(step.expect, outcome.slice, step.path + ".expect.");
   }
-  if (run.error.empty()) Checker(&result, "at the end of the scenario").End(scenario, run);
+  if (run.error.empty()) {
+    Checker checker(&result, "at the end of the scenario");
+    checker.End(scenario.expect, run);
+    checker.Effects(scenario.expect, run.total, "expect.");
+  }
   return result;
 }
 
@@ -324,10 +283,7 @@ std::string FormatMismatches(const CheckResult& result) {
   std::ostringstream out;
   std::string where;
   for (const Mismatch& mismatch : result.mismatches) {
-    if (mismatch.where != where) {
-      where = mismatch.where;
-      out << "  " << where << ":\n";
-    }
+    if (mismatch.where != where) out << "  " << (where = mismatch.where) << ":\n";
     out << "    " << mismatch.path << "\n      expected: " << mismatch.expected << "\n      got:      " << mismatch.got
         << "\n";
   }

@@ -1,10 +1,9 @@
-#include "player.h"
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 
 #include "harness.h"
+#include "scenario.h"
 #include "simproperties.h"
 #include "simsensorhal.h"
 
@@ -51,33 +50,21 @@ Slice Take(Cursor* cursor) {
 void Note(const std::string& text) { sim::Record("scenario", text); }
 
 void ApplyCore(const CoreSetup& core) {
-  if (core.present) {
-    fw::InstallCore();
-  } else {
-    fw::RemoveCore();
-  }
+  core.present ? fw::InstallCore() : fw::RemoveCore();
   for (const auto& [kind, open] : core.switches) fw::SetSwitch(kind, open);
   for (const auto& [hook, arguments] : core.hookArguments) fw::SetHookArguments(hook, arguments);
 }
 
 void ApplyMessageCenter(const MessageCenterSetup& centre) {
-  if (!centre.present) {
-    fw::RemoveMessageCenter();
-  } else if (centre.withSend) {
-    fw::InstallMessageCenter();
-  } else {
-    fw::InstallMessageCenterWithoutSend();
-  }
+  !centre.present   ? fw::RemoveMessageCenter()
+  : centre.withSend ? fw::InstallMessageCenter()
+                    : fw::InstallMessageCenterWithoutSend();
   for (const auto& [sensor, type] : centre.sensorTypes) fw::SetSensorType(sensor, type);
   for (const auto& [type, answer] : centre.mostProbed) fw::SetMostProbedSensor(type, answer.sensor, answer.recordCount);
 }
 
 void ApplyDeviceFile(const char* path, const std::optional<std::string>& text) {
-  if (text) {
-    sim::WriteDeviceFile(path, *text);
-  } else {
-    sim::RemoveDeviceFile(path);
-  }
+  text ? sim::WriteDeviceFile(path, *text) : sim::RemoveDeviceFile(path);
 }
 
 void ApplyKernelParameter(const KernelParameter& parameter) {
@@ -94,16 +81,13 @@ void ApplyChanges(const Changes& changes) {
     Note(std::string("message centre ") + (changes.messageCenter->present ? "installed" : "removed"));
   }
   for (const auto& [key, value] : changes.properties) {
-    if (value) {
-      sim::PresetProperty(key, *value);
-      Note("property " + key + "=" + *value);
-      continue;
-    }
     std::map<std::string, std::string> kept = sim::AllProperties();
     kept.erase(key);
-    sim::ResetProperties();
-    for (const auto& [name, text] : kept) sim::PresetProperty(name, text);
-    Note("property " + key + " removed");
+    if (!value) sim::ResetProperties();  // and sets the others again
+    for (const auto& [name, text] : value ? std::map<std::string, std::string>{{key, *value}} : kept) {
+      sim::PresetProperty(name, text);
+    }
+    Note("property " + key + (value ? "=" + *value : " removed"));
   }
   if (changes.kernelParameter) {
     ApplyKernelParameter(*changes.kernelParameter);
@@ -151,11 +135,9 @@ class Runner {
 
  private:
   // Starts a camera process; a fresh process starts with rand() unseeded.
-  template <typename Start>
-  bool StartProcess(Start start) {
+  bool StartProcess(const std::function<sim::HookLibrary*()>& start) {
     std::srand(1);
-    m_library = start();
-    if (m_library == nullptr) {
+    if ((m_library = start()) == nullptr) {
       m_result.error = m_startError.empty() ? "cannot load the hook library " + sim::HookLibraryPath() : m_startError;
     }
     return m_library != nullptr;

@@ -18,36 +18,29 @@ struct Failure {
   std::string message;
 };
 
-constexpr int64_t kInt32Min = INT32_MIN;
-constexpr int64_t kInt32Max = INT32_MAX;
-constexpr int64_t kUint32Max = UINT32_MAX;
+constexpr int64_t kInt32Min = INT32_MIN, kInt32Max = INT32_MAX, kUint32Max = UINT32_MAX;
 constexpr char kHalResult[] = "a HAL result (0 success, non-zero failure)";
+constexpr char kStrings[] = "an array of strings";
 
-std::string Join(const std::vector<std::string>& items, const std::string& separator) {
+std::string Join(const std::vector<std::string>& items, const std::string& separator = ", ") {
   std::string text;
   for (size_t i = 0; i < items.size(); ++i) text += (i ? separator : "") + items[i];
   return text;
 }
 
-// A value for an error message: its kind and the start of its text. Values
-// are at most kMaxDepth deep, so dumping one is bounded.
+// A value for an error message: its kind and the start of its text (values
+// are at most kMaxDepth deep, so the text is bounded work).
 std::string Shown(const Json& value) {
-  static const std::map<Json::value_t, std::string> kKinds = {{Json::value_t::null, "null"},
-                                                              {Json::value_t::boolean, "a boolean"},
-                                                              {Json::value_t::number_integer, "an integer"},
-                                                              {Json::value_t::number_unsigned, "an integer"},
-                                                              {Json::value_t::number_float, "a number with a fraction"},
-                                                              {Json::value_t::string, "a string"},
-                                                              {Json::value_t::array, "an array"},
-                                                              {Json::value_t::object, "an object"}};
-  const auto kind = kKinds.find(value.type());
+  static const char* const kKinds[] = {"null",      "an object",  "an array",   "a string",
+                                       "a boolean", "an integer", "an integer", "a number with a fraction"};
+  const auto kind = static_cast<size_t>(value.type());
   std::string text = value.dump(-1, ' ', false, Json::error_handler_t::replace);
   if (text.size() > 40) text = text.substr(0, 37) + "...";
-  return (kind == kKinds.end() ? std::string("something else") : kind->second) + " (" + text + ")";
+  return std::string(kind < std::size(kKinds) ? kKinds[kind] : "something else") + " (" + text + ")";
 }
 
 std::string Article(const std::string& word) {
-  return std::string("AEIOU").find(word.empty() ? 'x' : word[0]) == std::string::npos ? "a " : "an ";
+  return std::string("AEIOU").find(word[0]) == std::string::npos ? "a " : "an ";
 }
 
 // A value inside the scenario with its JSON path, for errors that say where.
@@ -74,16 +67,14 @@ class Node {
   std::vector<std::pair<std::string, Node>> Members(const std::string& what) const {
     if (!m_value->is_object()) Expected(what);
     std::vector<std::pair<std::string, Node>> members;
-    for (auto it = m_value->begin(); it != m_value->end(); ++it) {
-      members.emplace_back(it.key(), Node(it.value(), m_path + "." + it.key()));
-    }
+    for (auto it = m_value->begin(); it != m_value->end(); ++it) members.emplace_back(it.key(), At(it.key()));
     return members;
   }
   // Rejects keys outside `known`, naming the ones that are allowed.
   void OnlyKeys(const std::vector<std::string>& known, const std::string& what) const {
     for (const auto& [key, value] : Members(what)) {
       if (std::find(known.begin(), known.end(), key) == known.end()) {
-        Fail("unknown key \"" + key + "\" in " + what + "; known keys: " + Join(known, ", "));
+        Fail("unknown key \"" + key + "\" in " + what + "; known keys: " + Join(known));
       }
     }
   }
@@ -117,18 +108,19 @@ class Node {
     if (number < low || number > high) Fail("expected " + what + range + ", got " + std::to_string(number));
     return number;
   }
+  int64_t Any64(const std::string& what) const { return Integer(INT64_MIN, INT64_MAX, what); }
   uint64_t Unsigned64(const std::string& what) const {
-    if (m_value->is_number_unsigned()) return m_value->get<uint64_t>();
-    return static_cast<uint64_t>(Integer(0, INT64_MAX, what));
+    return m_value->is_number_unsigned() ? m_value->get<uint64_t>()
+                                         : static_cast<uint64_t>(Integer(0, INT64_MAX, what));
   }
   std::vector<std::string> Strings(const std::string& what) const {
     std::vector<std::string> strings;
     for (const Node& item : Items(what)) strings.push_back(item.String(what));
     return strings;
   }
-  std::vector<int64_t> Numbers(const std::string& what, const std::string& each) const {
+  std::vector<int64_t> Numbers(const std::string& what, const std::string& each = "a number") const {
     std::vector<int64_t> numbers;
-    for (const Node& item : Items(what)) numbers.push_back(item.Integer(INT64_MIN, INT64_MAX, each));
+    for (const Node& item : Items(what)) numbers.push_back(item.Any64(each));
     return numbers;
   }
 
@@ -138,16 +130,11 @@ class Node {
 };
 
 // A number in a key ("32" of {"32": -110}) below `limit`.
-size_t Index(const std::string& key, size_t limit, const Node& value, const std::string& message) {
+size_t Index(const std::string& key, int64_t limit, const Node& value, const std::string& message) {
   char* end = nullptr;
   const long index = std::strtol(key.c_str(), &end, 10);
-  if (key.empty() || *end != '\0' || index < 0 || static_cast<size_t>(index) >= limit) value.Fail(message);
+  if (key.empty() || *end != '\0' || index < 0 || index >= limit) value.Fail(message);
   return static_cast<size_t>(index);
-}
-
-std::string Text(const Node& node) {
-  if (node.value().is_array()) return Join(node.Strings("a string or an array of lines"), "\n");
-  return node.String("a string or an array of lines");
 }
 
 std::optional<std::string> OverrideSettings(const Node& node) {
@@ -162,11 +149,11 @@ std::map<std::string, std::optional<std::string>> Properties(const Node& node) {
   std::map<std::string, std::optional<std::string>> properties;
   for (const auto& [key, value] : node.Members("an object of property names and values")) {
     if (key.empty()) value.Fail("a property name cannot be empty");
-    if (value.IsNull()) {
-      properties[key] = std::nullopt;
-    } else {
+    if (!value.IsNull()) {
       properties[key] =
           value.value().is_number_integer() ? value.value().dump() : value.String("a property value (a string)");
+    } else {
+      properties[key] = std::nullopt;
     }
   }
   return properties;
@@ -175,19 +162,17 @@ std::map<std::string, std::optional<std::string>> Properties(const Node& node) {
 KernelParameter Kernel(const Node& node) {
   if (node.IsNull()) return {false, ""};
   std::vector<int64_t> values;
-  if (node.value().is_object()) {
-    // {"count": 64, "32": -110}: a table of zeros with a few entries set.
-    values.assign(node.Has("count") ? static_cast<size_t>(node.At("count").Integer(0, 1000, "a number of values")) : 64,
-                  0);
+  if (node.value().is_object()) {  // {"count": 64, "32": -110}: a table of zeros with a few entries set
+    values.resize(node.Has("count") ? static_cast<size_t>(node.At("count").Integer(0, 1000, "a number of values"))
+                                    : 64);
     for (const auto& [key, value] : node.Members("")) {
       if (key == "count") continue;
-      const size_t index = Index(
-          key, values.size(), value,
-          "an index from \"0\" to \"" + std::to_string(values.size() - 1) + "\" (or \"count\"), got \"" + key + "\"");
-      values[index] = value.Integer(INT64_MIN, INT64_MAX, "a number");
+      values[Index(key, static_cast<int64_t>(values.size()), value,
+                   "an index from \"0\" to \"" + std::to_string(values.size() - 1) + "\" (or \"count\"), got \"" + key +
+                       "\"")] = value.Any64("a number");
     }
   } else if (node.value().is_array()) {
-    values = node.Numbers("an array of numbers", "a number");
+    values = node.Numbers("an array of numbers");
   } else {
     return {true, node.String("the parameter text (\"0,0,...\"), an array of numbers, an object of index and value, "
                               "or null (no file)")};
@@ -205,7 +190,7 @@ CoreSetup Core(const Node& node) {
     for (const auto& [key, value] : node.At("switches").Members("an object of switch kinds and true/false")) {
       char* end = nullptr;
       const long kind = std::strtol(key.c_str(), &end, 10);
-      if (key.empty() || *end != '\0' || kind < INT32_MIN || kind > INT32_MAX) {
+      if (key.empty() || *end != '\0' || kind < kInt32Min || kind > kInt32Max) {
         value.Fail("a switch kind is a number such as \"2\", got \"" + key + "\"");
       }
       core.switches[static_cast<int32_t>(kind)] = value.Bool();
@@ -234,8 +219,7 @@ MessageCenterSetup MessageCenter(const Node& node) {
       value.OnlyKeys({"sensor", "recordCount"}, "a most-probed answer");
       MostProbed& answer = centre.mostProbed[key];
       if (value.Has("sensor")) answer.sensor = value.At("sensor").String("a sensor name");
-      if (value.Has("recordCount"))
-        answer.recordCount = value.At("recordCount").Integer(INT64_MIN, INT64_MAX, "a record count");
+      if (value.Has("recordCount")) answer.recordCount = value.At("recordCount").Any64("a record count");
     }
   }
   return centre;
@@ -247,27 +231,20 @@ KernelExpect KernelExpectation(const Node& value) {
   KernelExpect expect;
   for (const auto& [index, number] : value.Members("the parameter text, an object of index and value, or null")) {
     expect.values[Index(index, 64, number, "an index is from \"0\" to \"63\", got \"" + index + "\"")] =
-        number.Integer(INT64_MIN, INT64_MAX, "a number");
+        number.Any64("a number");
   }
   return expect;
 }
 
 Value FieldValue(const Node& value, FieldKind kind) {
-  switch (kind) {
-    case FieldKind::kFlag:
-      return value.Bool();
-    case FieldKind::kNumbers:
-      return value.Numbers("an array of numbers", "a number");
-    case FieldKind::kMessage: {
-      value.OnlyKeys({"type", "errorCode", "errorWord"}, "\"message\"");
-      Fields fields;
-      for (const auto& [field, number] : value.Members(""))
-        fields.emplace_back(field, number.Integer(0, kUint32Max, "a number"));
-      return fields;
-    }
-    default:
-      return value.Integer(0, kUint32Max, "a number");
-  }
+  if (kind == FieldKind::kFlag) return value.Bool();
+  if (kind == FieldKind::kNumbers) return value.Numbers("an array of numbers");
+  if (kind != FieldKind::kMessage) return value.Integer(0, kUint32Max, "a number");
+  value.OnlyKeys({"type", "errorCode", "errorWord"}, "\"message\"");
+  Fields fields;
+  for (const auto& [field, number] : value.Members(""))
+    fields.emplace_back(field, number.Integer(0, kUint32Max, "a number"));
+  return fields;
 }
 
 // Validates an "expect" object; `step` is null for the scenario's final expectations.
@@ -299,8 +276,6 @@ Expectations Expect(const Node& node, const Step* step) {
       }
     } else if (key == "aborts") {
       e.aborts = value.Integer(0, kUint32Max, "a number");
-    } else if (key == "switchQueries") {
-      e.switchQueries = value.Numbers("an array of numbers", "a number");
     } else if (key == "properties") {
       e.properties = Properties(value);
     } else if (key == "kernelParameter") {
@@ -308,59 +283,59 @@ Expectations Expect(const Node& node, const Step* step) {
     } else if (key == "kernelWrites" && value.value().is_number_integer()) {
       e.kernelWriteCount = value.Integer(0, INT32_MAX, "a number of writes");
     } else if (key == "kernelWrites") {
-      e.kernelWrites.emplace();
+      auto& writes = e.kernelWrites.emplace();
       for (const Node& item : value.Items("a number of writes or an array of writes")) {
         item.OnlyKeys({"text", "values", "bytes"}, "a kernel write");
-        KernelWriteExpect& write = e.kernelWrites->emplace_back();
+        KernelWriteExpect& write = writes.emplace_back();
         if (item.Has("text")) write.text = item.At("text").String();
         if (item.Has("bytes")) write.bytes = item.At("bytes").Integer(0, 65536, "a byte count");
         if (item.Has("values")) write.values = KernelExpectation(item.At("values"));
       }
-    } else if (key == "notifications") {
-      e.notifications = value.Strings("an array of strings");
-    } else if (key == "argumentQueries") {
-      e.argumentQueries = value.Strings("an array of strings");
-    } else if (key == "log") {
-      e.log = value.Strings("an array of strings");
-    } else if (key == "noLog") {
-      e.noLog = value.Strings("an array of strings");
+    } else if (key == "notifications" || key == "argumentQueries" || key == "log" || key == "noLog") {
+      (key == "notifications" ? e.notifications
+       : key == "log"         ? e.log
+       : key == "noLog"       ? e.noLog
+                              : e.argumentQueries) = value.Strings(kStrings);
+    } else if (key == "switchQueries") {
+      auto& kinds = e.switchQueries.emplace();
+      for (int64_t kind : value.Numbers("an array of numbers")) kinds.push_back(std::to_string(kind));
+    } else if (key == "probeRecords") {
+      auto& records = e.probeRecords.emplace();
+      for (const Node& item : value.Items("an array of probe records")) {
+        item.OnlyKeys({"name", "failed"}, "a probe record");
+        if (!item.Has("name") || !item.Has("failed")) item.Fail("a probe record has a \"name\" and \"failed\"");
+        records.push_back(item.At("name").String() + (item.At("failed").Bool() ? " failed" : " probed"));
+      }
     } else if (key == "logCount") {
-      e.logCount.emplace();
+      auto& counts = e.logCount.emplace();
       for (const auto& [text, count] : value.Members("an object of texts and line counts")) {
-        e.logCount->emplace_back(text, count.Integer(0, INT32_MAX, "a number of lines"));
+        counts.emplace_back(text, count.Integer(0, INT32_MAX, "a number of lines"));
       }
     } else if (key == "callbacks") {
-      e.callbacks.emplace();
+      auto& callbacks = e.callbacks.emplace();
       for (const Node& item : value.Items("an array of protection callbacks")) {
         item.OnlyKeys({"arg0", "arg1", "errorCode", "name", "messageType"}, "a callback");
-        CallbackExpect& callback = e.callbacks->emplace_back();
+        CallbackExpect& callback = callbacks.emplace_back();
         if (item.Has("arg0")) callback.arg0 = item.At("arg0").Integer(0, kUint32Max, "a 32-bit word");
         if (item.Has("arg1")) callback.arg1 = item.At("arg1").Integer(0, kUint32Max, "a 32-bit word");
         if (item.Has("errorCode")) callback.errorCode = item.At("errorCode").Unsigned64("a 64-bit code");
         if (item.Has("name")) callback.name = item.At("name").String();
         if (item.Has("messageType")) callback.messageType = item.At("messageType").String();
       }
-    } else if (key == "probeRecords") {
-      e.probeRecords.emplace();
-      for (const Node& item : value.Items("an array of probe records")) {
-        item.OnlyKeys({"name", "failed"}, "a probe record");
-        if (!item.Has("name") || !item.Has("failed")) item.Fail("a probe record has a \"name\" and \"failed\"");
-        e.probeRecords->emplace_back(item.At("name").String(), item.At("failed").Bool());
-      }
     } else if (key == "messageCenterRequests") {
-      e.requests.emplace();
+      auto& requests = e.requests.emplace();
       for (const Node& item : value.Items("an array of message-centre requests")) {
         item.OnlyKeys({"name", "data"}, "a message-centre request");
         if (!item.Has("name")) item.Fail("a request needs its \"name\"");
-        RequestExpect& request = e.requests->emplace_back();
+        RequestExpect& request = requests.emplace_back();
         request.name = item.At("name").String();
         if (!item.Has("data")) continue;
-        request.data.emplace();
+        auto& data = request.data.emplace();
         for (const auto& [field, v] : item.At("data").Members("an object of data entries")) {
           if (v.value().is_string()) {
-            request.data->emplace_back(field, v.String());
+            data.emplace_back(field, v.String());
           } else {
-            request.data->emplace_back(field, v.Integer(INT64_MIN, INT64_MAX, "a string or a number"));
+            data.emplace_back(field, v.Any64("a string or a number"));
           }
         }
       }
@@ -383,18 +358,21 @@ class Parser {
                   "the scenario");
     if (!root.Has("name")) root.Fail("a scenario needs a \"name\" (a short title)");
     m_scenario->name = root.At("name").String();
-    if (root.Has("description")) m_scenario->description = Text(root.At("description"));
+    if (root.Has("description")) {
+      const Node description = root.At("description");
+      m_scenario->description = description.value().is_array()
+                                    ? Join(description.Strings("a string or an array of lines"), "\n")
+                                    : description.String("a string or an array of lines");
+    }
     if (!root.Has("device")) root.Fail("a scenario needs a \"device\" with its \"cameras\"");
     ParseDevice(root.At("device"));
     if (root.Has("overrideSettings")) m_scenario->overrideSettings = OverrideSettings(root.At("overrideSettings"));
-    if (root.Has("properties")) {
-      for (const auto& [key, value] : Properties(root.At("properties"))) {
-        if (!value) root.At("properties").At(key).Expected("a property value (a string)");
-        m_scenario->properties[key] = *value;
-      }
+    for (const auto& [key, value] : root.Has("properties") ? Properties(root.At("properties")) : Changes{}.properties) {
+      if (!value) root.At("properties").At(key).Expected("a property value (a string)");
+      m_scenario->properties[key] = *value;
     }
-    m_scenario->kernelParameter.text = ZeroTable();
-    if (root.Has("kernelParameter")) m_scenario->kernelParameter = Kernel(root.At("kernelParameter"));
+    m_scenario->kernelParameter =
+        root.Has("kernelParameter") ? Kernel(root.At("kernelParameter")) : KernelParameter{true, ZeroTable()};
     if (root.Has("core")) m_scenario->core = Core(root.At("core"));
     if (root.Has("messageCenter")) m_scenario->messageCenter = MessageCenter(root.At("messageCenter"));
     if (!root.Has("steps")) root.Fail("a scenario needs \"steps\" (the HAL calls to play)");
@@ -411,16 +389,15 @@ class Parser {
     for (const Node& item : device.At("cameras").Items("an array of cameras")) {
       item.OnlyKeys({"id", "slot", "role", "sensors", "eeproms", "actuators"}, "a camera");
       if (!item.Has("id")) item.Fail("a camera needs an \"id\" (the HAL's camera id)");
-      Camera camera;
+      Camera& camera = m_scenario->cameras.emplace_back();
       camera.id = static_cast<uint32_t>(item.At("id").Integer(0, UINT16_MAX, "a camera id"));
-      if (FindCamera(camera.id) != nullptr)
+      if (FindCamera(camera.id) != &camera)
         item.At("id").Fail("camera " + std::to_string(camera.id) + " is listed twice");
       if (item.Has("slot")) camera.slot = static_cast<uint32_t>(item.At("slot").Integer(0, kUint32Max, "a slot id"));
       if (item.Has("role")) camera.role = item.At("role").String();
       if (item.Has("sensors")) camera.sensors = item.At("sensors").Strings("an array of sensor names");
       if (item.Has("eeproms")) camera.eeproms = item.At("eeproms").Strings("an array of EEPROM names");
       if (item.Has("actuators")) camera.actuators = item.At("actuators").Strings("an array of actuator names");
-      m_scenario->cameras.push_back(camera);
     }
   }
 
@@ -448,31 +425,25 @@ class Parser {
     } else if (node.Has("set")) {
       node.OnlyKeys({"set", "note", "expect"}, "a set step");
       step.kind = Step::Kind::kSet;
-      step.changes = ParseChanges(node.At("set"));
+      const Node set = node.At("set");
+      set.OnlyKeys({"core", "messageCenter", "properties", "kernelParameter", "overrideSettings", "bootTime"},
+                   "\"set\"");
+      Changes& changes = step.changes;
+      if (set.Has("core")) changes.core = Core(set.At("core"));
+      if (set.Has("messageCenter")) changes.messageCenter = MessageCenter(set.At("messageCenter"));
+      if (set.Has("properties")) changes.properties = Properties(set.At("properties"));
+      if (set.Has("kernelParameter")) changes.kernelParameter = Kernel(set.At("kernelParameter"));
+      if (set.Has("overrideSettings")) changes.overrideSettings = OverrideSettings(set.At("overrideSettings"));
+      if (set.Has("bootTime")) changes.bootTime = set.At("bootTime").Integer(0, INT32_MAX, "seconds since boot");
     } else {
       ParseCall(node, &step);
     }
     if (node.Has("expect")) step.expect = Expect(node.At("expect"), &step);
-    m_played += step.kind == Step::Kind::kCall ? static_cast<size_t>(step.repeat) : 1;
-    if (m_played > kMaxSteps) {
+    if ((m_played += static_cast<size_t>(step.repeat)) > kMaxSteps) {
       node.Fail("the scenario plays more than " + std::to_string(kMaxSteps) +
-                " steps (repetitions counted), "
-                "the most a scenario may play");
+                " steps (repetitions counted), the most a scenario may play");
     }
     return step;
-  }
-
-  static Changes ParseChanges(const Node& node) {
-    node.OnlyKeys({"core", "messageCenter", "properties", "kernelParameter", "overrideSettings", "bootTime"},
-                  "\"set\"");
-    Changes changes;
-    if (node.Has("core")) changes.core = Core(node.At("core"));
-    if (node.Has("messageCenter")) changes.messageCenter = MessageCenter(node.At("messageCenter"));
-    if (node.Has("properties")) changes.properties = Properties(node.At("properties"));
-    if (node.Has("kernelParameter")) changes.kernelParameter = Kernel(node.At("kernelParameter"));
-    if (node.Has("overrideSettings")) changes.overrideSettings = OverrideSettings(node.At("overrideSettings"));
-    if (node.Has("bootTime")) changes.bootTime = node.At("bootTime").Integer(0, INT32_MAX, "seconds since boot");
-    return changes;
   }
 
   const Camera& StepCamera(const Node& camera, uint32_t limit) const {
@@ -482,33 +453,33 @@ class Parser {
       std::vector<std::string> ids;
       for (const Camera& known : m_scenario->cameras) ids.push_back(std::to_string(known.id));
       camera.Fail("camera " + std::to_string(id) + " is not on the device (device.cameras has " +
-                  (ids.empty() ? std::string("none") : Join(ids, ", ")) + ")");
+                  (ids.empty() ? std::string("none") : Join(ids)) + ")");
     }
     if (id >= limit) {
       camera.Fail("camera " + std::to_string(id) +
-                  " is outside the 16-entry slot table; the library stops the "
-                  "camera process there (bounds trap), which the simulator does not play");
+                  " is outside the 16-entry slot table; the library stops the camera process there (bounds trap), "
+                  "which the simulator does not play");
     }
     return *found;
   }
 
   // A module name: given (and, with a camera, one of the device's), or the camera's first.
-  static std::string Named(const Node& node, const std::string& key, const std::vector<std::string>& known,
-                           const std::string& what, const Camera* camera) {
+  static std::string Named(const Node& node, const std::string& key, const Camera* camera,
+                           std::vector<std::string> Camera::* list, const std::string& what) {
+    const std::vector<std::string> known = camera != nullptr ? camera->*list : std::vector<std::string>{};
     if (node.Has(key)) {
       const std::string name = node.At(key).String("a " + what + " name");
-      if (camera != nullptr && !known.empty() && std::find(known.begin(), known.end(), name) == known.end()) {
+      if (!known.empty() && std::find(known.begin(), known.end(), name) == known.end()) {
         node.At(key).Fail("\"" + name + "\" is not a " + what + " of camera " + std::to_string(camera->id) +
-                          " (device lists " + Join(known, ", ") + ")");
+                          " (device lists " + Join(known) + ")");
       }
       return name;
     }
-    if (camera != nullptr && !known.empty()) return known.front();
+    if (!known.empty()) return known.front();
     node.Fail("this call needs \"" + key + "\" (or a camera whose device entry lists " + what + "s)");
   }
 
-  // "hal" or "kernel": an array gives one value per call (none beyond it), a
-  // single value every call.
+  // "hal" or "kernel": an array gives one value per call (none beyond it), a single value every call.
   template <typename T, typename Read>
   static std::optional<std::vector<T>> PerCall(const Node& node, T* every, const std::string& what, Read read) {
     if (!node.value().is_array()) {
@@ -523,13 +494,12 @@ class Parser {
 
   void ParseCall(const Node& node, Step* step) {
     const std::string function = node.At("call").String("the name of a hooked HAL function");
-    step->hook = FindCall(function);
-    if (step->hook == nullptr) {
+    if ((step->hook = FindCall(function)) == nullptr) {
       std::vector<std::string> known;
       for (const CatalogueEntry& entry : Catalogue()) {
         if (entry.call != nullptr) known.push_back(entry.call);
       }
-      node.At("call").Fail("\"" + function + "\" is not a hooked HAL function; known: " + Join(known, ", "));
+      node.At("call").Fail("\"" + function + "\" is not a hooked HAL function; known: " + Join(known));
     }
     const std::string call = Article(function) + function + " call";
     std::vector<std::string> keys = {"call", "note", "expect", "repeat", "hal"};
@@ -540,107 +510,72 @@ class Parser {
     std::optional<std::vector<CamxResult>> results;
     std::optional<std::vector<std::optional<int64_t>>> kernels;
     const Camera* camera = nullptr;
+    static const std::map<Arg, std::string> kRequired = {
+        {Arg::kCameraOrNull, "a \"camera\" (null: the HAL object has no camera id)"},
+        {Arg::kCamera, "a \"camera\""},
+        {Arg::kBringUpCamera, "a \"camera\""},
+        {Arg::kSubmitCamera, "a \"camera\""},
+        {Arg::kOpcode, "an \"opcode\" (2 init, 4 config)"},
+        {Arg::kSlaveAddress, "a \"slaveAddress\" (such as \"0x18\")"},
+        {Arg::kSlaveAddress16, "a \"slaveAddress\" (such as \"0x18\")"},
+        {Arg::kTimestamps, "\"timestamps\" (nanoseconds, one per sample)"},
+        {Arg::kMessage, "a \"message\" ({\"type\", \"value\"} or null)"}};
+    const auto u32 = [](const Node& value, const char* what) {
+      return static_cast<uint32_t>(value.Integer(0, kUint32Max, what));
+    };
+    const auto byte = [](const Node& value) { return static_cast<uint8_t>(value.Integer(0, 255, "a byte value")); };
     for (Arg arg : step->hook->args) {
       const std::string key = ArgKey(arg);
       const bool has = node.Has(key);
       const Node value = has ? node.At(key) : node;
-      const auto need = [&](const std::string& what) {
-        if (!has) node.Fail(call + " needs " + what);
-      };
-      switch (arg) {
-        case Arg::kCameraOrNull:
-          need("a \"camera\" (null: the HAL object has no camera id)");
-          a.cameraAbsent = value.IsNull();
-          if (a.cameraAbsent) break;
-          [[fallthrough]];
-        case Arg::kCamera:
-        case Arg::kBringUpCamera:
-        case Arg::kSubmitCamera: {
-          need("a \"camera\"");
-          const bool traps =
-              arg == Arg::kBringUpCamera || (arg == Arg::kSubmitCamera && (a.opcode == 2 || a.opcode == 4));
-          camera = &StepCamera(value, traps ? 16 : UINT16_MAX + 1u);
-          a.camera = camera->id;
-          break;
+      if (!has && kRequired.count(arg) != 0) node.Fail(call + " needs " + kRequired.at(arg));
+      if (arg == Arg::kCamera || arg == Arg::kBringUpCamera || arg == Arg::kSubmitCamera ||
+          (arg == Arg::kCameraOrNull && !(a.cameraAbsent = value.IsNull()))) {
+        const bool traps =
+            arg == Arg::kBringUpCamera || (arg == Arg::kSubmitCamera && (a.opcode == 2 || a.opcode == 4));
+        a.camera = (camera = &StepCamera(value, traps ? 16 : UINT16_MAX + 1u))->id;
+      }
+      if (arg == Arg::kModuleCamera && has) camera = &StepCamera(value, UINT16_MAX + 1u);
+      if (arg == Arg::kSlot) a.slot = has ? u32(value, "a slot id") : camera->slot;
+      if (arg == Arg::kSensor) a.sensor = Named(node, key, camera, &Camera::sensors, "sensor");
+      if (arg == Arg::kEeprom) a.eeprom = Named(node, key, camera, &Camera::eeproms, "EEPROM");
+      if (arg == Arg::kActuator && (!has || !value.IsNull())) {
+        a.actuator = Named(node, key, camera, &Camera::actuators, "actuator");
+      }
+      if (arg == Arg::kOpcode) a.opcode = u32(value, "a packet opcode");
+      if (arg == Arg::kSlaveAddress) a.slaveAddress = u32(value, "an I2C slave address");
+      if (arg == Arg::kSlaveAddress16)
+        a.slaveAddress = static_cast<uint32_t>(value.Integer(0, UINT16_MAX, "a 16-bit slave address"));
+      if (arg == Arg::kData && has && !(a.dataNull = value.IsNull())) {
+        value.OnlyKeys({"length", "fill"}, "\"data\" (the EEPROM bytes handed over)");
+        if (value.Has("length")) {
+          a.dataLength = static_cast<uint32_t>(
+              value.At("length").Integer(1024, 65536, "a length in bytes (the HAL reads at least 1024)"));
         }
-        case Arg::kModuleCamera:
-          if (has) camera = &StepCamera(value, UINT16_MAX + 1u);
-          break;
-        case Arg::kSlot:
-          a.slot = has ? static_cast<uint32_t>(value.Integer(0, kUint32Max, "a slot id")) : camera->slot;
-          break;
-        case Arg::kSensor:
-          a.sensor = Named(node, key, camera ? camera->sensors : std::vector<std::string>{}, "sensor", camera);
-          break;
-        case Arg::kEeprom:
-          a.eeprom = Named(node, key, camera ? camera->eeproms : std::vector<std::string>{}, "EEPROM", camera);
-          break;
-        case Arg::kActuator:
-          if (!has || !value.IsNull()) {
-            a.actuator = Named(node, key, camera ? camera->actuators : std::vector<std::string>{}, "actuator", camera);
-          }
-          break;
-        case Arg::kOpcode:
-          need("an \"opcode\" (2 init, 4 config)");
-          a.opcode = static_cast<uint32_t>(value.Integer(0, kUint32Max, "a packet opcode"));
-          break;
-        case Arg::kSlaveAddress:
-        case Arg::kSlaveAddress16:
-          need("a \"slaveAddress\" (such as \"0x18\")");
-          a.slaveAddress =
-              static_cast<uint32_t>(arg == Arg::kSlaveAddress ? value.Integer(0, kUint32Max, "an I2C slave address")
-                                                              : value.Integer(0, UINT16_MAX, "a 16-bit slave address"));
-          break;
-        case Arg::kData:
-          a.dataNull = has && value.IsNull();
-          if (!has || a.dataNull) break;
-          value.OnlyKeys({"length", "fill"}, "\"data\" (the EEPROM bytes handed over)");
-          if (value.Has("length")) {
-            a.dataLength = static_cast<uint32_t>(
-                value.At("length").Integer(1024, 65536, "a length in bytes (the HAL reads at least 1024)"));
-          }
-          if (value.Has("fill")) a.fill = static_cast<uint8_t>(value.At("fill").Integer(0, 255, "a byte value"));
-          break;
-        case Arg::kSize:
-          if (has) a.size = static_cast<int32_t>(value.Integer(kInt32Min, kInt32Max, "a size"));
-          break;
-        case Arg::kTimestamps:
-          need("\"timestamps\" (nanoseconds, one per sample)");
-          a.timestamps = value.Numbers("an array of timestamps in nanoseconds", "a timestamp in nanoseconds");
-          if (a.timestamps.size() > 4096) value.Fail("at most 4096 samples per batch");
-          break;
-        case Arg::kSensorType:
-          if (has) a.sensorType = static_cast<int32_t>(value.Integer(kInt32Min, kInt32Max, "an NCSSensorType"));
-          break;
-        case Arg::kMessage:
-          need("a \"message\" ({\"type\", \"value\"} or null)");
-          a.messageNull = value.IsNull();
-          if (a.messageNull) break;
-          value.OnlyKeys({"type", "value"}, "\"message\"");
-          if (value.Has("type"))
-            a.messageType = static_cast<uint32_t>(value.At("type").Integer(0, kUint32Max, "a message kind"));
-          if (value.Has("value")) a.messageValue = value.At("value").Unsigned64("a 64-bit value");
-          break;
-        case Arg::kUserData:
-          if (has) a.userDataNull = !value.Bool();
-          break;
-        case Arg::kRecordControl:
-          if (has && !value.IsNull()) a.recordControl = static_cast<uint8_t>(value.Integer(0, 255, "a byte value"));
-          break;
-        case Arg::kTagRegistered:
-          if (has) a.tagRegistered = value.Bool();
-          break;
-        case Arg::kTagZero:
-          if (has) a.tagZero = static_cast<uint8_t>(value.Integer(0, 255, "a byte value"));
-          break;
-        case Arg::kKernel:
-          if (has) {
-            kernels = PerCall(value, &after.kernel, "kernel result", [](const Node& item) -> std::optional<int64_t> {
-              if (item.IsNull()) return std::nullopt;
-              return item.Integer(INT64_MIN, INT64_MAX, "a kernel probe result (kmd; 0 success) or null (none)");
-            });
-          }
-          break;
+        if (value.Has("fill")) a.fill = byte(value.At("fill"));
+      }
+      if (arg == Arg::kSize && has) a.size = static_cast<int32_t>(value.Integer(kInt32Min, kInt32Max, "a size"));
+      if (arg == Arg::kTimestamps) {
+        a.timestamps = value.Numbers("an array of timestamps in nanoseconds", "a timestamp in nanoseconds");
+        if (a.timestamps.size() > 4096) value.Fail("at most 4096 samples per batch");
+      }
+      if (arg == Arg::kSensorType && has) {
+        a.sensorType = static_cast<int32_t>(value.Integer(kInt32Min, kInt32Max, "an NCSSensorType"));
+      }
+      if (arg == Arg::kMessage && !(a.messageNull = value.IsNull())) {
+        value.OnlyKeys({"type", "value"}, "\"message\"");
+        if (value.Has("type")) a.messageType = u32(value.At("type"), "a message kind");
+        if (value.Has("value")) a.messageValue = value.At("value").Unsigned64("a 64-bit value");
+      }
+      if (arg == Arg::kUserData) a.userDataNull = has && !value.Bool();
+      if (arg == Arg::kRecordControl && has && !value.IsNull()) a.recordControl = byte(value);
+      if (arg == Arg::kTagRegistered) a.tagRegistered = !has || value.Bool();
+      if (arg == Arg::kTagZero && has) a.tagZero = byte(value);
+      if (arg == Arg::kKernel && has) {
+        kernels = PerCall(value, &after.kernel, "kernel result", [](const Node& item) -> std::optional<int64_t> {
+          if (item.IsNull()) return std::nullopt;
+          return item.Any64("a kernel probe result (kmd; 0 success) or null (none)");
+        });
       }
     }
     if (node.Has("hal")) {
@@ -661,23 +596,49 @@ class Parser {
   size_t m_played = 0;
 };
 
+// Refuses nesting deeper than kMaxDepth while the text is parsed, knowing the
+// JSON path of the place; no structure deeper than that is ever built.
+class DepthGuard {
+ public:
+  bool operator()(int, Json::parse_event_t event, Json& parsed) {
+    using Event = Json::parse_event_t;
+    const bool starts = event == Event::object_start || event == Event::array_start;
+    if (!m_open.empty() && m_open.back().array && (starts || event == Event::value)) ++m_open.back().items;
+    if (event == Event::key) m_open.back().key = parsed.get<std::string>();
+    if (event == Event::object_end || event == Event::array_end) m_open.pop_back();
+    if (starts && m_open.size() == static_cast<size_t>(kMaxDepth)) {
+      std::string path;
+      for (const Open& open : m_open) {
+        path += open.array ? "[" + std::to_string(open.items - 1) + "]" : (path.empty() ? "" : ".") + open.key;
+      }
+      throw Failure{path, "nested deeper than " + std::to_string(kMaxDepth) +
+                              " arrays and objects, the most a scenario may nest"};
+    }
+    if (starts) m_open.push_back({event == Event::array_start, 0, ""});
+    return true;
+  }
+
+ private:
+  struct Open {
+    bool array;
+    size_t items;
+    std::string key;
+  };
+  std::vector<Open> m_open;
+};
+
 // Line and column of a byte offset, for syntax errors.
 std::string Position(const std::string& text, size_t byte) {
-  size_t line = 1;
-  size_t column = 1;
-  for (size_t i = 0; i < byte && i < text.size(); ++i) {
-    column = text[i] == '\n' ? 1 : column + 1;
-    line += text[i] == '\n' ? 1 : 0;
-  }
-  return "line " + std::to_string(line) + ", column " + std::to_string(column);
+  const size_t end = std::min(byte, text.size());
+  const size_t line =
+      static_cast<size_t>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n'));
+  const size_t start = line == 0 ? 0 : text.rfind('\n', end - 1) + 1;
+  return "line " + std::to_string(line + 1) + ", column " + std::to_string(end - start + 1);
 }
 
 }  // namespace
 
-std::string LoadError::ToString() const {
-  if (path.empty()) return file + ": " + message;
-  return file + ": at " + path + ": " + message;
-}
+std::string LoadError::ToString() const { return file + ": " + (path.empty() ? "" : "at " + path + ": ") + message; }
 
 std::string ZeroTable(size_t count) {
   std::string text;
@@ -687,13 +648,17 @@ std::string ZeroTable(size_t count) {
 
 std::optional<Scenario> ParseScenario(const std::string& text, const std::string& file, LoadError* error) {
   *error = LoadError{file, "", ""};
-  if (text.size() > kMaxFileBytes) {
-    error->message = "larger than " + std::to_string(kMaxFileBytes) + " bytes, the most a scenario may hold";
-    return std::nullopt;
-  }
-  Json root;
+  Scenario scenario;
+  scenario.file = file;
   try {
-    root = Json::parse(text);
+    if (text.size() > kMaxFileBytes) {
+      throw Failure{"", "larger than " + std::to_string(kMaxFileBytes) + " bytes, the most a scenario file may hold"};
+    }
+    const Json root = Json::parse(text, DepthGuard());
+    if (!root.is_object()) {
+      throw Failure{"", "expected an object at the top (with \"name\", \"device\", \"steps\"), got " + Shown(root)};
+    }
+    Parser(&scenario).Parse(Node(root, ""));
   } catch (const Json::parse_error& e) {
     // The library's text repeats the position after its own prefix; keep the reason.
     std::string reason = e.what();
@@ -702,17 +667,6 @@ std::optional<Scenario> ParseScenario(const std::string& text, const std::string
     if (colon != std::string::npos) reason = reason.substr(colon + 2);
     error->message = "not valid JSON at " + Position(text, e.byte > 0 ? e.byte - 1 : 0) + ": " + reason;
     return std::nullopt;
-  } catch (const std::exception& e) {
-    error->message = std::string("not valid JSON: ") + e.what();
-    return std::nullopt;
-  }
-  Scenario scenario;
-  scenario.file = file;
-  try {
-    if (!root.is_object()) {
-      throw Failure{"", "expected an object at the top (with \"name\", \"device\", \"steps\"), got " + Shown(root)};
-    }
-    Parser(&scenario).Parse(Node(root, ""));
   } catch (const Failure& failure) {
     error->path = failure.path;
     error->message = failure.message;
@@ -726,17 +680,28 @@ std::optional<Scenario> ParseScenario(const std::string& text, const std::string
 
 std::optional<Scenario> LoadScenarioFile(const std::string& file, LoadError* error) {
   *error = LoadError{file, "", ""};
-  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    error->message = "cannot open the file: " + std::string(std::strerror(errno));
-    return std::nullopt;
+  // Non-blocking, so that opening a FIFO does not wait for a writer; only a
+  // regular file is read, and no more of it than a scenario may hold.
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  struct stat info = {};
+  if (fd < 0 || fstat(fd, &info) != 0) {
+    error->message = "cannot read: " + std::string(std::strerror(errno));
+  } else if (S_ISDIR(info.st_mode)) {
+    error->message = "is a directory";
+  } else if (!S_ISREG(info.st_mode)) {
+    error->message = "is not a regular file (a FIFO, device or socket); only files are read";
+  } else if (static_cast<uint64_t>(info.st_size) > kMaxFileBytes) {
+    error->message = "larger than " + std::to_string(kMaxFileBytes) + " bytes, the most a scenario file may hold";
   }
-  std::string text(kMaxFileBytes + 1, '\0');
+  std::string text(error->message.empty() ? kMaxFileBytes + 1 : 0, '\0');
   size_t size = 0;
-  for (ssize_t got = 1; got > 0 && size < text.size(); size += got > 0 ? static_cast<size_t>(got) : 0) {
+  for (ssize_t got = 1; error->message.empty() && size < text.size() && got != 0;) {
     got = read(fd, text.data() + size, text.size() - size);
+    if (got > 0) size += static_cast<size_t>(got);
+    if (got < 0 && errno != EINTR) error->message = "cannot read: " + std::string(std::strerror(errno));
   }
-  close(fd);
+  if (fd >= 0) close(fd);
+  if (!error->message.empty()) return std::nullopt;
   text.resize(size);
   return ParseScenario(text, file, error);
 }

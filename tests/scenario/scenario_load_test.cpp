@@ -49,7 +49,7 @@ TEST(ScenarioLoad, ReadsStepsWithTheirDefaultsAndScripts) {
   ASSERT_EQ(scenario->steps.size(), 5u);
   const sc::Step& probe = scenario->steps[0];
   EXPECT_EQ(probe.args.sensor, "s5kgm2_rear");  // the camera's first sensor
-  ASSERT_EQ(probe.hal.calls.size(), 2u);  // one outcome per call, then the defaults
+  ASSERT_EQ(probe.hal.calls.size(), 2u);        // one outcome per call, then the defaults
   EXPECT_EQ(probe.hal.calls[0].result, 1);
   EXPECT_EQ(probe.hal.calls[0].kernel, -110);
   EXPECT_EQ(probe.hal.calls[1].result, 0);
@@ -117,7 +117,7 @@ TEST(ScenarioLoad, ProblemsNameTheJsonPathAndWhatWasExpected) {
 TEST(ScenarioLoad, AMissingFileSaysSo) {
   sc::LoadError error;
   EXPECT_FALSE(sc::LoadScenarioFile("/nonexistent/scenario.json", &error).has_value());
-  EXPECT_THAT(error.ToString(), AllOf(HasSubstr("/nonexistent/scenario.json"), HasSubstr("cannot open the file")));
+  EXPECT_THAT(error.ToString(), AllOf(HasSubstr("/nonexistent/scenario.json"), HasSubstr("cannot read: No such file or directory")));
 }
 
 // Every prefix of a valid scenario, and every value swapped for one of each

@@ -8,8 +8,6 @@
 #include <regex>
 #include <sstream>
 
-#include "checker.h"
-#include "player.h"
 #include "report.h"
 #include "scenario.h"
 
