@@ -32,9 +32,9 @@ CoreState& Core() {
 }
 
 template <typename T>
-std::vector<T> Copy(const std::vector<T>& values) {
+std::vector<T> Copy(const std::vector<T>& values, size_t from) {
   std::lock_guard<std::mutex> lock(Core().mutex);
-  return values;
+  return sim::Tail(values, from);
 }
 
 }  // namespace
@@ -67,11 +67,11 @@ void SetCoreInstanceNull(bool null) {
   Core().nullInstance = null;
 }
 
-std::vector<CoreNotification> CoreNotifications() { return Copy(Core().notifications); }
-std::vector<CoreCallback> CoreCallbacks() { return Copy(Core().callbacks); }
-std::vector<CoreProbeRecord> CoreProbeRecords() { return Copy(Core().probeRecords); }
-std::vector<int32_t> CoreSwitchQueries() { return Copy(Core().switchQueries); }
-std::vector<std::string> CoreArgumentQueries() { return Copy(Core().argumentQueries); }
+std::vector<CoreNotification> CoreNotifications(size_t from) { return Copy(Core().notifications, from); }
+std::vector<CoreCallback> CoreCallbacks(size_t from) { return Copy(Core().callbacks, from); }
+std::vector<CoreProbeRecord> CoreProbeRecords(size_t from) { return Copy(Core().probeRecords, from); }
+std::vector<int32_t> CoreSwitchQueries(size_t from) { return Copy(Core().switchQueries, from); }
+std::vector<std::string> CoreArgumentQueries(size_t from) { return Copy(Core().argumentQueries, from); }
 
 int CoreInstanceRequests() {
   std::lock_guard<std::mutex> lock(Core().mutex);
@@ -144,9 +144,9 @@ void SetMostProbedSensor(const std::string& type, const std::string& sensorName,
   Centre().mostProbed[type] = {sensorName, recordCount};
 }
 
-std::vector<MessageCenterRequest> MessageCenterRequests() {
+std::vector<MessageCenterRequest> MessageCenterRequests(size_t from) {
   std::lock_guard<std::mutex> lock(Centre().mutex);
-  return Centre().requests;
+  return sim::Tail(Centre().requests, from);
 }
 
 void InstallMessageCenter() {

@@ -37,12 +37,13 @@ void SetHookArguments(const std::string& hookName, std::vector<std::string> argu
 // RemediumGetInstance returns null (a core without a usable instance).
 void SetCoreInstanceNull(bool null);
 
-std::vector<CoreNotification> CoreNotifications();
-std::vector<CoreCallback> CoreCallbacks();
-std::vector<CoreProbeRecord> CoreProbeRecords();
+// The records from the `from`-th on.
+std::vector<CoreNotification> CoreNotifications(size_t from = 0);
+std::vector<CoreCallback> CoreCallbacks(size_t from = 0);
+std::vector<CoreProbeRecord> CoreProbeRecords(size_t from = 0);
 // Every switch kind and hook name the core was asked about, in order.
-std::vector<int32_t> CoreSwitchQueries();
-std::vector<std::string> CoreArgumentQueries();
+std::vector<int32_t> CoreSwitchQueries(size_t from = 0);
+std::vector<std::string> CoreArgumentQueries(size_t from = 0);
 // How often the core library's entry was called (once per successful load).
 int CoreInstanceRequests();
 
@@ -83,7 +84,7 @@ struct MessageCenterReply {
 void ResetMessageCenter();
 void SetSensorType(const std::string& sensorName, const std::string& type);
 void SetMostProbedSensor(const std::string& type, const std::string& sensorName, int64_t recordCount);
-std::vector<MessageCenterRequest> MessageCenterRequests();
+std::vector<MessageCenterRequest> MessageCenterRequests(size_t from = 0);
 
 // Installs the fake message centre at "/vendor/lib64/com.velora.messagecenter.so"
 // of the device root, or one lacking "MessageCenterSendMessage", or removes it.

@@ -16,9 +16,9 @@ namespace {
 
 struct HalState {
   std::mutex mutex;
-  std::map<std::string, std::deque<CamxResult>> scripts;
-  std::map<std::string, CamxResult> defaults;
-  std::vector<std::string> calls;
+  std::map<std::string, std::deque<Outcome>> scripts;
+  std::map<std::string, Outcome> defaults;
+  std::vector<CallResult> calls;
   std::map<std::pair<std::string, std::string>, uint32_t> vendorTags;
 };
 
@@ -29,37 +29,50 @@ HalState& State() {
 
 }  // namespace
 
-// Records the call and returns its scripted result.
-CamxResult NextResult(const std::string& function) {
-  CamxResult result = 0;
+Outcome NextOutcome(const std::string& function) {
+  Outcome outcome;
   {
     std::lock_guard<std::mutex> lock(State().mutex);
-    State().calls.push_back(function);
     auto& script = State().scripts[function];
     if (!script.empty()) {
-      result = script.front();
+      outcome = script.front();
       script.pop_front();
     } else if (auto it = State().defaults.find(function); it != State().defaults.end()) {
-      result = it->second;
+      outcome = it->second;
     }
+    State().calls.push_back({function, outcome.result});
   }
-  sim::Record("hal", function + " -> " + std::to_string(result));
-  return result;
+  // The probe's journal line has always read "-> 0" whatever its result (the
+  // golden transcripts keep it so); CallResults() has the real one.
+  sim::Record("hal", function + " -> " + std::to_string(function == "SensorProbe" ? 0 : outcome.result));
+  return outcome;
 }
 
-void ScriptResults(const std::string& function, std::vector<CamxResult> results) {
+void ScriptResults(const std::string& function, std::vector<Outcome> outcomes) {
   std::lock_guard<std::mutex> lock(State().mutex);
-  State().scripts[function].assign(results.begin(), results.end());
+  State().scripts[function].assign(outcomes.begin(), outcomes.end());
 }
 
-void SetDefaultResult(const std::string& function, CamxResult result) {
+void SetDefaultResult(const std::string& function, Outcome outcome) {
   std::lock_guard<std::mutex> lock(State().mutex);
-  State().defaults[function] = result;
+  State().defaults[function] = outcome;
+}
+
+void Unscript(const std::string& function) {
+  std::lock_guard<std::mutex> lock(State().mutex);
+  State().scripts.erase(function);
+  State().defaults.erase(function);
 }
 
 std::vector<std::string> Calls() {
+  std::vector<std::string> names;
+  for (const CallResult& call : CallResults()) names.push_back(call.function);
+  return names;
+}
+
+std::vector<CallResult> CallResults(size_t from) {
   std::lock_guard<std::mutex> lock(State().mutex);
-  return State().calls;
+  return sim::Tail(State().calls, from);
 }
 
 int CallCount(const std::string& function) {
@@ -74,6 +87,11 @@ void Reset() {
   State().scripts.clear();
   State().defaults.clear();
   State().calls.clear();
+  State().vendorTags.clear();
+}
+
+void ClearVendorTags() {
+  std::lock_guard<std::mutex> lock(State().mutex);
   State().vendorTags.clear();
 }
 

@@ -1,5 +1,4 @@
 #include <cstring>
-#include <deque>
 #include <mutex>
 #include <new>
 #include <sstream>
@@ -17,7 +16,6 @@ namespace Layout = CamX::Layout;
 
 struct SensorHalState {
   std::mutex mutex;
-  std::deque<ProbeOutcome> probes;
   std::vector<uint8_t> lastChecksumData;
   uint32_t lastEepromFlag = 0;
   uint32_t lastSlaveAddress = 0;
@@ -109,40 +107,26 @@ std::vector<int64_t> ReadKernelTable() {
   return values;
 }
 
-void ScriptProbes(std::vector<ProbeOutcome> outcomes) {
-  std::lock_guard<std::mutex> lock(State().mutex);
-  State().probes.assign(outcomes.begin(), outcomes.end());
-}
-
 void ResetSensorHal() {
   std::lock_guard<std::mutex> lock(State().mutex);
-  State().probes.clear();
   State().lastChecksumData.clear();
   State().lastEepromFlag = 0;
   State().lastSlaveAddress = 0;
 }
 
 CamxResult SensorProbe(void* pThis, int*, int*) {
-  CamxResult result = NextResult("SensorProbe");
-  std::optional<int64_t> kmd;
-  {
-    std::lock_guard<std::mutex> lock(State().mutex);
-    if (!State().probes.empty()) {
-      result = State().probes.front().umdResult;
-      kmd = State().probes.front().kmdResult;
-      State().probes.pop_front();
-    }
-  }
+  const Outcome outcome = NextOutcome("SensorProbe");
   const uint16_t* pCameraId = Layout::ReadSensorProbeCameraIdPointer(pThis);
-  if (kmd && pCameraId != nullptr) {
+  if (outcome.kernel && pCameraId != nullptr) {
     std::vector<int64_t> table = ReadKernelTable();
     if (table.size() >= CamX::kProbeResultTableSize && *pCameraId < CamX::kProbeResultBlockSize) {
-      CamX::KmdResult(table, *pCameraId) = *kmd;
+      CamX::KmdResult(table, *pCameraId) = *outcome.kernel;
       WriteKernelTable(table);
-      sim::Record("kernel", "kmd result of camera " + std::to_string(*pCameraId) + ": " + std::to_string(*kmd));
+      sim::Record("kernel",
+                  "kmd result of camera " + std::to_string(*pCameraId) + ": " + std::to_string(*outcome.kernel));
     }
   }
-  return result;
+  return outcome.result;
 }
 
 CamxResult InitializeSensorDevice(void*) { return NextResult("InitializeSensorDevice"); }

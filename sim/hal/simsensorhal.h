@@ -92,19 +92,11 @@ class SensorI2CInfoObject {
 // holds `values` as the driver shows them ("1,0,..."), created on the device.
 void WriteKernelTable(const std::vector<int64_t>& values);
 std::vector<int64_t> ReadKernelTable();
-// What a SensorProbe call returns, and what the kernel reports for it
-// ("kmd result", written to the camera's CamX::KmdResult entry of the
-// parameter before the call returns). No kernel result leaves the parameter as
-// it is.
-struct ProbeOutcome {
-  CamxResult umdResult;
-  std::optional<int64_t> kmdResult;
-};
-void ScriptProbes(std::vector<ProbeOutcome> outcomes);
-// Forgets scripted probes and what the EEPROM functions saw.
+// Forgets what the EEPROM functions saw.
 void ResetSensorHal();
 
-// The hooked HAL functions of the probe, EEPROM and bring-up hooks.
+// The hooked HAL functions of the probe, EEPROM and bring-up hooks. SensorProbe
+// plays its scripted kernel result (see Outcome) as the driver would.
 CamxResult SensorProbe(void* pThis, int* pArg1, int* pArg2);
 CamxResult InitializeSensorDevice(void* pThis);
 CamxResult LoadSensorInitConfigCmd(void* pThis);

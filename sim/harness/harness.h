@@ -7,21 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "catalogue.h"
+
 namespace sim {
 
-// One row of the hook catalogue: the exported name and, where the simulated
-// HAL has it, the HAL function the proxy is installed over.
-struct CatalogueEntry {
-  const char* name;       // "GetStaticCapsHook"
-  const char* mangled;    // the exported symbol
-  const char* signature;  // its demangled C++ name
-  void* halFunction;      // null for CamX::SetErrorFrameworkId and HAL functions not simulated
-};
-const std::vector<CatalogueEntry>& Catalogue();
-const CatalogueEntry* FindCatalogueEntry(const std::string& name);
-
-// The folder holding the built libraries and programs.
-std::string BuildOutputDir();
+// The built hook library, next to the simulated platform's libraries.
 std::string HookLibraryPath();
 
 // A loaded hook library; unloading it ends its "process": the library's
@@ -40,17 +30,15 @@ class HookLibrary {
     return entry == nullptr ? nullptr : reinterpret_cast<Fn*>(Symbol(entry->mangled));
   }
   // Registers every resolved proxy over its simulated HAL function, as the
-  // core's installer does. Returns the names installed.
-  std::vector<std::string> InstallAll() const;
-  bool Unloaded() const;
+  // core's installer does.
+  void InstallAll() const;
 
   HookLibrary(const HookLibrary&) = delete;
   HookLibrary& operator=(const HookLibrary&) = delete;
 
  private:
-  explicit HookLibrary(void* handle, std::string path) : m_handle(handle), m_path(std::move(path)) {}
+  explicit HookLibrary(void* handle) : m_handle(handle) {}
   void* m_handle;
-  std::string m_path;
 };
 
 // A fresh simulated phone: a new device root (removed afterwards), no

@@ -46,9 +46,9 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
 
 namespace sim {
 
-std::vector<LogLine> LogLines() {
+std::vector<LogLine> LogLines(size_t from) {
   std::lock_guard<std::mutex> lock(State().mutex);
-  return State().lines;
+  return Tail(State().lines, from);
 }
 
 void ClearLog() {

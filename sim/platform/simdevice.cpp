@@ -251,9 +251,9 @@ void RemoveDeviceFile(const std::string& devicePath) {
   fs::remove(HostPath(devicePath), ec);
 }
 
-std::vector<SysfsWrite> SysfsWrites() {
+std::vector<SysfsWrite> SysfsWrites(size_t from) {
   StateLock lock(State().mutex);
-  return State().writes;
+  return Tail(State().writes, from);
 }
 
 void ClearSysfsWrites() {
@@ -273,9 +273,9 @@ void Record(const std::string& source, const std::string& text) {
   State().journal.push_back({State().nextSeq++, source, text});
 }
 
-std::vector<Event> Journal() {
+std::vector<Event> Journal(size_t from) {
   StateLock lock(State().mutex);
-  return State().journal;
+  return Tail(State().journal, from);
 }
 
 void ClearJournal() {

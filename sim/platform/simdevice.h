@@ -12,12 +12,19 @@
 // keeps only what it parsed.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace sim {
+
+// The records of `all` from the `from`-th on (the tail a caller has not seen).
+template <typename T>
+std::vector<T> Tail(const std::vector<T>& all, size_t from) {
+  return std::vector<T>(all.begin() + static_cast<std::ptrdiff_t>(std::min(from, all.size())), all.end());
+}
 
 // Sets the device root (created if missing) and enters it; an empty root
 // turns path mapping off and returns to the previous working directory.
@@ -40,7 +47,7 @@ struct SysfsWrite {
   std::string bytes;
   int64_t result;
 };
-std::vector<SysfsWrite> SysfsWrites();
+std::vector<SysfsWrite> SysfsWrites(size_t from = 0);  // from the `from`-th write on
 void ClearSysfsWrites();
 
 // A driver callback runs after each write to a sysfs file and may rewrite
@@ -60,7 +67,7 @@ struct Event {
   std::string text;
 };
 void Record(const std::string& source, const std::string& text);
-std::vector<Event> Journal();
+std::vector<Event> Journal(size_t from = 0);  // from the `from`-th event on
 void ClearJournal();
 
 }  // namespace sim

@@ -14,7 +14,7 @@ struct LogLine {
   std::string text;
 };
 
-std::vector<LogLine> LogLines();
+std::vector<LogLine> LogLines(size_t from = 0);  // from the `from`-th line on
 void ClearLog();
 // Echo each line to stderr in logcat format as it is written.
 void SetLogEcho(bool echo);

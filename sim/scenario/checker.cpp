@@ -1,334 +1,292 @@
-#include "checker.h"
-
+#include <algorithm>
 #include <sstream>
 
-#include "text.h"
+#include "report.h"
 
 namespace sim::scenario {
 namespace {
+
+using scenario::ToJson;
 
 std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 
 // True when `line` holds the pieces of `pattern` between its "*" in order.
 bool LogMatches(const std::string& line, const std::string& pattern) {
   size_t at = 0;
-  size_t begin = 0;
-  while (true) {
+  for (size_t begin = 0;;) {
     const size_t star = pattern.find('*', begin);
-    const std::string piece = pattern.substr(begin, star == std::string::npos ? std::string::npos : star - begin);
-    const size_t found = line.find(piece, at);
+    const size_t found = line.find(pattern.substr(begin, star == std::string::npos ? star : star - begin), at);
     if (found == std::string::npos) return false;
-    at = found + piece.size();
     if (star == std::string::npos) return true;
+    at = found + star - begin;
     begin = star + 1;
   }
 }
 
 std::string List(const std::vector<std::string>& items) {
-  if (items.empty()) return "(none)";
-  std::string text;
+  std::string text = items.empty() ? "(none)" : "";
   for (const std::string& item : items) text += "\n      " + item;
   return text;
 }
 
-std::string Shown(const Json& value, const std::string& key) {
-  if (value.is_null()) return "(nothing)";
-  if ((key == "slaveAddress" || key == "halSawSlaveAddress" || key == "errorCode") && value.is_number_integer()) {
-    return Hex(value.get<uint64_t>()) + " (" + value.dump() + ")";
+std::string Shown(const Value* value, FieldKind kind) {
+  if (value == nullptr) return "(nothing)";
+  const Json json = ToJson(*value);
+  return kind == FieldKind::kAddress ? Hex(json.get<uint64_t>()) + " (" + json.dump() + ")" : json.dump();
+}
+
+std::string KernelText(const sim::SysfsWrite& write) { return write.bytes.substr(0, write.bytes.find('\0')); }
+
+Json ToJson(const KernelExpect& expect) {
+  Json values = Json::object();
+  for (const auto& [index, value] : expect.values) values[std::to_string(index)] = value;
+  return expect.text ? Json(*expect.text) : values;
+}
+
+Json ToJson(const CallbackExpect& e) {
+  Json json = Json::object();
+  if (e.arg0) json["arg0"] = *e.arg0;
+  if (e.arg1) json["arg1"] = *e.arg1;
+  if (e.errorCode) json["errorCode"] = *e.errorCode;
+  if (e.name) json["name"] = *e.name;
+  if (e.messageType) json["messageType"] = *e.messageType;
+  return json;
+}
+
+// Whether a request carries exactly the expected data (when given).
+bool SameData(const RequestExpect& expected, const sim::framework::MessageCenterRequest& request) {
+  if (!expected.data) return true;
+  if (expected.data->size() != request.data.size()) return false;
+  for (const auto& [key, want] : *expected.data) {
+    const auto found = request.data.find(key);
+    if (found == request.data.end()) return false;
+    const auto& value = found->second;
+    const int64_t number = value.type == 1 ? value.int64Value : static_cast<int64_t>(value.intValue);
+    const bool same = std::holds_alternative<std::string>(want)
+                          ? value.type == 3 && value.text == std::get<std::string>(want)
+                          : (value.type == 0 || value.type == 1) && number == std::get<int64_t>(want);
+    if (!same) return false;
   }
-  return value.dump();
+  return true;
 }
 
 class Checker {
  public:
-  explicit Checker(CheckResult* result) : m_result(result) {}
+  Checker(CheckResult* result, std::string where) : m_result(result), m_where(std::move(where)) {}
 
-  void Outcome(const Step& step, const StepOutcome& outcome, const std::string& where) {
-    for (auto it = step.expect.begin(); it != step.expect.end(); ++it) {
-      const std::string& key = it.key();
-      const std::string path = step.path + ".expect." + key;
-      const Json& expected = it.value();
-      if (key == "durationAtLeastUs") {
-        ++m_result->checked;
-        const int64_t got = outcome.observed.value(key, int64_t{0});
-        if (got < expected.get<int64_t>()) {
-          Add(where, path, "at least " + expected.dump() + " us", std::to_string(got) + " us");
+  void Call(const Expectations& e, const Observed& observed, const std::string& path) {
+    if (e.result) Field(path + "result", {"result", FieldKind::kNumber}, *e.result, observed.Find("result"));
+    for (const auto& [field, expected] : e.fields) {
+      const Value* got = observed.Find(field.key);
+      if (field.kind == FieldKind::kAtLeastUs) {
+        const int64_t us = got != nullptr ? std::get<int64_t>(*got) : 0;
+        Compare(us >= std::get<int64_t>(expected), path + field.key, "at least " + ToJson(expected).dump() + " us",
+                std::to_string(us) + " us");
+      } else if (field.kind == FieldKind::kMessage && got != nullptr) {
+        bool same = true;  // the members given
+        for (const auto& [member, number] : std::get<Fields>(expected)) {
+          for (const auto& [name, seen] : std::get<Fields>(*got)) same = same && (name != member || seen == number);
         }
-      } else if (outcome.observed.contains(key) || IsCallKey(key)) {
-        ++m_result->checked;
-        const Json got = outcome.observed.contains(key) ? outcome.observed[key] : Json();
-        if (got != expected) Add(where, path, Shown(expected, key), Shown(got, key));
+        Compare(same, path + field.key, Shown(&expected, field.kind), Shown(got, field.kind));
       } else {
-        Generic(key, expected, outcome.slice, where, path);
+        Field(path + field.key, field, expected, got);
       }
     }
+    if (e.halCalls) Field(path + "halCalls", {"halCalls", FieldKind::kNumber}, *e.halCalls, observed.Find("halCalls"));
   }
 
-  void End(const Scenario& scenario, const RunResult& run) {
-    const std::string where = "at the end of the scenario";
-    for (auto it = scenario.expect.begin(); it != scenario.expect.end(); ++it) {
-      const std::string& key = it.key();
-      const std::string path = "expect." + key;
-      if (key == "halCalls") {
-        for (auto call = it.value().begin(); call != it.value().end(); ++call) {
-          ++m_result->checked;
-          const auto found = run.halCalls.find(call.key());
-          const int got = found == run.halCalls.end() ? 0 : found->second;
-          if (got != call.value().get<int>())
-            Add(where, path + "." + call.key(), call.value().dump(), std::to_string(got));
+  void End(const Expectations& e, const RunResult& run) {
+    for (const auto& [function, count] : e.functionCalls.value_or(Counts{})) {
+      const auto found = run.halCalls.find(function);
+      const int got = found == run.halCalls.end() ? 0 : found->second;
+      Compare(got == count, "expect.halCalls." + function, std::to_string(count), std::to_string(got));
+    }
+    if (e.aborts)
+      Compare(run.aborts == *e.aborts, "expect.aborts", std::to_string(*e.aborts), std::to_string(run.aborts));
+  }
+
+  void Effects(const Expectations& e, const Slice& slice, const std::string& path) {
+    for (const auto& [name, value] : e.properties.value_or(std::map<std::string, std::optional<std::string>>{})) {
+      const auto found = slice.properties.find(name);
+      const std::string got = found == slice.properties.end() ? "(unset)" : Quoted(found->second);
+      Compare(got == (value ? Quoted(*value) : "(unset)"), path + "properties." + name,
+              value ? Quoted(*value) : "(unset)", got);
+    }
+    if (e.kernelParameter) Kernel(*e.kernelParameter, slice.kernelParameter, path + "kernelParameter");
+    KernelWrites(e, slice, path + "kernelWrites");
+    std::vector<std::string> notifications, records, kinds;
+    for (const auto& n : slice.notifications) {
+      notifications.push_back(n.value == 1 ? n.hookName : n.hookName + " (value " + std::to_string(n.value) + ")");
+    }
+    for (const auto& record : slice.probeRecords)
+      records.push_back(record.name + (record.result ? " failed" : " probed"));
+    for (int32_t kind : slice.switchQueries) kinds.push_back(std::to_string(kind));
+    Texts(e.notifications, notifications, path + "notifications");
+    if (e.callbacks) Callbacks(*e.callbacks, slice, path + "callbacks");
+    Texts(e.probeRecords, records, path + "probeRecords");
+    Texts(e.switchQueries, kinds, path + "switchQueries");
+    Texts(e.argumentQueries, slice.argumentQueries, path + "argumentQueries");
+    if (e.requests) {
+      std::vector<std::string> want, got;
+      bool same = e.requests->size() == slice.requests.size();
+      for (const auto& request : slice.requests) got.push_back(DescribeRequest(request));
+      for (size_t i = 0; i < e.requests->size(); ++i) {
+        const RequestExpect& expected = (*e.requests)[i];
+        Json json = {{"name", expected.name}};
+        for (const auto& [key, value] : expected.data.value_or(decltype(expected.data)::value_type{})) {
+          json["data"][key] = std::visit([](const auto& v) { return Json(v); }, value);
         }
-      } else if (key == "aborts") {
-        ++m_result->checked;
-        if (run.aborts != it.value().get<int>()) Add(where, path, it.value().dump(), std::to_string(run.aborts));
-      } else {
-        Generic(key, it.value(), run.total, where, path);
+        want.push_back(json.dump());
+        same = same && expected.name == slice.requests[i].name && SameData(expected, slice.requests[i]);
       }
+      Compare(same, path + "messageCenterRequests", List(want), List(got));
+    }
+    if (e.log) Log(*e.log, slice, path + "log");
+    for (const std::string& text : e.noLog.value_or(std::vector<std::string>{})) {
+      const auto hit = std::find_if(slice.log.begin(), slice.log.end(),
+                                    [&text](const sim::LogLine& line) { return LogMatches(LogText(line), text); });
+      Compare(hit == slice.log.end(), path + "noLog", "no log line containing " + Quoted(text),
+              hit == slice.log.end() ? "" : Quoted(LogText(*hit)));
+    }
+    for (const auto& [text, count] : e.logCount.value_or(Counts{})) {
+      const auto lines = std::count_if(slice.log.begin(), slice.log.end(),
+                                       [&text](const sim::LogLine& line) { return LogMatches(LogText(line), text); });
+      Compare(lines == count, path + "logCount." + text, std::to_string(count) + " lines containing " + Quoted(text),
+              std::to_string(lines) + " lines");
     }
   }
 
  private:
-  static bool IsCallKey(const std::string& key) {
-    static const std::vector<std::string> kKeys = {
-        "result",         "halCalls",       "initState",    "slaveAddress", "halSawSlaveAddress",
-        "eepromFlag",     "changedOffsets", "changedBytes", "halSawData",   "timestamps",
-        "shiftedSamples", "message",        "aborted"};
-    return std::find(kKeys.begin(), kKeys.end(), key) != kKeys.end();
+  void Compare(bool same, const std::string& path, const std::string& expected, const std::string& got) {
+    ++m_result->checked;
+    if (!same) m_result->mismatches.push_back({m_where, path, expected, got});
   }
 
-  void Add(const std::string& where, const std::string& path, const std::string& expected, const std::string& got) {
-    m_result->mismatches.push_back({where, path, expected, got});
+  void Mismatch(const std::string& path, const std::string& expected, const std::string& got) {
+    m_result->mismatches.push_back({m_where, path, expected, got});
   }
 
-  // Compares one list of texts, in order.
-  void Texts(const std::vector<std::string>& expected, const std::vector<std::string>& got, const std::string& where,
+  void Field(const std::string& path, const FieldSpec& field, const Value& expected, const Value* got) {
+    Compare(got != nullptr && ToJson(*got) == ToJson(expected), path, Shown(&expected, field.kind),
+            Shown(got, field.kind));
+  }
+
+  void Texts(const std::optional<std::vector<std::string>>& expected, const std::vector<std::string>& got,
              const std::string& path) {
+    if (expected) Compare(*expected == got, path, List(*expected), List(got));
+  }
+
+  void KernelWrites(const Expectations& e, const Slice& slice, const std::string& path) {
+    std::string writes = std::to_string(slice.kernelWrites.size()) + " writes";
+    for (const auto& write : slice.kernelWrites) writes += "\n      " + DescribeKernelText(KernelText(write));
+    const size_t count = e.kernelWrites ? e.kernelWrites->size() : static_cast<size_t>(e.kernelWriteCount.value_or(0));
+    if (!e.kernelWrites && !e.kernelWriteCount) return;
+    Compare(slice.kernelWrites.size() == count, path, std::to_string(count) + " writes", writes);
+    for (size_t i = 0; slice.kernelWrites.size() == count && i < (e.kernelWrites ? count : 0); ++i) {
+      const KernelWriteExpect& want = (*e.kernelWrites)[i];
+      const std::string text = KernelText(slice.kernelWrites[i]);
+      const std::string at = path + "[" + std::to_string(i) + "]";
+      const size_t bytes = slice.kernelWrites[i].bytes.size();
+      if (want.bytes && bytes != static_cast<size_t>(*want.bytes)) {
+        Mismatch(at + ".bytes", std::to_string(*want.bytes), std::to_string(bytes));
+      }
+      if (want.text && text != *want.text) Mismatch(at + ".text", Quoted(*want.text), Quoted(text));
+      if (want.values) Kernel(*want.values, text, at + ".values");
+    }
+  }
+
+  void Kernel(const KernelExpect& expected, const std::optional<std::string>& actual, const std::string& path) {
     ++m_result->checked;
-    if (expected != got) Add(where, path, List(expected), List(got));
-  }
-
-  void Generic(const std::string& key, const Json& expected, const Slice& slice, const std::string& where,
-               const std::string& path) {
-    if (key == "properties") {
-      for (auto it = expected.begin(); it != expected.end(); ++it) {
-        ++m_result->checked;
-        const auto found = slice.properties.find(it.key());
-        const std::string got = found == slice.properties.end() ? "(unset)" : Quoted(found->second);
-        const std::string want = it.value().is_null() ? "(unset)" : Quoted(it.value().get<std::string>());
-        if (got != want) Add(where, path + "." + it.key(), want, got);
-      }
-    } else if (key == "kernelParameter") {
-      KernelText(expected, slice.kernelParameter, where, path);
-    } else if (key == "kernelWrites") {
-      ++m_result->checked;
-      if (expected.is_number()) {
-        if (slice.kernelWrites.size() != expected.get<size_t>()) {
-          Add(where, path, expected.dump() + " writes",
-              std::to_string(slice.kernelWrites.size()) + " writes" + Writes(slice));
-        }
-        return;
-      }
-      if (slice.kernelWrites.size() != expected.size()) {
-        Add(where, path, std::to_string(expected.size()) + " writes",
-            std::to_string(slice.kernelWrites.size()) + " writes" + Writes(slice));
-        return;
-      }
-      for (size_t i = 0; i < expected.size(); ++i) {
-        const Json& want = expected[i];
-        const sim::SysfsWrite& write = slice.kernelWrites[i];
-        const std::string text = write.bytes.substr(0, write.bytes.find('\0'));
-        const std::string at = path + "[" + std::to_string(i) + "]";
-        if (want.contains("bytes") && write.bytes.size() != want["bytes"].get<size_t>()) {
-          Add(where, at + ".bytes", want["bytes"].dump(), std::to_string(write.bytes.size()));
-        }
-        if (want.contains("text") && text != want["text"].get<std::string>()) {
-          Add(where, at + ".text", Quoted(want["text"].get<std::string>()), Quoted(text));
-        }
-        if (want.contains("values")) KernelText(want["values"], text, where, at + ".values");
-      }
-    } else if (key == "notifications") {
-      std::vector<std::string> got;
-      for (const auto& notification : slice.notifications) {
-        got.push_back(notification.value == 1
-                          ? notification.hookName
-                          : notification.hookName + " (value " + std::to_string(notification.value) + ")");
-      }
-      Texts(expected.get<std::vector<std::string>>(), got, where, path);
-    } else if (key == "callbacks") {
-      ++m_result->checked;
-      std::vector<std::string> want;
-      std::vector<std::string> got;
-      bool same = expected.size() == slice.callbacks.size();
-      for (size_t i = 0; i < std::max(expected.size(), slice.callbacks.size()); ++i) {
-        if (i < slice.callbacks.size()) got.push_back(Describe(slice.callbacks[i]));
-        if (i >= expected.size()) continue;
-        want.push_back(expected[i].dump());
-        if (i >= slice.callbacks.size()) continue;
-        const auto& callback = slice.callbacks[i];
-        const Json& e = expected[i];
-        if ((e.contains("arg0") && e["arg0"] != callback.arg0) || (e.contains("arg1") && e["arg1"] != callback.arg1) ||
-            (e.contains("errorCode") && e["errorCode"] != callback.errorCode) ||
-            (e.contains("name") && e["name"] != callback.name) ||
-            (e.contains("messageType") && e["messageType"] != callback.messageType)) {
-          same = false;
-        }
-      }
-      if (!same) Add(where, path, List(want), List(got));
-    } else if (key == "probeRecords") {
-      std::vector<std::string> want;
-      std::vector<std::string> got;
-      for (const Json& record : expected) {
-        want.push_back(record["name"].get<std::string>() + (record["failed"].get<bool>() ? " failed" : " probed"));
-      }
-      for (const auto& record : slice.probeRecords)
-        got.push_back(record.name + (record.result ? " failed" : " probed"));
-      Texts(want, got, where, path);
-    } else if (key == "switchQueries") {
-      std::vector<std::string> want;
-      std::vector<std::string> got;
-      for (const Json& kind : expected) want.push_back(kind.dump());
-      for (int32_t kind : slice.switchQueries) got.push_back(std::to_string(kind));
-      Texts(want, got, where, path);
-    } else if (key == "argumentQueries") {
-      Texts(expected.get<std::vector<std::string>>(), slice.argumentQueries, where, path);
-    } else if (key == "messageCenterRequests") {
-      ++m_result->checked;
-      std::vector<std::string> want;
-      std::vector<std::string> got;
-      bool same = expected.size() == slice.requests.size();
-      for (size_t i = 0; i < slice.requests.size(); ++i) got.push_back(DescribeRequest(slice.requests[i]));
-      for (size_t i = 0; i < expected.size(); ++i) {
-        want.push_back(expected[i].dump());
-        if (i >= slice.requests.size()) continue;
-        const auto& request = slice.requests[i];
-        if (expected[i]["name"] != request.name) same = false;
-        if (expected[i].contains("data") && !SameData(expected[i]["data"], request)) same = false;
-      }
-      if (!same) Add(where, path, List(want), List(got));
-    } else if (key == "log") {
-      ++m_result->checked;
-      size_t line = 0;
-      const std::vector<std::string> wanted = expected.get<std::vector<std::string>>();
-      for (size_t i = 0; i < wanted.size(); ++i) {
-        while (line < slice.log.size() && !LogMatches(LogText(slice.log[line]), wanted[i])) ++line;
-        if (line == slice.log.size()) {
-          Add(where, path + "[" + std::to_string(i) + "]",
-              "a log line containing " + Quoted(wanted[i]) + (i ? " after the line with " + Quoted(wanted[i - 1]) : ""),
-              "none" + LogLines(slice));
-          break;
-        }
-        ++line;
-      }
-    } else if (key == "noLog") {
-      for (const std::string& text : expected.get<std::vector<std::string>>()) {
-        ++m_result->checked;
-        for (const sim::LogLine& line : slice.log) {
-          if (LogMatches(LogText(line), text)) {
-            Add(where, path, "no log line containing " + Quoted(text), Quoted(LogText(line)));
-            break;
-          }
-        }
-      }
-    } else if (key == "logCount") {
-      for (auto it = expected.begin(); it != expected.end(); ++it) {
-        ++m_result->checked;
-        size_t count = 0;
-        for (const sim::LogLine& line : slice.log) count += LogMatches(LogText(line), it.key()) ? 1 : 0;
-        if (count != it.value().get<size_t>()) {
-          Add(where, path + "." + it.key(), it.value().dump() + " lines containing " + Quoted(it.key()),
-              std::to_string(count) + " lines");
-        }
+    if (expected.present != actual.has_value()) {
+      Mismatch(path, actual ? "no kernel parameter file" : ToJson(expected).dump(),
+               actual ? Quoted(*actual) : "no kernel parameter file");
+    } else if (actual && expected.text && *actual != *expected.text) {
+      Mismatch(path, Quoted(*expected.text), Quoted(*actual));
+    } else if (actual && !expected.text) {
+      const std::vector<int64_t> values = ParseNumberList(*actual, 64);
+      for (const auto& [index, value] : expected.values) {
+        const std::string got = index < values.size() ? std::to_string(values[index]) : "(no value)";
+        const std::string at = "[" + std::to_string(index) + "] = ";
+        if (got != std::to_string(value))
+          Mismatch(path + "." + std::to_string(index), at + std::to_string(value), at + got);
       }
     }
   }
 
-  void KernelText(const Json& expected, const std::optional<std::string>& actual, const std::string& where,
-                  const std::string& path) {
+  void Callbacks(const std::vector<CallbackExpect>& expected, const Slice& slice, const std::string& path) {
+    std::vector<std::string> want, got;
+    bool same = expected.size() == slice.callbacks.size();
+    for (const auto& callback : slice.callbacks) got.push_back(Describe(callback));
+    for (size_t i = 0; i < expected.size(); ++i) {
+      const CallbackExpect& e = expected[i];
+      want.push_back(ToJson(e).dump());
+      if (i >= slice.callbacks.size()) continue;
+      const auto& c = slice.callbacks[i];
+      same = same && e.arg0.value_or(c.arg0) == c.arg0 && e.arg1.value_or(c.arg1) == c.arg1 &&
+             e.errorCode.value_or(c.errorCode) == c.errorCode && e.name.value_or(c.name) == c.name &&
+             e.messageType.value_or(c.messageType) == c.messageType;
+    }
+    Compare(same, path, List(want), List(got));
+  }
+
+  void Log(const std::vector<std::string>& wanted, const Slice& slice, const std::string& path) {
     ++m_result->checked;
-    if (expected.is_null()) {
-      if (actual) Add(where, path, "no kernel parameter file", Quoted(*actual));
-      return;
+    size_t line = 0;
+    for (size_t i = 0; i < wanted.size(); ++line, ++i) {
+      while (line < slice.log.size() && !LogMatches(LogText(slice.log[line]), wanted[i])) ++line;
+      if (line < slice.log.size()) continue;
+      std::string lines = slice.log.empty() ? " (no log lines)" : "; the lines were:";
+      for (const sim::LogLine& logged : slice.log) lines += "\n      " + LogText(logged);
+      return Mismatch(
+          path + "[" + std::to_string(i) + "]",
+          "a log line containing " + Quoted(wanted[i]) + (i ? " after the line with " + Quoted(wanted[i - 1]) : ""),
+          "none" + lines);
     }
-    if (!actual) {
-      Add(where, path, expected.dump(), "no kernel parameter file");
-      return;
-    }
-    if (expected.is_string()) {
-      if (*actual != expected.get<std::string>())
-        Add(where, path, Quoted(expected.get<std::string>()), Quoted(*actual));
-      return;
-    }
-    const std::vector<int64_t> values = ParseNumberList(*actual, 64);
-    for (auto it = expected.begin(); it != expected.end(); ++it) {
-      const size_t index = static_cast<size_t>(std::stoul(it.key()));
-      const std::string got = index < values.size() ? std::to_string(values[index]) : "(no value)";
-      if (got != it.value().dump())
-        Add(where, path + "." + it.key(), "[" + it.key() + "] = " + it.value().dump(), "[" + it.key() + "] = " + got);
-    }
-  }
-
-  static bool SameData(const Json& expected, const sim::framework::MessageCenterRequest& request) {
-    if (expected.size() != request.data.size()) return false;
-    for (auto it = expected.begin(); it != expected.end(); ++it) {
-      const auto found = request.data.find(it.key());
-      if (found == request.data.end()) return false;
-      const auto& value = found->second;
-      if (it.value().is_string()) {
-        if (value.type != 3 || value.text != it.value().get<std::string>()) return false;
-      } else {
-        const int64_t number = value.type == 1 ? value.int64Value : static_cast<int64_t>(value.intValue);
-        if ((value.type != 0 && value.type != 1) || number != it.value().get<int64_t>()) return false;
-      }
-    }
-    return true;
-  }
-
-  static std::string Writes(const Slice& slice) {
-    std::string text;
-    for (const auto& write : slice.kernelWrites)
-      text += "\n      " + DescribeKernelText(write.bytes.substr(0, write.bytes.find('\0')));
-    return text;
-  }
-
-  static std::string LogLines(const Slice& slice) {
-    std::string text = slice.log.empty() ? " (no log lines)" : "; the lines were:";
-    for (const sim::LogLine& line : slice.log) text += "\n      " + LogText(line);
-    return text;
   }
 
   CheckResult* m_result;
+  std::string m_where;
 };
 
 }  // namespace
 
+Json ToJson(const Value& value) {
+  if (const auto* fields = std::get_if<Fields>(&value)) {
+    Json json = Json::object();
+    for (const auto& [key, number] : *fields) json[key] = number;
+    return json;
+  }
+  return std::visit([](const auto& v) { return Json(v); }, value);
+}
+
 CheckResult Check(const Scenario& scenario, const RunResult& run) {
   CheckResult result;
-  Checker checker(&result);
   for (const StepOutcome& outcome : run.outcomes) {
-    if (outcome.observed.contains("restart")) continue;  // the restart after an abort
     const Step& step = scenario.steps[outcome.step];
-    if (step.expect.empty()) continue;
+    if (outcome.restart) continue;  // the restart after an abort
     std::string where = step.path + " " + outcome.title;
-    if (step.kind == Step::Kind::kCall && step.repeat > 1) {
+    if (step.repeat > 1)
       where += ", repetition " + std::to_string(outcome.repetition + 1) + " of " + std::to_string(step.repeat);
-    }
-    checker.Outcome(step, outcome, where);
+    Checker checker(&result, where);
+    if (outcome.observed) checker.Call(step.expect, *outcome.observed, step.path + ".expect.");
+    checker.Effects(step.expect, outcome.slice, step.path + ".expect.");
   }
-  if (run.error.empty()) checker.End(scenario, run);
+  if (run.error.empty()) {
+    Checker checker(&result, "at the end of the scenario");
+    checker.End(scenario.expect, run);
+    checker.Effects(scenario.expect, run.total, "expect.");
+  }
   return result;
 }
 
-std::string FormatMismatches(const Scenario& scenario, const CheckResult& result) {
+std::string FormatMismatches(const CheckResult& result) {
   std::ostringstream out;
   std::string where;
   for (const Mismatch& mismatch : result.mismatches) {
-    if (mismatch.where != where) {
-      where = mismatch.where;
-      out << "  " << where << ":\n";
-    }
+    if (mismatch.where != where) out << "  " << (where = mismatch.where) << ":\n";
     out << "    " << mismatch.path << "\n      expected: " << mismatch.expected << "\n      got:      " << mismatch.got
         << "\n";
   }
-  (void)scenario;
   return out.str();
 }
 

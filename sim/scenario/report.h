@@ -1,14 +1,40 @@
-// What remedium-sim prints: a readable timeline of each step, a summary of a
-// run, and a machine-readable report.
+// What remedium-sim shows of a played scenario: the comparison with its
+// expectations, a readable timeline of each step, a summary, a
+// machine-readable report, and short texts for the library's values
+// (numbers, kernel tables, records, explanations of state values).
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
-#include "checker.h"
-#include "player.h"
 #include "scenario.h"
 
 namespace sim::scenario {
+
+// One expectation that was not met: where (a step, or the end of the
+// scenario), which expectation (its JSON path), what was expected and what
+// the library did.
+struct Mismatch {
+  std::string where;
+  std::string path;
+  std::string expected;
+  std::string got;
+};
+
+struct CheckResult {
+  size_t checked = 0;  // expectations compared
+  std::vector<Mismatch> mismatches;
+  bool ok() const { return mismatches.empty(); }
+};
+
+CheckResult Check(const Scenario& scenario, const RunResult& run);
+
+// A readable difference, one mismatch per paragraph.
+std::string FormatMismatches(const CheckResult& result);
+
+// An observed value as JSON (a report's "observed" and the checker's texts).
+Json ToJson(const Value& value);
 
 struct TimelineOptions {
   bool allLog = false;  // every log line, not only warnings and errors
@@ -24,5 +50,38 @@ std::string FormatSummary(const Scenario& scenario, const RunResult& run, const 
 
 // The report of one scenario as JSON.
 Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResult& check);
+
+std::string Hex(uint64_t value);
+
+// Whether `text` is valid UTF-8; and `text` made so: each byte outside a
+// valid sequence written as "\xNN" (two hexadecimal digits) and each
+// backslash doubled, so that the bytes can be read back.
+bool IsUtf8(const std::string& text);
+std::string EscapeUtf8(const std::string& text);
+
+// Reads comma-separated decimal numbers the way the library does: a number,
+// then one optional ",", until a number cannot be read or `limit` were read.
+std::vector<int64_t> ParseNumberList(const std::string& text, size_t limit);
+
+// "64 values; non-zero: [0]=1 [16]=3" and the like.
+std::string DescribeKernelText(const std::string& text);
+
+std::string Describe(const sim::framework::CoreCallback& callback);
+std::string DescribeRequest(const sim::framework::MessageCenterRequest& request);
+
+// Explanations in words, one line per item; `ok` is false when the text is
+// not of the kind asked for.
+struct Explanation {
+  bool ok = true;
+  std::string kind;  // "image sensor state", "error framework id list", "kernel parameter"
+  std::vector<std::string> lines;
+};
+Explanation ExplainImageSensorState(const std::string& value);
+Explanation ExplainErrorFrameworkIds(const std::string& value);
+Explanation ExplainKernelParameter(const std::string& value);
+// Picks the kind from the text ("<P:..." a state; 16 or more numbers a kernel
+// parameter; otherwise an error list). Accepts "name=value" and getprop's
+// "[name]: [value]" as well, using the property name to choose.
+Explanation Explain(const std::string& text);
 
 }  // namespace sim::scenario

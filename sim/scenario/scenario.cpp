@@ -1,54 +1,46 @@
 #include "scenario.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <set>
-#include <sstream>
 
 namespace sim::scenario {
 namespace {
 
-// Thrown inside the reader only; LoadScenario turns it into a LoadError.
+// Thrown inside the reader only; ParseScenario turns it into a LoadError.
 struct Failure {
   std::string path;
   std::string message;
 };
 
-std::string Kind(const Json& value) {
-  switch (value.type()) {
-    case Json::value_t::null:
-      return "null";
-    case Json::value_t::boolean:
-      return "a boolean";
-    case Json::value_t::number_integer:
-    case Json::value_t::number_unsigned:
-      return "an integer";
-    case Json::value_t::number_float:
-      return "a number with a fraction";
-    case Json::value_t::string:
-      return "a string";
-    case Json::value_t::array:
-      return "an array";
-    case Json::value_t::object:
-      return "an object";
-    default:
-      return "something else";
-  }
-}
+constexpr int64_t kInt32Min = INT32_MIN, kInt32Max = INT32_MAX, kUint32Max = UINT32_MAX;
+constexpr char kHalResult[] = "a HAL result (0 success, non-zero failure)";
+constexpr char kStrings[] = "an array of strings";
 
-std::string Shown(const Json& value) {
-  std::string text = value.dump();
-  if (text.size() > 40) text = text.substr(0, 37) + "...";
-  return Kind(value) + " (" + text + ")";
-}
-
-std::string Join(const std::vector<std::string>& items, const std::string& separator) {
+std::string Join(const std::vector<std::string>& items, const std::string& separator = ", ") {
   std::string text;
   for (size_t i = 0; i < items.size(); ++i) text += (i ? separator : "") + items[i];
   return text;
+}
+
+// A value for an error message: its kind and the start of its text (values
+// are at most kMaxDepth deep, so the text is bounded work).
+std::string Shown(const Json& value) {
+  static const char* const kKinds[] = {"null",      "an object",  "an array",   "a string",
+                                       "a boolean", "an integer", "an integer", "a number with a fraction"};
+  const auto kind = static_cast<size_t>(value.type());
+  std::string text = value.dump(-1, ' ', false, Json::error_handler_t::replace);
+  if (text.size() > 40) text = text.substr(0, 37) + "...";
+  return std::string(kind < std::size(kKinds) ? kKinds[kind] : "something else") + " (" + text + ")";
+}
+
+std::string Article(const std::string& word) {
+  return std::string("AEIOU").find(word[0]) == std::string::npos ? "a " : "an ";
 }
 
 // A value inside the scenario with its JSON path, for errors that say where.
@@ -64,31 +56,25 @@ class Node {
   bool IsNull() const { return m_value->is_null(); }
   bool Has(const std::string& key) const { return m_value->is_object() && m_value->contains(key); }
   Node At(const std::string& key) const { return Node(m_value->at(key), m_path.empty() ? key : m_path + "." + key); }
-  Node operator[](size_t index) const { return Node((*m_value)[index], m_path + "[" + std::to_string(index) + "]"); }
 
-  void RequireObject(const std::string& what) const {
-    if (!m_value->is_object()) Expected(what);
-  }
   std::vector<Node> Items(const std::string& what) const {
     if (!m_value->is_array()) Expected(what);
     std::vector<Node> items;
-    for (size_t i = 0; i < m_value->size(); ++i) items.push_back((*this)[i]);
+    for (size_t i = 0; i < m_value->size(); ++i)
+      items.emplace_back((*m_value)[i], m_path + "[" + std::to_string(i) + "]");
     return items;
   }
   std::vector<std::pair<std::string, Node>> Members(const std::string& what) const {
-    RequireObject(what);
+    if (!m_value->is_object()) Expected(what);
     std::vector<std::pair<std::string, Node>> members;
-    for (auto it = m_value->begin(); it != m_value->end(); ++it) {
-      members.emplace_back(it.key(), Node(it.value(), m_path + "." + it.key()));
-    }
+    for (auto it = m_value->begin(); it != m_value->end(); ++it) members.emplace_back(it.key(), At(it.key()));
     return members;
   }
   // Rejects keys outside `known`, naming the ones that are allowed.
   void OnlyKeys(const std::vector<std::string>& known, const std::string& what) const {
-    RequireObject(what);
-    for (auto it = m_value->begin(); it != m_value->end(); ++it) {
-      if (std::find(known.begin(), known.end(), it.key()) == known.end()) {
-        Fail("unknown key \"" + it.key() + "\" in " + what + "; known keys: " + Join(known, ", "));
+    for (const auto& [key, value] : Members(what)) {
+      if (std::find(known.begin(), known.end(), key) == known.end()) {
+        Fail("unknown key \"" + key + "\" in " + what + "; known keys: " + Join(known));
       }
     }
   }
@@ -104,36 +90,38 @@ class Node {
   // An integer in [low, high]; a string holding a decimal or "0x" number is
   // accepted too, since addresses and codes read better in hexadecimal.
   int64_t Integer(int64_t low, int64_t high, const std::string& what) const {
+    const std::string range = " from " + std::to_string(low) + " to " + std::to_string(high);
     int64_t number = 0;
-    if (m_value->is_number_integer()) {
-      if (m_value->is_number_unsigned() && m_value->get<uint64_t>() > static_cast<uint64_t>(INT64_MAX)) {
-        Fail("expected " + what + " from " + std::to_string(low) + " to " + std::to_string(high) + ", got " +
-             m_value->dump());
-      }
+    if (m_value->is_number_unsigned() && m_value->get<uint64_t>() > static_cast<uint64_t>(INT64_MAX)) {
+      Fail("expected " + what + range + ", got " + m_value->dump());
+    } else if (m_value->is_number_integer()) {
       number = m_value->get<int64_t>();
     } else if (m_value->is_string()) {
       const std::string text = m_value->get<std::string>();
       char* end = nullptr;
       errno = 0;
       number = std::strtoll(text.c_str(), &end, 0);
-      if (text.empty() || end == nullptr || *end != '\0' || errno == ERANGE) Expected(what);
+      if (text.empty() || *end != '\0' || errno == ERANGE) Expected(what);
     } else {
       Expected(what);
     }
-    if (number < low || number > high) {
-      Fail("expected " + what + " from " + std::to_string(low) + " to " + std::to_string(high) + ", got " +
-           std::to_string(number));
-    }
+    if (number < low || number > high) Fail("expected " + what + range + ", got " + std::to_string(number));
     return number;
   }
+  int64_t Any64(const std::string& what) const { return Integer(INT64_MIN, INT64_MAX, what); }
   uint64_t Unsigned64(const std::string& what) const {
-    if (m_value->is_number_unsigned()) return m_value->get<uint64_t>();
-    return static_cast<uint64_t>(Integer(0, INT64_MAX, what));
+    return m_value->is_number_unsigned() ? m_value->get<uint64_t>()
+                                         : static_cast<uint64_t>(Integer(0, INT64_MAX, what));
   }
   std::vector<std::string> Strings(const std::string& what) const {
     std::vector<std::string> strings;
     for (const Node& item : Items(what)) strings.push_back(item.String(what));
     return strings;
+  }
+  std::vector<int64_t> Numbers(const std::string& what, const std::string& each = "a number") const {
+    std::vector<int64_t> numbers;
+    for (const Node& item : Items(what)) numbers.push_back(item.Any64(each));
+    return numbers;
   }
 
  private:
@@ -141,43 +129,224 @@ class Node {
   std::string m_path;
 };
 
-constexpr int64_t kInt32Min = INT32_MIN;
-constexpr int64_t kInt32Max = INT32_MAX;
-constexpr int64_t kUint32Max = UINT32_MAX;
-constexpr char kHalResult[] = "a HAL result (0 success, non-zero failure)";
-
-const std::vector<std::string> kCallFunctions = {
-    "GetStaticCaps",           "SensorProbe",          "InitializeSensorDevice",
-    "LoadSensorInitConfigCmd", "LoadSensorConfigCmds", "SensorCreateAndSubmitCommand",
-    "CreateI2CInfoCmd",        "EEPROMDataProbe",      "ProbeEEPROM",
-    "ReadEEPROMDevice",        "EEPROMVerifyChecksum", "ActuatorData",
-    "OISRegisterProvider",     "OISCreateI2CInfoCmd",  "ReadLensPositionData",
-    "FormatLensPositionData",  "PostGyroData",         "CSLMessageHandler",
-    "ProcessCaptureRequest",
-};
-
-bool ReturnsNothing(const std::string& function) {
-  return function == "ActuatorData" || function == "CSLMessageHandler";
+// A number in a key ("32" of {"32": -110}) below `limit`.
+size_t Index(const std::string& key, int64_t limit, const Node& value, const std::string& message) {
+  char* end = nullptr;
+  const long index = std::strtol(key.c_str(), &end, 10);
+  if (key.empty() || *end != '\0' || index < 0 || index >= limit) value.Fail(message);
+  return static_cast<size_t>(index);
 }
 
-// Call-specific expectation keys beyond "result" and "halCalls".
-std::vector<std::string> CallExpectKeys(const std::string& function) {
-  if (function == "InitializeSensorDevice") return {"initState"};
-  if (function == "CreateI2CInfoCmd") return {"slaveAddress"};
-  if (function == "OISCreateI2CInfoCmd" || function == "ActuatorData") return {"slaveAddress", "halSawSlaveAddress"};
-  if (function == "EEPROMDataProbe") return {"eepromFlag"};
-  if (function == "EEPROMVerifyChecksum") return {"changedOffsets", "changedBytes", "halSawData"};
-  if (function == "PostGyroData") return {"timestamps", "shiftedSamples"};
-  if (function == "CSLMessageHandler") return {"message"};
-  if (function == "ProcessCaptureRequest") return {"aborted"};
-  if (function == "ReadLensPositionData") return {"durationAtLeastUs"};
-  return {};
+std::optional<std::string> OverrideSettings(const Node& node) {
+  if (node.IsNull()) return std::nullopt;
+  if (!node.value().is_array()) return node.String("the settings text, an array of lines, or null (no file)");
+  std::string text;
+  for (const std::string& line : node.Strings("an array of lines (strings)")) text += line + "\n";
+  return text;
 }
 
-const std::vector<std::string> kGenericExpectKeys = {
-    "properties",    "kernelParameter", "kernelWrites",          "notifications", "callbacks", "probeRecords",
-    "switchQueries", "argumentQueries", "messageCenterRequests", "log",           "noLog",     "logCount",
-};
+std::map<std::string, std::optional<std::string>> Properties(const Node& node) {
+  std::map<std::string, std::optional<std::string>> properties;
+  for (const auto& [key, value] : node.Members("an object of property names and values")) {
+    if (key.empty()) value.Fail("a property name cannot be empty");
+    if (!value.IsNull()) {
+      properties[key] =
+          value.value().is_number_integer() ? value.value().dump() : value.String("a property value (a string)");
+    } else {
+      properties[key] = std::nullopt;
+    }
+  }
+  return properties;
+}
+
+KernelParameter Kernel(const Node& node) {
+  if (node.IsNull()) return {false, ""};
+  std::vector<int64_t> values;
+  if (node.value().is_object()) {  // {"count": 64, "32": -110}: a table of zeros with a few entries set
+    values.resize(node.Has("count") ? static_cast<size_t>(node.At("count").Integer(0, 1000, "a number of values"))
+                                    : 64);
+    for (const auto& [key, value] : node.Members("")) {
+      if (key == "count") continue;
+      values[Index(key, static_cast<int64_t>(values.size()), value,
+                   "an index from \"0\" to \"" + std::to_string(values.size() - 1) + "\" (or \"count\"), got \"" + key +
+                       "\"")] = value.Any64("a number");
+    }
+  } else if (node.value().is_array()) {
+    values = node.Numbers("an array of numbers");
+  } else {
+    return {true, node.String("the parameter text (\"0,0,...\"), an array of numbers, an object of index and value, "
+                              "or null (no file)")};
+  }
+  std::string text;
+  for (size_t i = 0; i < values.size(); ++i) text += (i ? "," : "") + std::to_string(values[i]);
+  return {true, text};
+}
+
+CoreSetup Core(const Node& node) {
+  node.OnlyKeys({"present", "switches", "hookArguments"}, "\"core\"");
+  CoreSetup core;
+  if (node.Has("present")) core.present = node.At("present").Bool();
+  if (node.Has("switches")) {
+    for (const auto& [key, value] : node.At("switches").Members("an object of switch kinds and true/false")) {
+      char* end = nullptr;
+      const long kind = std::strtol(key.c_str(), &end, 10);
+      if (key.empty() || *end != '\0' || kind < kInt32Min || kind > kInt32Max) {
+        value.Fail("a switch kind is a number such as \"2\", got \"" + key + "\"");
+      }
+      core.switches[static_cast<int32_t>(kind)] = value.Bool();
+    }
+  }
+  if (node.Has("hookArguments")) {
+    for (const auto& [key, value] : node.At("hookArguments").Members("an object of hook names and argument lists")) {
+      core.hookArguments[key] = value.Strings("an array of argument strings");
+    }
+  }
+  return core;
+}
+
+MessageCenterSetup MessageCenter(const Node& node) {
+  node.OnlyKeys({"present", "send", "sensorTypes", "mostProbed"}, "\"messageCenter\"");
+  MessageCenterSetup centre;
+  if (node.Has("present")) centre.present = node.At("present").Bool();
+  if (node.Has("send")) centre.withSend = node.At("send").Bool();
+  if (node.Has("sensorTypes")) {
+    for (const auto& [key, value] : node.At("sensorTypes").Members("an object of sensor names and types")) {
+      centre.sensorTypes[key] = value.String("a sensor type");
+    }
+  }
+  if (node.Has("mostProbed")) {
+    for (const auto& [key, value] : node.At("mostProbed").Members("an object of sensor types and answers")) {
+      value.OnlyKeys({"sensor", "recordCount"}, "a most-probed answer");
+      MostProbed& answer = centre.mostProbed[key];
+      if (value.Has("sensor")) answer.sensor = value.At("sensor").String("a sensor name");
+      if (value.Has("recordCount")) answer.recordCount = value.At("recordCount").Any64("a record count");
+    }
+  }
+  return centre;
+}
+
+KernelExpect KernelExpectation(const Node& value) {
+  if (value.IsNull()) return {false, std::nullopt, {}};  // no file
+  if (value.value().is_string()) return {true, value.String(), {}};
+  KernelExpect expect;
+  for (const auto& [index, number] : value.Members("the parameter text, an object of index and value, or null")) {
+    expect.values[Index(index, 64, number, "an index is from \"0\" to \"63\", got \"" + index + "\"")] =
+        number.Any64("a number");
+  }
+  return expect;
+}
+
+Value FieldValue(const Node& value, FieldKind kind) {
+  if (kind == FieldKind::kFlag) return value.Bool();
+  if (kind == FieldKind::kNumbers) return value.Numbers("an array of numbers");
+  if (kind != FieldKind::kMessage) return value.Integer(0, kUint32Max, "a number");
+  value.OnlyKeys({"type", "errorCode", "errorWord"}, "\"message\"");
+  Fields fields;
+  for (const auto& [field, number] : value.Members(""))
+    fields.emplace_back(field, number.Integer(0, kUint32Max, "a number"));
+  return fields;
+}
+
+// Validates an "expect" object; `step` is null for the scenario's final expectations.
+Expectations Expect(const Node& node, const Step* step) {
+  std::vector<std::string> keys = {
+      "properties",    "kernelParameter", "kernelWrites",          "notifications", "callbacks", "probeRecords",
+      "switchQueries", "argumentQueries", "messageCenterRequests", "log",           "noLog",     "logCount"};
+  const CatalogueEntry* hook = step != nullptr ? step->hook : nullptr;
+  if (hook != nullptr) {
+    keys.push_back("halCalls");
+    if (!hook->returnsNothing) keys.push_back("result");
+    for (const FieldSpec& field : hook->fields) keys.push_back(field.key);
+  } else if (step == nullptr) {
+    keys.insert(keys.end(), {"halCalls", "aborts"});
+  }
+  node.OnlyKeys(keys,
+                hook != nullptr ? "the expectations of " + Article(hook->call) + hook->call + " call" : "\"expect\"");
+  Expectations e;
+  for (const auto& [key, value] : node.Members("")) {
+    if (key == "result") {
+      e.result = value.Integer(kInt32Min, kInt32Max, kHalResult);
+    } else if (key == "halCalls" && step != nullptr) {
+      e.halCalls = value.Integer(0, 1000, "a number of HAL calls");
+    } else if (key == "halCalls") {
+      e.functionCalls.emplace();
+      for (const auto& [name, count] : value.Members("an object of HAL function names and call counts")) {
+        if (FindCall(name) == nullptr) count.Fail("\"" + name + "\" is not a hooked HAL function");
+        e.functionCalls->emplace_back(name, count.Integer(0, INT32_MAX, "a number of HAL calls"));
+      }
+    } else if (key == "aborts") {
+      e.aborts = value.Integer(0, kUint32Max, "a number");
+    } else if (key == "properties") {
+      e.properties = Properties(value);
+    } else if (key == "kernelParameter") {
+      e.kernelParameter = KernelExpectation(value);
+    } else if (key == "kernelWrites" && value.value().is_number_integer()) {
+      e.kernelWriteCount = value.Integer(0, INT32_MAX, "a number of writes");
+    } else if (key == "kernelWrites") {
+      auto& writes = e.kernelWrites.emplace();
+      for (const Node& item : value.Items("a number of writes or an array of writes")) {
+        item.OnlyKeys({"text", "values", "bytes"}, "a kernel write");
+        KernelWriteExpect& write = writes.emplace_back();
+        if (item.Has("text")) write.text = item.At("text").String();
+        if (item.Has("bytes")) write.bytes = item.At("bytes").Integer(0, 65536, "a byte count");
+        if (item.Has("values")) write.values = KernelExpectation(item.At("values"));
+      }
+    } else if (key == "notifications" || key == "argumentQueries" || key == "log" || key == "noLog") {
+      (key == "notifications" ? e.notifications
+       : key == "log"         ? e.log
+       : key == "noLog"       ? e.noLog
+                              : e.argumentQueries) = value.Strings(kStrings);
+    } else if (key == "switchQueries") {
+      auto& kinds = e.switchQueries.emplace();
+      for (int64_t kind : value.Numbers("an array of numbers")) kinds.push_back(std::to_string(kind));
+    } else if (key == "probeRecords") {
+      auto& records = e.probeRecords.emplace();
+      for (const Node& item : value.Items("an array of probe records")) {
+        item.OnlyKeys({"name", "failed"}, "a probe record");
+        if (!item.Has("name") || !item.Has("failed")) item.Fail("a probe record has a \"name\" and \"failed\"");
+        records.push_back(item.At("name").String() + (item.At("failed").Bool() ? " failed" : " probed"));
+      }
+    } else if (key == "logCount") {
+      auto& counts = e.logCount.emplace();
+      for (const auto& [text, count] : value.Members("an object of texts and line counts")) {
+        counts.emplace_back(text, count.Integer(0, INT32_MAX, "a number of lines"));
+      }
+    } else if (key == "callbacks") {
+      auto& callbacks = e.callbacks.emplace();
+      for (const Node& item : value.Items("an array of protection callbacks")) {
+        item.OnlyKeys({"arg0", "arg1", "errorCode", "name", "messageType"}, "a callback");
+        CallbackExpect& callback = callbacks.emplace_back();
+        if (item.Has("arg0")) callback.arg0 = item.At("arg0").Integer(0, kUint32Max, "a 32-bit word");
+        if (item.Has("arg1")) callback.arg1 = item.At("arg1").Integer(0, kUint32Max, "a 32-bit word");
+        if (item.Has("errorCode")) callback.errorCode = item.At("errorCode").Unsigned64("a 64-bit code");
+        if (item.Has("name")) callback.name = item.At("name").String();
+        if (item.Has("messageType")) callback.messageType = item.At("messageType").String();
+      }
+    } else if (key == "messageCenterRequests") {
+      auto& requests = e.requests.emplace();
+      for (const Node& item : value.Items("an array of message-centre requests")) {
+        item.OnlyKeys({"name", "data"}, "a message-centre request");
+        if (!item.Has("name")) item.Fail("a request needs its \"name\"");
+        RequestExpect& request = requests.emplace_back();
+        request.name = item.At("name").String();
+        if (!item.Has("data")) continue;
+        auto& data = request.data.emplace();
+        for (const auto& [field, v] : item.At("data").Members("an object of data entries")) {
+          if (v.value().is_string()) {
+            data.emplace_back(field, v.String());
+          } else {
+            data.emplace_back(field, v.Any64("a string or a number"));
+          }
+        }
+      }
+    } else {
+      for (const FieldSpec& field : hook->fields) {
+        if (key == field.key) e.fields.emplace_back(field, FieldValue(value, field.kind));
+      }
+    }
+  }
+  return e;
+}
 
 class Parser {
  public:
@@ -189,18 +358,21 @@ class Parser {
                   "the scenario");
     if (!root.Has("name")) root.Fail("a scenario needs a \"name\" (a short title)");
     m_scenario->name = root.At("name").String();
-    if (root.Has("description")) m_scenario->description = Text(root.At("description"));
+    if (root.Has("description")) {
+      const Node description = root.At("description");
+      m_scenario->description = description.value().is_array()
+                                    ? Join(description.Strings("a string or an array of lines"), "\n")
+                                    : description.String("a string or an array of lines");
+    }
     if (!root.Has("device")) root.Fail("a scenario needs a \"device\" with its \"cameras\"");
     ParseDevice(root.At("device"));
     if (root.Has("overrideSettings")) m_scenario->overrideSettings = OverrideSettings(root.At("overrideSettings"));
-    if (root.Has("properties")) {
-      for (const auto& [key, value] : Properties(root.At("properties"))) {
-        if (!value) root.At("properties").At(key).Expected("a property value (a string)");
-        m_scenario->properties[key] = *value;
-      }
+    for (const auto& [key, value] : root.Has("properties") ? Properties(root.At("properties")) : Changes{}.properties) {
+      if (!value) root.At("properties").At(key).Expected("a property value (a string)");
+      m_scenario->properties[key] = *value;
     }
-    m_scenario->kernelParameter.text = ZeroTable();
-    if (root.Has("kernelParameter")) m_scenario->kernelParameter = Kernel(root.At("kernelParameter"));
+    m_scenario->kernelParameter =
+        root.Has("kernelParameter") ? Kernel(root.At("kernelParameter")) : KernelParameter{true, ZeroTable()};
     if (root.Has("core")) m_scenario->core = Core(root.At("core"));
     if (root.Has("messageCenter")) m_scenario->messageCenter = MessageCenter(root.At("messageCenter"));
     if (!root.Has("steps")) root.Fail("a scenario needs \"steps\" (the HAL calls to play)");
@@ -209,11 +381,6 @@ class Parser {
   }
 
  private:
-  static std::string Text(const Node& node) {
-    if (node.value().is_array()) return Join(node.Strings("a string or an array of lines"), "\n");
-    return node.String("a string or an array of lines");
-  }
-
   void ParseDevice(const Node& device) {
     device.OnlyKeys({"bootTime", "cameras"}, "\"device\"");
     if (device.Has("bootTime"))
@@ -222,527 +389,256 @@ class Parser {
     for (const Node& item : device.At("cameras").Items("an array of cameras")) {
       item.OnlyKeys({"id", "slot", "role", "sensors", "eeproms", "actuators"}, "a camera");
       if (!item.Has("id")) item.Fail("a camera needs an \"id\" (the HAL's camera id)");
-      Camera camera;
+      Camera& camera = m_scenario->cameras.emplace_back();
       camera.id = static_cast<uint32_t>(item.At("id").Integer(0, UINT16_MAX, "a camera id"));
-      if (m_scenario->FindCamera(camera.id) != nullptr) {
+      if (FindCamera(camera.id) != &camera)
         item.At("id").Fail("camera " + std::to_string(camera.id) + " is listed twice");
-      }
       if (item.Has("slot")) camera.slot = static_cast<uint32_t>(item.At("slot").Integer(0, kUint32Max, "a slot id"));
       if (item.Has("role")) camera.role = item.At("role").String();
       if (item.Has("sensors")) camera.sensors = item.At("sensors").Strings("an array of sensor names");
       if (item.Has("eeproms")) camera.eeproms = item.At("eeproms").Strings("an array of EEPROM names");
       if (item.Has("actuators")) camera.actuators = item.At("actuators").Strings("an array of actuator names");
-      m_scenario->cameras.push_back(camera);
     }
   }
 
-  static std::optional<std::string> OverrideSettings(const Node& node) {
-    if (node.IsNull()) return std::nullopt;
-    if (node.value().is_array()) {
-      std::string text;
-      for (const std::string& line : node.Strings("an array of lines (strings)")) text += line + "\n";
-      return text;
+  const Camera* FindCamera(uint32_t id) const {
+    for (const Camera& camera : m_scenario->cameras) {
+      if (camera.id == id) return &camera;
     }
-    return node.String("the settings text, an array of lines, or null (no file)");
-  }
-
-  static std::map<std::string, std::optional<std::string>> Properties(const Node& node) {
-    std::map<std::string, std::optional<std::string>> properties;
-    for (const auto& [key, value] : node.Members("an object of property names and values")) {
-      if (key.empty()) value.Fail("a property name cannot be empty");
-      if (value.IsNull()) {
-        properties[key] = std::nullopt;
-      } else if (value.value().is_number_integer()) {
-        properties[key] = value.value().dump();
-      } else {
-        properties[key] = value.String("a property value (a string)");
-      }
-    }
-    return properties;
-  }
-
-  static KernelParameter Kernel(const Node& node) {
-    if (node.IsNull()) return {false, ""};
-    if (node.value().is_object()) {
-      // {"count": 64, "32": -110}: a table of zeros with a few entries set.
-      size_t count = 64;
-      if (node.Has("count")) count = static_cast<size_t>(node.At("count").Integer(0, 1000, "a number of values"));
-      std::vector<int64_t> values(count, 0);
-      for (const auto& [key, value] : node.Members("")) {
-        if (key == "count") continue;
-        char* end = nullptr;
-        const long index = std::strtol(key.c_str(), &end, 10);
-        if (key.empty() || *end != '\0' || index < 0 || static_cast<size_t>(index) >= count) {
-          value.Fail("an index from \"0\" to \"" + std::to_string(count - 1) + "\" (or \"count\"), got \"" + key +
-                     "\"");
-        }
-        values[static_cast<size_t>(index)] = value.Integer(INT64_MIN, INT64_MAX, "a number");
-      }
-      std::string text;
-      for (size_t i = 0; i < values.size(); ++i) text += (i ? "," : "") + std::to_string(values[i]);
-      return {true, text};
-    }
-    if (node.value().is_array()) {
-      std::string text;
-      size_t index = 0;
-      for (const Node& item : node.Items("an array of numbers")) {
-        text += (index++ ? "," : "") + std::to_string(item.Integer(INT64_MIN, INT64_MAX, "a number"));
-      }
-      return {true, text};
-    }
-    return {
-        true,
-        node.String(
-            "the parameter text (\"0,0,...\"), an array of numbers, an object of index and value, or null (no file)")};
-  }
-
-  static CoreSetup Core(const Node& node) {
-    node.OnlyKeys({"present", "switches", "hookArguments"}, "\"core\"");
-    CoreSetup core;
-    if (node.Has("present")) core.present = node.At("present").Bool();
-    if (node.Has("switches")) {
-      for (const auto& [key, value] : node.At("switches").Members("an object of switch kinds and true/false")) {
-        char* end = nullptr;
-        const long kind = std::strtol(key.c_str(), &end, 10);
-        if (key.empty() || *end != '\0' || kind < INT32_MIN || kind > INT32_MAX) {
-          value.Fail("a switch kind is a number such as \"2\", got \"" + key + "\"");
-        }
-        core.switches[static_cast<int32_t>(kind)] = value.Bool();
-      }
-    }
-    if (node.Has("hookArguments")) {
-      for (const auto& [key, value] : node.At("hookArguments").Members("an object of hook names and argument lists")) {
-        core.hookArguments[key] = value.Strings("an array of argument strings");
-      }
-    }
-    return core;
-  }
-
-  static MessageCenterSetup MessageCenter(const Node& node) {
-    node.OnlyKeys({"present", "send", "sensorTypes", "mostProbed"}, "\"messageCenter\"");
-    MessageCenterSetup centre;
-    if (node.Has("present")) centre.present = node.At("present").Bool();
-    if (node.Has("send")) centre.withSend = node.At("send").Bool();
-    if (node.Has("sensorTypes")) {
-      for (const auto& [key, value] : node.At("sensorTypes").Members("an object of sensor names and types")) {
-        centre.sensorTypes[key] = value.String("a sensor type");
-      }
-    }
-    if (node.Has("mostProbed")) {
-      for (const auto& [key, value] : node.At("mostProbed").Members("an object of sensor types and answers")) {
-        value.OnlyKeys({"sensor", "recordCount"}, "a most-probed answer");
-        MostProbed answer;
-        if (value.Has("sensor")) answer.sensor = value.At("sensor").String("a sensor name");
-        if (value.Has("recordCount")) {
-          answer.recordCount = value.At("recordCount").Integer(INT64_MIN, INT64_MAX, "a record count");
-        }
-        centre.mostProbed[key] = answer;
-      }
-    }
-    return centre;
+    return nullptr;
   }
 
   Step ParseStep(const Node& node) {
-    node.RequireObject("a step (an object with \"call\", \"restart\", \"reboot\" or \"set\")");
+    if (!node.value().is_object())
+      node.Expected("a step (an object with \"call\", \"restart\", \"reboot\" or \"set\")");
     Step step;
     step.path = node.path();
-    const int kinds = node.Has("call") + node.Has("restart") + node.Has("reboot") + node.Has("set");
-    if (kinds != 1) {
+    if (node.Has("call") + node.Has("restart") + node.Has("reboot") + node.Has("set") != 1) {
       node.Fail("a step has exactly one of \"call\" (a HAL function), \"restart\", \"reboot\" or \"set\"");
     }
     if (node.Has("note")) step.note = node.At("note").String();
     if (node.Has("restart") || node.Has("reboot")) {
-      const bool restart = node.Has("restart");
-      const std::string key = restart ? "restart" : "reboot";
+      const std::string key = node.Has("restart") ? "restart" : "reboot";
       node.OnlyKeys({key, "note", "expect"}, "a " + key + " step");
       if (!node.At(key).Bool()) node.At(key).Fail("write \"" + key + "\": true, or leave the step out");
-      step.kind = restart ? Step::Kind::kRestart : Step::Kind::kReboot;
+      step.kind = key == "restart" ? Step::Kind::kRestart : Step::Kind::kReboot;
     } else if (node.Has("set")) {
       node.OnlyKeys({"set", "note", "expect"}, "a set step");
       step.kind = Step::Kind::kSet;
-      step.changes = ParseChanges(node.At("set"));
+      const Node set = node.At("set");
+      set.OnlyKeys({"core", "messageCenter", "properties", "kernelParameter", "overrideSettings", "bootTime"},
+                   "\"set\"");
+      Changes& changes = step.changes;
+      if (set.Has("core")) changes.core = Core(set.At("core"));
+      if (set.Has("messageCenter")) changes.messageCenter = MessageCenter(set.At("messageCenter"));
+      if (set.Has("properties")) changes.properties = Properties(set.At("properties"));
+      if (set.Has("kernelParameter")) changes.kernelParameter = Kernel(set.At("kernelParameter"));
+      if (set.Has("overrideSettings")) changes.overrideSettings = OverrideSettings(set.At("overrideSettings"));
+      if (set.Has("bootTime")) changes.bootTime = set.At("bootTime").Integer(0, INT32_MAX, "seconds since boot");
     } else {
-      step.kind = Step::Kind::kCall;
       ParseCall(node, &step);
     }
     if (node.Has("expect")) step.expect = Expect(node.At("expect"), &step);
+    if ((m_played += static_cast<size_t>(step.repeat)) > kMaxSteps) {
+      node.Fail("the scenario plays more than " + std::to_string(kMaxSteps) +
+                " steps (repetitions counted), the most a scenario may play");
+    }
     return step;
   }
 
-  Changes ParseChanges(const Node& node) {
-    node.OnlyKeys({"core", "messageCenter", "properties", "kernelParameter", "overrideSettings", "bootTime"},
-                  "\"set\"");
-    Changes changes;
-    if (node.Has("core")) changes.core = Core(node.At("core"));
-    if (node.Has("messageCenter")) changes.messageCenter = MessageCenter(node.At("messageCenter"));
-    if (node.Has("properties")) changes.properties = Properties(node.At("properties"));
-    if (node.Has("kernelParameter")) changes.kernelParameter = Kernel(node.At("kernelParameter"));
-    if (node.Has("overrideSettings")) changes.overrideSettings = OverrideSettings(node.At("overrideSettings"));
-    if (node.Has("bootTime")) changes.bootTime = node.At("bootTime").Integer(0, INT32_MAX, "seconds since boot");
-    return changes;
-  }
-
-  const Camera& StepCamera(const Node& node, uint32_t limit, const std::string& why) {
-    const Node camera = node.At("camera");
+  const Camera& StepCamera(const Node& camera, uint32_t limit) const {
     const uint32_t id = static_cast<uint32_t>(camera.Integer(0, UINT16_MAX, "a camera id"));
-    const Camera* found = m_scenario->FindCamera(id);
+    const Camera* found = FindCamera(id);
     if (found == nullptr) {
       std::vector<std::string> ids;
       for (const Camera& known : m_scenario->cameras) ids.push_back(std::to_string(known.id));
       camera.Fail("camera " + std::to_string(id) + " is not on the device (device.cameras has " +
-                  (ids.empty() ? std::string("none") : Join(ids, ", ")) + ")");
+                  (ids.empty() ? std::string("none") : Join(ids)) + ")");
     }
-    if (id >= limit) camera.Fail("camera " + std::to_string(id) + " is outside the 16-entry slot table; " + why);
+    if (id >= limit) {
+      camera.Fail("camera " + std::to_string(id) +
+                  " is outside the 16-entry slot table; the library stops the camera process there (bounds trap), "
+                  "which the simulator does not play");
+    }
     return *found;
   }
 
-  static std::string Named(const Node& node, const std::string& key, const std::vector<std::string>& known,
-                           const std::string& what, const Camera* camera) {
+  // A module name: given (and, with a camera, one of the device's), or the camera's first.
+  static std::string Named(const Node& node, const std::string& key, const Camera* camera,
+                           std::vector<std::string> Camera::* list, const std::string& what) {
+    const std::vector<std::string> known = camera != nullptr ? camera->*list : std::vector<std::string>{};
     if (node.Has(key)) {
       const std::string name = node.At(key).String("a " + what + " name");
-      if (camera != nullptr && !known.empty() && std::find(known.begin(), known.end(), name) == known.end()) {
+      if (!known.empty() && std::find(known.begin(), known.end(), name) == known.end()) {
         node.At(key).Fail("\"" + name + "\" is not a " + what + " of camera " + std::to_string(camera->id) +
-                          " (device lists " + Join(known, ", ") + ")");
+                          " (device lists " + Join(known) + ")");
       }
       return name;
     }
-    if (camera != nullptr && !known.empty()) return known.front();
+    if (!known.empty()) return known.front();
     node.Fail("this call needs \"" + key + "\" (or a camera whose device entry lists " + what + "s)");
+  }
+
+  // "hal" or "kernel": an array gives one value per call (none beyond it), a single value every call.
+  template <typename T, typename Read>
+  static std::optional<std::vector<T>> PerCall(const Node& node, T* every, const std::string& what, Read read) {
+    if (!node.value().is_array()) {
+      *every = read(node);
+      return std::nullopt;
+    }
+    std::vector<T> values;
+    for (const Node& item : node.Items("")) values.push_back(read(item));
+    if (values.empty()) node.Fail("expected at least one " + what);
+    return values;
   }
 
   void ParseCall(const Node& node, Step* step) {
     const std::string function = node.At("call").String("the name of a hooked HAL function");
-    if (std::find(kCallFunctions.begin(), kCallFunctions.end(), function) == kCallFunctions.end()) {
-      node.At("call").Fail("\"" + function + "\" is not a hooked HAL function; known: " + Join(kCallFunctions, ", "));
+    if ((step->hook = FindCall(function)) == nullptr) {
+      std::vector<std::string> known;
+      for (const CatalogueEntry& entry : Catalogue()) {
+        if (entry.call != nullptr) known.push_back(entry.call);
+      }
+      node.At("call").Fail("\"" + function + "\" is not a hooked HAL function; known: " + Join(known));
     }
-    step->function = function;
+    const std::string call = Article(function) + function + " call";
     std::vector<std::string> keys = {"call", "note", "expect", "repeat", "hal"};
-    CallArgs& args = step->args;
-    constexpr char kTrap[] =
-        "the library stops the camera process there (bounds trap), which the simulator does not play";
-    if (function == "GetStaticCaps") {
-      keys.insert(keys.end(), {"camera", "slot"});
-      node.OnlyKeys(keys, "a GetStaticCaps call");
-      const Camera& camera = StepCamera(node, UINT16_MAX + 1u, "");
-      args.camera = camera.id;
-      args.slot =
-          node.Has("slot") ? static_cast<uint32_t>(node.At("slot").Integer(0, kUint32Max, "a slot id")) : camera.slot;
-    } else if (function == "SensorProbe") {
-      keys.insert(keys.end(), {"camera", "sensor", "kernel"});
-      node.OnlyKeys(keys, "a SensorProbe call");
-      if (!node.Has("camera"))
-        node.Fail("a SensorProbe call needs a \"camera\" (null: the HAL object has no camera id)");
-      const Camera* camera = nullptr;
-      if (node.At("camera").IsNull()) {
-        args.cameraAbsent = true;
-      } else {
-        camera = &StepCamera(node, UINT16_MAX + 1u, "");
-        args.camera = camera->id;
-      }
-      args.sensor = Named(node, "sensor", camera ? camera->sensors : std::vector<std::string>{}, "sensor", camera);
-      if (node.Has("kernel")) ParseKernelResults(node.At("kernel"), step);
-    } else if (function == "InitializeSensorDevice" || function == "LoadSensorInitConfigCmd" ||
-               function == "LoadSensorConfigCmds" || function == "SensorCreateAndSubmitCommand") {
-      keys.push_back("camera");
-      if (function == "SensorCreateAndSubmitCommand") keys.push_back("opcode");
-      node.OnlyKeys(keys, "a " + function + " call");
-      if (!node.Has("camera")) node.Fail("a " + function + " call needs a \"camera\"");
-      if (function == "SensorCreateAndSubmitCommand") {
-        if (!node.Has("opcode"))
-          node.Fail("a SensorCreateAndSubmitCommand call needs an \"opcode\" (2 init, 4 config)");
-        args.opcode = static_cast<uint32_t>(node.At("opcode").Integer(0, kUint32Max, "a packet opcode"));
-      }
-      const bool traps = function != "SensorCreateAndSubmitCommand" || args.opcode == 2 || args.opcode == 4;
-      args.camera = StepCamera(node, traps ? 16 : UINT16_MAX + 1u, kTrap).id;
-    } else if (function == "CreateI2CInfoCmd" || function == "OISCreateI2CInfoCmd") {
-      keys.push_back("slaveAddress");
-      node.OnlyKeys(keys, "a " + function + " call");
-      if (!node.Has("slaveAddress")) node.Fail("a " + function + " call needs a \"slaveAddress\" (such as \"0x18\")");
-      args.slaveAddress = static_cast<uint32_t>(node.At("slaveAddress").Integer(0, kUint32Max, "an I2C slave address"));
-    } else if (function == "EEPROMDataProbe" || function == "ReadEEPROMDevice") {
-      keys.insert(keys.end(), {"camera", "sensor"});
-      node.OnlyKeys(keys, "a " + function + " call");
-      if (!node.Has("camera")) node.Fail("a " + function + " call needs a \"camera\"");
-      const Camera& camera = StepCamera(node, UINT16_MAX + 1u, "");
-      args.camera = camera.id;
-      args.sensor = Named(node, "sensor", camera.sensors, "sensor", &camera);
-    } else if (function == "ProbeEEPROM") {
-      keys.insert(keys.end(), {"camera", "eeprom"});
-      node.OnlyKeys(keys, "a ProbeEEPROM call");
-      const Camera* camera = node.Has("camera") ? &StepCamera(node, UINT16_MAX + 1u, "") : nullptr;
-      args.eeprom = Named(node, "eeprom", camera ? camera->eeproms : std::vector<std::string>{}, "EEPROM", camera);
-    } else if (function == "EEPROMVerifyChecksum") {
-      keys.insert(keys.end(), {"data", "size"});
-      node.OnlyKeys(keys, "an EEPROMVerifyChecksum call");
-      if (node.Has("data")) {
-        const Node data = node.At("data");
-        if (data.IsNull()) {
-          args.dataNull = true;
-        } else {
-          data.OnlyKeys({"length", "fill"}, "\"data\" (the EEPROM bytes handed over)");
-          if (data.Has("length"))
-            args.dataLength = static_cast<uint32_t>(
-                data.At("length").Integer(1024, 65536, "a length in bytes (the HAL reads at least 1024)"));
-          if (data.Has("fill")) args.fill = static_cast<uint8_t>(data.At("fill").Integer(0, 255, "a byte value"));
-        }
-      }
-      args.size = node.Has("size") ? static_cast<int32_t>(node.At("size").Integer(kInt32Min, kInt32Max, "a size"))
-                                   : static_cast<int32_t>(args.dataLength);
-    } else if (function == "ActuatorData") {
-      keys.insert(keys.end(), {"camera", "actuator", "slaveAddress"});
-      node.OnlyKeys(keys, "an ActuatorData call");
-      const Camera* camera = node.Has("camera") ? &StepCamera(node, UINT16_MAX + 1u, "") : nullptr;
-      if (node.Has("actuator") && node.At("actuator").IsNull()) {
-        args.actuator.reset();
-      } else {
-        args.actuator =
-            Named(node, "actuator", camera ? camera->actuators : std::vector<std::string>{}, "actuator", camera);
-      }
-      if (!node.Has("slaveAddress")) node.Fail("an ActuatorData call needs a \"slaveAddress\" (such as \"0x18\")");
-      args.slaveAddress =
-          static_cast<uint32_t>(node.At("slaveAddress").Integer(0, UINT16_MAX, "a 16-bit slave address"));
-    } else if (function == "PostGyroData") {
-      keys.insert(keys.end(), {"timestamps", "sensorType"});
-      node.OnlyKeys(keys, "a PostGyroData call");
-      if (!node.Has("timestamps")) node.Fail("a PostGyroData call needs \"timestamps\" (nanoseconds, one per sample)");
-      for (const Node& item : node.At("timestamps").Items("an array of timestamps in nanoseconds")) {
-        args.timestamps.push_back(item.Integer(INT64_MIN, INT64_MAX, "a timestamp in nanoseconds"));
-      }
-      if (args.timestamps.size() > 4096) node.At("timestamps").Fail("at most 4096 samples per batch");
-      if (node.Has("sensorType"))
-        args.sensorType = static_cast<int32_t>(node.At("sensorType").Integer(kInt32Min, kInt32Max, "an NCSSensorType"));
-    } else if (function == "CSLMessageHandler") {
-      keys.insert(keys.end(), {"message", "userData"});
-      node.OnlyKeys(keys, "a CSLMessageHandler call");
-      if (!node.Has("message"))
-        node.Fail("a CSLMessageHandler call needs a \"message\" ({\"type\", \"value\"} or null)");
-      const Node message = node.At("message");
-      if (message.IsNull()) {
-        args.messageNull = true;
-      } else {
-        message.OnlyKeys({"type", "value"}, "\"message\"");
-        if (message.Has("type"))
-          args.messageType = static_cast<uint32_t>(message.At("type").Integer(0, kUint32Max, "a message kind"));
-        if (message.Has("value")) args.messageValue = message.At("value").Unsigned64("a 64-bit value");
-      }
-      if (node.Has("userData")) args.userDataNull = !node.At("userData").Bool();
-    } else if (function == "ProcessCaptureRequest") {
-      keys.insert(keys.end(), {"recordControl", "tagRegistered", "tagZero"});
-      node.OnlyKeys(keys, "a ProcessCaptureRequest call");
-      if (node.Has("recordControl") && !node.At("recordControl").IsNull()) {
-        args.recordControl = static_cast<uint8_t>(node.At("recordControl").Integer(0, 255, "a byte value"));
-      }
-      if (node.Has("tagRegistered")) args.tagRegistered = node.At("tagRegistered").Bool();
-      if (node.Has("tagZero")) args.tagZero = static_cast<uint8_t>(node.At("tagZero").Integer(0, 255, "a byte value"));
-    } else {
-      node.OnlyKeys(keys, "a " + function + " call");
-    }
-
-    if (node.Has("hal")) {
-      if (ReturnsNothing(function)) node.At("hal").Fail(function + " returns nothing; leave \"hal\" out");
-      const Node hal = node.At("hal");
-      if (hal.value().is_array()) {
-        for (const Node& item : hal.Items(""))
-          step->hal.push_back(static_cast<int32_t>(item.Integer(kInt32Min, kInt32Max, kHalResult)));
-        if (step->hal.empty()) hal.Fail("expected at least one HAL result");
-      } else {
-        step->hal = {static_cast<int32_t>(hal.Integer(kInt32Min, kInt32Max, kHalResult))};
-        step->halRepeats = true;
-      }
-    }
-    if (node.Has("repeat")) step->repeat = static_cast<int>(node.At("repeat").Integer(1, 100000, "a repeat count"));
-  }
-
-  static void ParseKernelResults(const Node& node, Step* step) {
-    const auto one = [](const Node& item) -> std::optional<int64_t> {
-      if (item.IsNull()) return std::nullopt;
-      return item.Integer(INT64_MIN, INT64_MAX, "a kernel probe result (kmd; 0 success) or null (none)");
+    for (Arg arg : step->hook->args) keys.push_back(ArgKey(arg));
+    node.OnlyKeys(keys, call);
+    CallArgs& a = step->args;
+    hal::Outcome& after = step->hal.after;
+    std::optional<std::vector<CamxResult>> results;
+    std::optional<std::vector<std::optional<int64_t>>> kernels;
+    const Camera* camera = nullptr;
+    static const std::map<Arg, std::string> kRequired = {
+        {Arg::kCameraOrNull, "a \"camera\" (null: the HAL object has no camera id)"},
+        {Arg::kCamera, "a \"camera\""},
+        {Arg::kBringUpCamera, "a \"camera\""},
+        {Arg::kSubmitCamera, "a \"camera\""},
+        {Arg::kOpcode, "an \"opcode\" (2 init, 4 config)"},
+        {Arg::kSlaveAddress, "a \"slaveAddress\" (such as \"0x18\")"},
+        {Arg::kSlaveAddress16, "a \"slaveAddress\" (such as \"0x18\")"},
+        {Arg::kTimestamps, "\"timestamps\" (nanoseconds, one per sample)"},
+        {Arg::kMessage, "a \"message\" ({\"type\", \"value\"} or null)"}};
+    const auto u32 = [](const Node& value, const char* what) {
+      return static_cast<uint32_t>(value.Integer(0, kUint32Max, what));
     };
-    if (node.value().is_array()) {
-      for (const Node& item : node.Items("")) step->kernel.push_back(one(item));
-      if (step->kernel.empty()) node.Fail("expected at least one kernel result");
-    } else {
-      step->kernel = {one(node)};
-      step->kernelRepeats = true;
-    }
-  }
-
-  // Validates an "expect" object and returns it with hexadecimal strings
-  // turned into numbers; `step` is null for the scenario's final expectations.
-  Json Expect(const Node& node, const Step* step) {
-    std::vector<std::string> keys = kGenericExpectKeys;
-    const bool call = step != nullptr && step->kind == Step::Kind::kCall;
-    if (call) {
-      keys.push_back("halCalls");
-      if (!ReturnsNothing(step->function)) keys.push_back("result");
-      for (const std::string& key : CallExpectKeys(step->function)) keys.push_back(key);
-    } else if (step == nullptr) {
-      keys.insert(keys.end(), {"halCalls", "aborts"});
-    }
-    node.OnlyKeys(keys, call ? "the expectations of a " + step->function + " call" : "\"expect\"");
-    Json out = Json::object();
-    for (const auto& [key, value] : node.Members("")) {
-      if (key == "result") {
-        out[key] = value.Integer(kInt32Min, kInt32Max, kHalResult);
-      } else if (key == "halCalls" && step != nullptr) {
-        out[key] = value.Integer(0, 1000, "a number of HAL calls");
-      } else if (key == "halCalls") {
-        for (const auto& [name, count] : value.Members("an object of HAL function names and call counts")) {
-          if (std::find(kCallFunctions.begin(), kCallFunctions.end(), name) == kCallFunctions.end()) {
-            count.Fail("\"" + name + "\" is not a hooked HAL function");
-          }
-          out[key][name] = count.Integer(0, INT32_MAX, "a number of HAL calls");
+    const auto byte = [](const Node& value) { return static_cast<uint8_t>(value.Integer(0, 255, "a byte value")); };
+    for (Arg arg : step->hook->args) {
+      const std::string key = ArgKey(arg);
+      const bool has = node.Has(key);
+      const Node value = has ? node.At(key) : node;
+      if (!has && kRequired.count(arg) != 0) node.Fail(call + " needs " + kRequired.at(arg));
+      if (arg == Arg::kCamera || arg == Arg::kBringUpCamera || arg == Arg::kSubmitCamera ||
+          (arg == Arg::kCameraOrNull && !(a.cameraAbsent = value.IsNull()))) {
+        const bool traps =
+            arg == Arg::kBringUpCamera || (arg == Arg::kSubmitCamera && (a.opcode == 2 || a.opcode == 4));
+        a.camera = (camera = &StepCamera(value, traps ? 16 : UINT16_MAX + 1u))->id;
+      }
+      if (arg == Arg::kModuleCamera && has) camera = &StepCamera(value, UINT16_MAX + 1u);
+      if (arg == Arg::kSlot) a.slot = has ? u32(value, "a slot id") : camera->slot;
+      if (arg == Arg::kSensor) a.sensor = Named(node, key, camera, &Camera::sensors, "sensor");
+      if (arg == Arg::kEeprom) a.eeprom = Named(node, key, camera, &Camera::eeproms, "EEPROM");
+      if (arg == Arg::kActuator && (!has || !value.IsNull())) {
+        a.actuator = Named(node, key, camera, &Camera::actuators, "actuator");
+      }
+      if (arg == Arg::kOpcode) a.opcode = u32(value, "a packet opcode");
+      if (arg == Arg::kSlaveAddress) a.slaveAddress = u32(value, "an I2C slave address");
+      if (arg == Arg::kSlaveAddress16)
+        a.slaveAddress = static_cast<uint32_t>(value.Integer(0, UINT16_MAX, "a 16-bit slave address"));
+      if (arg == Arg::kData && has && !(a.dataNull = value.IsNull())) {
+        value.OnlyKeys({"length", "fill"}, "\"data\" (the EEPROM bytes handed over)");
+        if (value.Has("length")) {
+          a.dataLength = static_cast<uint32_t>(
+              value.At("length").Integer(1024, 65536, "a length in bytes (the HAL reads at least 1024)"));
         }
-        if (!out.contains(key)) out[key] = Json::object();
-      } else if (key == "initState" || key == "eepromFlag" || key == "slaveAddress" || key == "halSawSlaveAddress" ||
-                 key == "changedBytes" || key == "shiftedSamples" || key == "durationAtLeastUs" || key == "aborts") {
-        out[key] = value.Integer(0, kUint32Max, "a number");
-      } else if (key == "aborted" || key == "halSawData") {
-        out[key] = value.Bool();
-      } else if (key == "changedOffsets" || key == "timestamps" || key == "switchQueries") {
-        Json list = Json::array();
-        for (const Node& item : value.Items("an array of numbers"))
-          list.push_back(item.Integer(INT64_MIN, INT64_MAX, "a number"));
-        out[key] = list;
-      } else if (key == "message") {
-        value.OnlyKeys({"type", "errorCode", "errorWord"}, "\"message\"");
-        Json message = Json::object();
-        for (const auto& [field, number] : value.Members(""))
-          message[field] = number.Integer(0, kUint32Max, "a number");
-        out[key] = message;
-      } else if (key == "properties") {
-        Json properties = Json::object();
-        for (const auto& [name, text] : Properties(value)) properties[name] = text ? Json(*text) : Json();
-        out[key] = properties;
-      } else if (key == "kernelParameter") {
-        out[key] = KernelExpectation(value);
-      } else if (key == "kernelWrites") {
-        out[key] = KernelWritesExpectation(value);
-      } else if (key == "notifications" || key == "argumentQueries" || key == "log" || key == "noLog") {
-        out[key] = value.Strings("an array of strings");
-      } else if (key == "logCount") {
-        Json counts = Json::object();
-        for (const auto& [text, count] : value.Members("an object of texts and line counts")) {
-          counts[text] = count.Integer(0, INT32_MAX, "a number of lines");
-        }
-        out[key] = counts;
-      } else if (key == "callbacks") {
-        Json list = Json::array();
-        for (const Node& item : value.Items("an array of protection callbacks")) {
-          item.OnlyKeys({"arg0", "arg1", "errorCode", "name", "messageType"}, "a callback");
-          Json callback = Json::object();
-          for (const auto& [field, v] : item.Members("")) {
-            if (field == "name" || field == "messageType") {
-              callback[field] = v.String();
-            } else if (field == "errorCode") {
-              callback[field] = v.Unsigned64("a 64-bit code");
-            } else {
-              callback[field] = v.Integer(0, kUint32Max, "a 32-bit word");
-            }
-          }
-          list.push_back(callback);
-        }
-        out[key] = list;
-      } else if (key == "probeRecords") {
-        Json list = Json::array();
-        for (const Node& item : value.Items("an array of probe records")) {
-          item.OnlyKeys({"name", "failed"}, "a probe record");
-          if (!item.Has("name") || !item.Has("failed")) item.Fail("a probe record has a \"name\" and \"failed\"");
-          list.push_back({{"name", item.At("name").String()}, {"failed", item.At("failed").Bool()}});
-        }
-        out[key] = list;
-      } else if (key == "messageCenterRequests") {
-        Json list = Json::array();
-        for (const Node& item : value.Items("an array of message-centre requests")) {
-          item.OnlyKeys({"name", "data"}, "a message-centre request");
-          if (!item.Has("name")) item.Fail("a request needs its \"name\"");
-          Json request = {{"name", item.At("name").String()}};
-          if (item.Has("data")) {
-            Json data = Json::object();
-            for (const auto& [field, v] : item.At("data").Members("an object of data entries")) {
-              if (v.value().is_string()) {
-                data[field] = v.String();
-              } else {
-                data[field] = v.Integer(INT64_MIN, INT64_MAX, "a string or a number");
-              }
-            }
-            request["data"] = data;
-          }
-          list.push_back(request);
-        }
-        out[key] = list;
+        if (value.Has("fill")) a.fill = byte(value.At("fill"));
+      }
+      if (arg == Arg::kSize && has) a.size = static_cast<int32_t>(value.Integer(kInt32Min, kInt32Max, "a size"));
+      if (arg == Arg::kTimestamps) {
+        a.timestamps = value.Numbers("an array of timestamps in nanoseconds", "a timestamp in nanoseconds");
+        if (a.timestamps.size() > 4096) value.Fail("at most 4096 samples per batch");
+      }
+      if (arg == Arg::kSensorType && has) {
+        a.sensorType = static_cast<int32_t>(value.Integer(kInt32Min, kInt32Max, "an NCSSensorType"));
+      }
+      if (arg == Arg::kMessage && !(a.messageNull = value.IsNull())) {
+        value.OnlyKeys({"type", "value"}, "\"message\"");
+        if (value.Has("type")) a.messageType = u32(value.At("type"), "a message kind");
+        if (value.Has("value")) a.messageValue = value.At("value").Unsigned64("a 64-bit value");
+      }
+      if (arg == Arg::kUserData) a.userDataNull = has && !value.Bool();
+      if (arg == Arg::kRecordControl && has && !value.IsNull()) a.recordControl = byte(value);
+      if (arg == Arg::kTagRegistered) a.tagRegistered = !has || value.Bool();
+      if (arg == Arg::kTagZero && has) a.tagZero = byte(value);
+      if (arg == Arg::kKernel && has) {
+        kernels = PerCall(value, &after.kernel, "kernel result", [](const Node& item) -> std::optional<int64_t> {
+          if (item.IsNull()) return std::nullopt;
+          return item.Any64("a kernel probe result (kmd; 0 success) or null (none)");
+        });
       }
     }
-    return out;
-  }
-
-  static Json KernelExpectation(const Node& value) {
-    if (value.IsNull()) return Json();  // no file
-    if (value.value().is_string()) return value.String();
-    Json values = Json::object();
-    for (const auto& [index, number] : value.Members("the parameter text, an object of index and value, or null")) {
-      char* end = nullptr;
-      const long at = std::strtol(index.c_str(), &end, 10);
-      if (index.empty() || *end != '\0' || at < 0 || at > 63)
-        number.Fail("an index is from \"0\" to \"63\", got \"" + index + "\"");
-      values[std::to_string(at)] = number.Integer(INT64_MIN, INT64_MAX, "a number");
+    if (node.Has("hal")) {
+      if (step->hook->returnsNothing) node.At("hal").Fail(function + " returns nothing; leave \"hal\" out");
+      results = PerCall(node.At("hal"), &after.result, "HAL result", [](const Node& item) {
+        return static_cast<CamxResult>(item.Integer(kInt32Min, kInt32Max, kHalResult));
+      });
     }
-    return values;
-  }
-
-  static Json KernelWritesExpectation(const Node& value) {
-    if (value.value().is_number_integer()) return value.Integer(0, INT32_MAX, "a number of writes");
-    Json list = Json::array();
-    for (const Node& item : value.Items("a number of writes or an array of writes")) {
-      item.OnlyKeys({"text", "values", "bytes"}, "a kernel write");
-      Json write = Json::object();
-      if (item.Has("text")) write["text"] = item.At("text").String();
-      if (item.Has("bytes")) write["bytes"] = item.At("bytes").Integer(0, 65536, "a byte count");
-      if (item.Has("values")) write["values"] = KernelExpectation(item.At("values"));
-      list.push_back(write);
+    for (size_t i = 0; i < std::max(results ? results->size() : 0, kernels ? kernels->size() : 0); ++i) {
+      step->hal.calls.emplace_back(results ? (i < results->size() ? (*results)[i] : 0) : after.result,
+                                   kernels ? (i < kernels->size() ? (*kernels)[i] : std::nullopt) : after.kernel);
     }
-    return list;
+    if (node.Has("repeat")) step->repeat = static_cast<int>(node.At("repeat").Integer(1, kMaxRepeat, "a repeat count"));
+    m_scenario->callCount += static_cast<size_t>(step->repeat);
   }
 
   Scenario* m_scenario;
+  size_t m_played = 0;
+};
+
+// Refuses nesting deeper than kMaxDepth while the text is parsed, knowing the
+// JSON path of the place; no structure deeper than that is ever built.
+class DepthGuard {
+ public:
+  bool operator()(int, Json::parse_event_t event, Json& parsed) {
+    using Event = Json::parse_event_t;
+    const bool starts = event == Event::object_start || event == Event::array_start;
+    if (!m_open.empty() && m_open.back().array && (starts || event == Event::value)) ++m_open.back().items;
+    if (event == Event::key) m_open.back().key = parsed.get<std::string>();
+    if (event == Event::object_end || event == Event::array_end) m_open.pop_back();
+    if (starts && m_open.size() == static_cast<size_t>(kMaxDepth)) {
+      std::string path;
+      for (const Open& open : m_open) {
+        path += open.array ? "[" + std::to_string(open.items - 1) + "]" : (path.empty() ? "" : ".") + open.key;
+      }
+      throw Failure{path, "nested deeper than " + std::to_string(kMaxDepth) +
+                              " arrays and objects, the most a scenario may nest"};
+    }
+    if (starts) m_open.push_back({event == Event::array_start, 0, ""});
+    return true;
+  }
+
+ private:
+  struct Open {
+    bool array;
+    size_t items;
+    std::string key;
+  };
+  std::vector<Open> m_open;
 };
 
 // Line and column of a byte offset, for syntax errors.
 std::string Position(const std::string& text, size_t byte) {
-  size_t line = 1;
-  size_t column = 1;
-  for (size_t i = 0; i < byte && i < text.size(); ++i) {
-    if (text[i] == '\n') {
-      ++line;
-      column = 1;
-    } else {
-      ++column;
-    }
-  }
-  return "line " + std::to_string(line) + ", column " + std::to_string(column);
+  const size_t end = std::min(byte, text.size());
+  const size_t line =
+      static_cast<size_t>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n'));
+  const size_t start = line == 0 ? 0 : text.rfind('\n', end - 1) + 1;
+  return "line " + std::to_string(line + 1) + ", column " + std::to_string(end - start + 1);
 }
 
 }  // namespace
 
-const Camera* Scenario::FindCamera(uint32_t id) const {
-  for (const Camera& camera : cameras) {
-    if (camera.id == id) return &camera;
-  }
-  return nullptr;
-}
-
-size_t Scenario::CallCount() const {
-  size_t count = 0;
-  for (const Step& step : steps) count += step.kind == Step::Kind::kCall ? static_cast<size_t>(step.repeat) : 0;
-  return count;
-}
-
-std::string LoadError::ToString() const {
-  if (path.empty()) return file + ": " + message;
-  return file + ": at " + path + ": " + message;
-}
-
-const std::vector<std::string>& CallableFunctions() { return kCallFunctions; }
+std::string LoadError::ToString() const { return file + ": " + (path.empty() ? "" : "at " + path + ": ") + message; }
 
 std::string ZeroTable(size_t count) {
   std::string text;
@@ -752,9 +648,17 @@ std::string ZeroTable(size_t count) {
 
 std::optional<Scenario> ParseScenario(const std::string& text, const std::string& file, LoadError* error) {
   *error = LoadError{file, "", ""};
-  Json root;
+  Scenario scenario;
+  scenario.file = file;
   try {
-    root = Json::parse(text);
+    if (text.size() > kMaxFileBytes) {
+      throw Failure{"", "larger than " + std::to_string(kMaxFileBytes) + " bytes, the most a scenario file may hold"};
+    }
+    const Json root = Json::parse(text, DepthGuard());
+    if (!root.is_object()) {
+      throw Failure{"", "expected an object at the top (with \"name\", \"device\", \"steps\"), got " + Shown(root)};
+    }
+    Parser(&scenario).Parse(Node(root, ""));
   } catch (const Json::parse_error& e) {
     // The library's text repeats the position after its own prefix; keep the reason.
     std::string reason = e.what();
@@ -763,16 +667,6 @@ std::optional<Scenario> ParseScenario(const std::string& text, const std::string
     if (colon != std::string::npos) reason = reason.substr(colon + 2);
     error->message = "not valid JSON at " + Position(text, e.byte > 0 ? e.byte - 1 : 0) + ": " + reason;
     return std::nullopt;
-  } catch (const std::exception& e) {
-    error->message = std::string("not valid JSON: ") + e.what();
-    return std::nullopt;
-  }
-  Scenario scenario;
-  scenario.file = file;
-  try {
-    if (!root.is_object())
-      throw Failure{"", "expected an object at the top (with \"name\", \"device\", \"steps\"), got " + Shown(root)};
-    Parser(&scenario).Parse(Node(root, ""));
   } catch (const Failure& failure) {
     error->path = failure.path;
     error->message = failure.message;
@@ -785,14 +679,31 @@ std::optional<Scenario> ParseScenario(const std::string& text, const std::string
 }
 
 std::optional<Scenario> LoadScenarioFile(const std::string& file, LoadError* error) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) {
-    *error = LoadError{file, "", "cannot open the file: " + std::string(std::strerror(errno))};
-    return std::nullopt;
+  *error = LoadError{file, "", ""};
+  // Non-blocking, so that opening a FIFO does not wait for a writer; only a
+  // regular file is read, and no more of it than a scenario may hold.
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  struct stat info = {};
+  if (fd < 0 || fstat(fd, &info) != 0) {
+    error->message = "cannot read: " + std::string(std::strerror(errno));
+  } else if (S_ISDIR(info.st_mode)) {
+    error->message = "is a directory";
+  } else if (!S_ISREG(info.st_mode)) {
+    error->message = "is not a regular file (a FIFO, device or socket); only files are read";
+  } else if (static_cast<uint64_t>(info.st_size) > kMaxFileBytes) {
+    error->message = "larger than " + std::to_string(kMaxFileBytes) + " bytes, the most a scenario file may hold";
   }
-  std::ostringstream text;
-  text << in.rdbuf();
-  return ParseScenario(text.str(), file, error);
+  std::string text(error->message.empty() ? kMaxFileBytes + 1 : 0, '\0');
+  size_t size = 0;
+  for (ssize_t got = 1; error->message.empty() && size < text.size() && got != 0;) {
+    got = read(fd, text.data() + size, text.size() - size);
+    if (got > 0) size += static_cast<size_t>(got);
+    if (got < 0 && errno != EINTR) error->message = "cannot read: " + std::string(std::strerror(errno));
+  }
+  if (fd >= 0) close(fd);
+  if (!error->message.empty()) return std::nullopt;
+  text.resize(size);
+  return ParseScenario(text, file, error);
 }
 
 }  // namespace sim::scenario

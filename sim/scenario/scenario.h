@@ -1,15 +1,24 @@
 // A scenario: the simulated phone (cameras, override settings, properties,
 // kernel parameter, framework core, message centre), the HAL calls to play on
-// it, and what the library is expected to do. Scenarios are JSON files; the
+// it, and what the library is expected to do, read once into the types below;
+// and playing it on a fresh simulated phone. Scenarios are JSON files; the
 // format is described in sim/scenarios/README.md.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
+
+#include "catalogue.h"
+#include "simdevice.h"
+#include "simframework.h"
+#include "simhal.h"
+#include "simlog.h"
 
 namespace sim::scenario {
 
@@ -21,9 +30,7 @@ struct Camera {
   uint32_t id = 0;
   uint32_t slot = 0;
   std::string role;
-  std::vector<std::string> sensors;
-  std::vector<std::string> eeproms;
-  std::vector<std::string> actuators;
+  std::vector<std::string> sensors, eeproms, actuators;
 };
 
 // The framework core library ("/vendor/lib64/com.velora.remedium.core.so").
@@ -53,41 +60,63 @@ struct KernelParameter {
 
 // Changes between steps ("set"); every member is optional.
 struct Changes {
-  std::optional<CoreSetup> core;                                 // replaces the core's setup
-  std::optional<MessageCenterSetup> messageCenter;               // replaces the centre's setup
+  std::optional<CoreSetup> core;
+  std::optional<MessageCenterSetup> messageCenter;
   std::map<std::string, std::optional<std::string>> properties;  // null removes
   std::optional<KernelParameter> kernelParameter;
   std::optional<std::optional<std::string>> overrideSettings;  // inner null removes the file
   std::optional<int64_t> bootTime;
 };
 
-// The arguments of one HAL call, as the scenario gives them; only those that
-// the call's function takes are set.
-struct CallArgs {
-  std::optional<uint32_t> camera;  // unset with cameraAbsent: no camera id
-  bool cameraAbsent = false;
-  std::optional<uint32_t> slot;
-  std::string sensor;
-  std::string eeprom;
-  std::optional<std::string> actuator;  // unset: a null name pointer
-  uint32_t opcode = 0;
-  uint32_t slaveAddress = 0;
-  std::vector<int64_t> timestamps;
-  int32_t sensorType = 1;
-  // EEPROMVerifyChecksum: a buffer of `dataLength` bytes of `fill`, or none.
-  bool dataNull = false;
-  uint32_t dataLength = 1024;
-  uint8_t fill = 0xFF;
-  int32_t size = 1024;
-  // CSLMessageHandler.
-  uint32_t messageType = 0;
-  uint64_t messageValue = 0;
-  bool userDataNull = false;
-  bool messageNull = false;
-  // ProcessCaptureRequest.
-  std::optional<uint8_t> recordControl;
-  bool tagRegistered = true;
-  std::optional<uint8_t> tagZero;
+// The kernel parameter as expected: no file, an exact text, or some values.
+struct KernelExpect {
+  bool present = true;
+  std::optional<std::string> text;
+  std::map<size_t, int64_t> values;
+};
+struct KernelWriteExpect {
+  std::optional<std::string> text;
+  std::optional<KernelExpect> values;
+  std::optional<int64_t> bytes;
+};
+struct CallbackExpect {
+  std::optional<int64_t> arg0, arg1;
+  std::optional<uint64_t> errorCode;
+  std::optional<std::string> name, messageType;
+};
+struct RequestExpect {
+  std::string name;
+  std::optional<std::vector<std::pair<std::string, std::variant<std::string, int64_t>>>> data;
+};
+using Counts = std::vector<std::pair<std::string, int64_t>>;
+
+// What a step (after each repetition) or the whole run must show; unset
+// members are not checked.
+struct Expectations {
+  // Results of a call (step only).
+  std::optional<int64_t> result, halCalls;
+  std::vector<std::pair<FieldSpec, Value>> fields;  // the call's HAL-side fields
+  // Effects.
+  std::optional<std::map<std::string, std::optional<std::string>>> properties;
+  std::optional<KernelExpect> kernelParameter;
+  std::optional<int64_t> kernelWriteCount;
+  std::optional<std::vector<KernelWriteExpect>> kernelWrites;
+  std::optional<std::vector<std::string>> notifications, argumentQueries, log, noLog;
+  // As the checker describes what happened: "2", "s5kgm2_rear failed".
+  std::optional<std::vector<std::string>> switchQueries, probeRecords;
+  std::optional<Counts> logCount;
+  std::optional<std::vector<CallbackExpect>> callbacks;
+  std::optional<std::vector<RequestExpect>> requests;
+  // The whole run only.
+  std::optional<Counts> functionCalls;  // "halCalls": {"Function": count}
+  std::optional<int64_t> aborts;
+};
+
+// A step's scripted HAL outcomes: one per call in order, then `after` for the
+// calls beyond them.
+struct HalScript {
+  std::vector<hal::Outcome> calls;
+  hal::Outcome after;
 };
 
 struct Step {
@@ -95,18 +124,12 @@ struct Step {
   Kind kind = Kind::kCall;
   std::string path;  // "steps[3]"
   std::string note;
-  // kCall
-  std::string function;
+  const CatalogueEntry* hook = nullptr;  // kCall
   CallArgs args;
-  std::vector<int32_t> hal;                    // scripted results, in call order
-  bool halRepeats = false;                     // a single value: every call of the step
-  std::vector<std::optional<int64_t>> kernel;  // SensorProbe: kmd result per probe
-  bool kernelRepeats = false;
+  HalScript hal;
   int repeat = 1;
-  // kSet
-  Changes changes;
-  // Expectations checked after the step (after each repetition).
-  Json expect;  // object, validated; empty when none
+  Changes changes;  // kSet
+  Expectations expect;
 };
 
 struct Scenario {
@@ -121,11 +144,8 @@ struct Scenario {
   CoreSetup core;
   MessageCenterSetup messageCenter;
   std::vector<Step> steps;
-  Json expect;  // object, validated; empty when none
-
-  const Camera* FindCamera(uint32_t id) const;
-  // Number of HAL calls the scenario plays (repetitions counted).
-  size_t CallCount() const;
+  Expectations expect;
+  size_t callCount = 0;  // HAL calls played, repetitions counted
 };
 
 // A problem with a scenario file that its author can fix: which file, where
@@ -137,15 +157,77 @@ struct LoadError {
   std::string ToString() const;
 };
 
+// Limits on what a scenario file may hold (sim/scenarios/README.md lists them).
+inline constexpr size_t kMaxFileBytes = 4 << 20;
+inline constexpr int kMaxDepth = 64;           // nesting of arrays and objects
+inline constexpr int64_t kMaxRepeat = 100000;  // "repeat" of one step
+inline constexpr size_t kMaxSteps = 1000000;   // steps a scenario plays, repetitions counted
+
 // Reads and validates a scenario; on failure returns nullopt and sets `error`.
-// Never throws.
+// Only a regular file is read, and at most kMaxFileBytes of it. Never throws.
 std::optional<Scenario> LoadScenarioFile(const std::string& file, LoadError* error);
 std::optional<Scenario> ParseScenario(const std::string& text, const std::string& file, LoadError* error);
 
-// The 19 hooked HAL functions a step may call, by name.
-const std::vector<std::string>& CallableFunctions();
-
 // The text of a kernel parameter of `count` zeros ("0,0,...").
 std::string ZeroTable(size_t count = 64);
+
+// Playing: loads the built hook library the way the framework core does,
+// makes each HAL call through the proxy that is installed over it, and
+// records what the library did at every step.
+
+// What happened during a stretch of the run (one step, or the whole run),
+// and the state the phone was left in.
+struct Slice {
+  std::vector<sim::Event> events;  // the simulated platform's journal
+  std::vector<sim::LogLine> log;
+  std::vector<sim::SysfsWrite> kernelWrites;
+  std::vector<sim::framework::CoreNotification> notifications;
+  std::vector<sim::framework::CoreCallback> callbacks;
+  std::vector<sim::framework::CoreProbeRecord> probeRecords;
+  std::vector<int32_t> switchQueries;
+  std::vector<std::string> argumentQueries;
+  std::vector<sim::framework::MessageCenterRequest> requests;
+  std::vector<hal::CallResult> halCalls;
+  // State afterwards.
+  std::map<std::string, std::string> properties;
+  std::optional<std::string> kernelParameter;  // none: no file
+};
+
+struct StepOutcome {
+  size_t step = 0;                   // index into Scenario::steps
+  int repetition = 0;                // 0-based
+  std::string title;                 // "SensorProbe(camera 0, s5kgm2_rear)"
+  bool restart = false;              // the camera service's restart after an abort
+  std::optional<Observed> observed;  // a call's results, "halCalls" last
+  std::vector<int32_t> halResults;   // what the HAL function returned, per call
+  bool aborted = false;
+  Slice slice;
+};
+
+struct RunResult {
+  std::string error;  // set when the run could not go on (missing library or proxy)
+  std::string libraryPath;
+  std::vector<StepOutcome> outcomes;
+  Slice total;
+  std::map<std::string, int> halCalls;
+  int restarts = 0;
+  int reboots = 0;
+  int aborts = 0;
+  int64_t durationUs = 0;
+};
+
+struct PlayOptions {
+  // Called after every HAL call with the calls done and the calls in all.
+  std::function<void(size_t done, size_t total)> progress;
+  // Called after every step outcome (for output while a long run goes on).
+  std::function<void(const Scenario&, const StepOutcome&)> stepDone;
+};
+
+// Plays `scenario` on a new simulated phone. Never throws; a run that cannot
+// go on returns with `error` set and the outcomes so far.
+RunResult Play(const Scenario& scenario, const PlayOptions& options = {});
+
+// The line a log expectation is matched against: "I [REMEDIUM]: hook.cpp:12 Fn() text".
+std::string LogText(const sim::LogLine& line);
 
 }  // namespace sim::scenario

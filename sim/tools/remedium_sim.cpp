@@ -20,12 +20,9 @@
 #include <string>
 #include <vector>
 
-#include "checker.h"
 #include "harness.h"
-#include "player.h"
 #include "report.h"
 #include "scenario.h"
-#include "text.h"
 
 namespace {
 
@@ -34,133 +31,97 @@ namespace sc = sim::scenario;
 constexpr int kExitMismatch = 1;
 constexpr int kExitError = 2;
 
-// The progress line for long runs, on stderr, rewritten in place.
-class Progress {
- public:
-  Progress(bool enabled, size_t files) : m_enabled(enabled), m_files(files) {}
-  void File(size_t index, const std::string& name) {
-    m_file = index;
-    m_name = name;
-  }
+// The progress line for long runs, on stderr, rewritten in place at most every 100 ms.
+struct Progress {
+  bool enabled = false;
+  std::string label;  // "[1/3] file.json"
+  bool shown = false;
+  std::chrono::steady_clock::time_point last{};
+
   void Update(size_t done, size_t total) {
-    if (!m_enabled) return;
     const auto now = std::chrono::steady_clock::now();
-    if (done != total && now - m_last < std::chrono::milliseconds(100)) return;
-    m_last = now;
-    std::fprintf(stderr, "\r  [%zu/%zu] %s: call %zu of %zu (%zu%%)   ", m_file + 1, m_files, m_name.c_str(), done,
-                 total, total ? done * 100 / total : 100);
-    m_shown = true;
+    if (!enabled || (done != total && now - last < std::chrono::milliseconds(100))) return;
+    last = now;
+    std::fprintf(stderr, "\r  %s: call %zu of %zu (%zu%%)   ", label.c_str(), done, total,
+                 total ? done * 100 / total : 100);
+    shown = true;
   }
   void Clear() {
-    if (!m_shown) return;
-    std::fprintf(stderr, "\r%*s\r", 100, "");
-    m_shown = false;
+    if (shown) std::fprintf(stderr, "\r%*s\r", 100, "");
+    shown = false;
   }
-
- private:
-  bool m_enabled;
-  size_t m_files;
-  size_t m_file = 0;
-  std::string m_name;
-  bool m_shown = false;
-  std::chrono::steady_clock::time_point m_last{};
 };
-
-// Reads every scenario before the first is played (a run enters the
-// simulated device's root, so relative paths are resolved first).
-bool LoadAll(const std::vector<std::string>& files, std::vector<sc::Scenario>* scenarios) {
-  bool ok = true;
-  for (const std::string& file : files) {
-    sc::LoadError error;
-    std::optional<sc::Scenario> scenario = sc::LoadScenarioFile(file, &error);
-    if (!scenario) {
-      std::fprintf(stderr, "remedium-sim: %s\n", error.ToString().c_str());
-      ok = false;
-      continue;
-    }
-    scenarios->push_back(std::move(*scenario));
-  }
-  return ok;
-}
 
 struct RunOptions {
-  bool check = false;
-  bool logcat = false;
-  bool verbose = false;
-  bool quiet = false;
-  std::string jsonPath;
-  std::string progress = "auto";
+  bool check = false, logcat = false, verbose = false, quiet = false;
+  std::string jsonPath, progress = "auto";
 };
 
-bool WriteJson(const std::string& path, const sc::Json& report) {
-  std::ofstream out(path, std::ios::trunc);
-  out << report.dump(2) << "\n";
-  out.close();
-  if (!out) {
-    std::fprintf(stderr, "remedium-sim: cannot write the report to %s\n", path.c_str());
-    return false;
-  }
-  return true;
-}
-
 int Play(const std::vector<std::string>& files, const RunOptions& options) {
+  // Every scenario is read before the first is played (a run enters the
+  // simulated device's root, so relative paths are resolved first).
   std::vector<sc::Scenario> scenarios;
-  if (!LoadAll(files, &scenarios)) return kExitError;
-  std::string jsonPath;
-  if (!options.jsonPath.empty()) jsonPath = std::filesystem::absolute(options.jsonPath).string();
-
   size_t calls = 0;
-  for (const sc::Scenario& scenario : scenarios) calls += scenario.CallCount();
-  const bool showProgress = options.progress == "on" || (options.progress == "auto" && isatty(STDERR_FILENO) &&
-                                                         (calls > 200 || scenarios.size() > 3));
-  Progress progress(showProgress, scenarios.size());
+  for (const std::string& file : files) {
+    sc::LoadError error;
+    if (std::optional<sc::Scenario> scenario = sc::LoadScenarioFile(file, &error)) {
+      calls += scenario->callCount;
+      scenarios.push_back(std::move(*scenario));
+    } else {
+      std::fprintf(stderr, "remedium-sim: %s\n", error.ToString().c_str());
+    }
+  }
+  if (scenarios.size() != files.size()) return kExitError;
+  const std::string jsonPath = options.jsonPath.empty() ? "" : std::filesystem::absolute(options.jsonPath).string();
+  Progress progress;
+  progress.enabled = options.progress == "on" ||
+                     (options.progress == "auto" && isatty(STDERR_FILENO) && (calls > 200 || scenarios.size() > 3));
   const bool timeline = !options.check && !options.quiet;
-  sc::TimelineOptions timelineOptions{options.verbose, options.logcat};
-
   sc::Json report = {
       {"tool", "remedium-sim"}, {"command", options.check ? "check" : "run"}, {"scenarios", sc::Json::array()}};
   int status = 0;
   size_t passed = 0;
   for (size_t i = 0; i < scenarios.size(); ++i) {
     const sc::Scenario& scenario = scenarios[i];
-    progress.File(i, scenario.file);
+    progress.label = "[" + std::to_string(i + 1) + "/" + std::to_string(scenarios.size()) + "] " + scenario.file;
     if (timeline) std::cout << sc::FormatHeader(scenario) << std::flush;
     sc::PlayOptions play;
     play.progress = [&progress](size_t done, size_t total) { progress.Update(done, total); };
     if (timeline) {
       play.stepDone = [&](const sc::Scenario& played, const sc::StepOutcome& outcome) {
         progress.Clear();
-        std::cout << sc::FormatStep(played, outcome, timelineOptions) << std::flush;
+        std::cout << sc::FormatStep(played, outcome, {options.verbose, options.logcat}) << std::flush;
       };
     }
     const sc::RunResult run = sc::Play(scenario, play);
     progress.Clear();
     const sc::CheckResult check = sc::Check(scenario, run);
-    report["scenarios"].push_back(sc::ReportJson(scenario, run, check));
+    if (!jsonPath.empty()) report["scenarios"].push_back(sc::ReportJson(scenario, run, check));
     if (!run.error.empty()) {
       std::fprintf(stderr, "remedium-sim: %s: %s\n", scenario.file.c_str(), run.error.c_str());
       status = kExitError;
     }
     if (timeline) std::cout << sc::FormatSummary(scenario, run, check) << "\n";
-    if (options.check && run.error.empty()) {
-      if (check.ok()) {
-        ++passed;
-        if (!options.quiet) std::cout << "PASS " << scenario.file << " (" << check.checked << " expectations)\n";
-      } else {
-        std::cout << "FAIL " << scenario.file << ": " << check.mismatches.size() << " of " << check.checked
-                  << " expectations not met\n"
-                  << sc::FormatMismatches(scenario, check);
-        if (status == 0) status = kExitMismatch;
-      }
-      if (check.checked == 0) std::cout << "     (this file has no expectations)\n";
+    if (options.check && run.error.empty() && check.ok()) {
+      ++passed;
+      if (!options.quiet) std::cout << "PASS " << scenario.file << " (" << check.checked << " expectations)\n";
+    } else if (options.check && run.error.empty()) {
+      std::cout << "FAIL " << scenario.file << ": " << check.mismatches.size() << " of " << check.checked
+                << " expectations not met\n"
+                << sc::FormatMismatches(check);
+      if (status == 0) status = kExitMismatch;
     }
+    if (options.check && run.error.empty() && check.checked == 0) std::cout << "     (this file has no expectations)\n";
     std::cout << std::flush;
   }
-  if (options.check && scenarios.size() > 1) {
+  if (options.check && scenarios.size() > 1)
     std::cout << passed << " of " << scenarios.size() << " scenario(s) passed\n";
-  }
-  if (!jsonPath.empty() && !WriteJson(jsonPath, report)) return kExitError;
-  return status;
+  if (jsonPath.empty()) return status;
+  std::ofstream out(jsonPath, std::ios::trunc);
+  out << report.dump(2) << "\n";
+  out.close();
+  if (!out) std::fprintf(stderr, "remedium-sim: cannot write the report to %s\n", jsonPath.c_str());
+  return out ? status : kExitError;
 }
 
 int ListHooks(const std::string& libraryPath) {
@@ -179,11 +140,11 @@ int ListHooks(const std::string& libraryPath) {
       continue;
     }
     ++resolved;
-    std::printf("  %-34s %s%s\n", entry.name, entry.signature,
+    std::printf("  %-34s %s%s\n", entry.name, sim::Signature(entry).c_str(),
                 entry.halFunction == nullptr ? "  [called by the hooks, installed over nothing]" : "");
   }
   for (const sim::CatalogueEntry* entry : missing) {
-    std::printf("  MISSING %-26s %s (symbol %s)\n", entry->name, entry->signature, entry->mangled);
+    std::printf("  MISSING %-26s %s (symbol %s)\n", entry->name, sim::Signature(*entry).c_str(), entry->mangled);
   }
   std::cout << resolved << " of " << sim::Catalogue().size() << " exported names resolved";
   if (!missing.empty()) std::cout << "; " << missing.size() << " missing";
@@ -191,26 +152,19 @@ int ListHooks(const std::string& libraryPath) {
   return missing.empty() ? 0 : kExitMismatch;
 }
 
-int Decode(const std::vector<std::string>& texts, const std::string& as) {
-  std::vector<std::string> inputs = texts;
-  if (inputs.size() == 1 && inputs[0] == "-") {
-    inputs.clear();
+int Decode(std::vector<std::string> texts, const std::string& as) {
+  if (texts.size() == 1 && texts[0] == "-") {
+    texts.clear();
     for (std::string line; std::getline(std::cin, line);) {
-      if (!line.empty()) inputs.push_back(line);
+      if (!line.empty()) texts.push_back(line);
     }
   }
   int status = 0;
-  for (const std::string& text : inputs) {
-    sc::Explanation explanation;
-    if (as == "state") {
-      explanation = sc::ExplainImageSensorState(text);
-    } else if (as == "errors") {
-      explanation = sc::ExplainErrorFrameworkIds(text);
-    } else if (as == "kernel") {
-      explanation = sc::ExplainKernelParameter(text);
-    } else {
-      explanation = sc::Explain(text);
-    }
+  for (const std::string& text : texts) {
+    const sc::Explanation explanation = as == "state"    ? sc::ExplainImageSensorState(text)
+                                        : as == "errors" ? sc::ExplainErrorFrameworkIds(text)
+                                        : as == "kernel" ? sc::ExplainKernelParameter(text)
+                                                         : sc::Explain(text);
     std::cout << text << "\n  " << explanation.kind << ":\n";
     for (const std::string& line : explanation.lines) std::cout << "    " << line << "\n";
     if (!explanation.ok) status = kExitError;
@@ -227,8 +181,9 @@ int main(int argc, char** argv) {
       "remedium-sim"};
   app.require_subcommand(0, 1);
 
-  RunOptions runOptions;
-  std::vector<std::string> runFiles;
+  RunOptions runOptions, checkOptions;
+  checkOptions.check = true;
+  std::vector<std::string> runFiles, checkFiles;
   CLI::App* run = app.add_subcommand("run", "Play scenario files and show what the library did, step by step");
   run->add_option("FILE", runFiles, "Scenario files (JSON; see sim/scenarios/README.md)")->required();
   run->add_flag("--logcat", runOptions.logcat, "Print the library's log lines in logcat's format");
@@ -239,9 +194,6 @@ int main(int argc, char** argv) {
   run->add_option("--progress", runOptions.progress, "Progress line on stderr: auto, on or off")
       ->check(CLI::IsMember({"auto", "on", "off"}));
 
-  RunOptions checkOptions;
-  checkOptions.check = true;
-  std::vector<std::string> checkFiles;
   CLI::App* check = app.add_subcommand("check", "Play scenario files and compare with the expectations in each");
   check->add_option("FILE", checkFiles, "Scenario files (JSON)")->required();
   check->add_option("--json", checkOptions.jsonPath, "Write a machine-readable report to this file");
@@ -253,7 +205,6 @@ int main(int argc, char** argv) {
   CLI::App* hooks = app.add_subcommand("hooks", "List the proxies the hook library exports, and any missing");
   hooks->add_option("--library", libraryPath, "The hook library to inspect")->capture_default_str();
 
-  std::vector<std::string> decodeTexts;
   std::string decodeAs = "auto";
   CLI::App* decode = app.add_subcommand(
       "decode",
@@ -277,14 +228,11 @@ int main(int argc, char** argv) {
     if (*run) return Play(runFiles, runOptions);
     if (*check) return Play(checkFiles, checkOptions);
     if (*hooks) return ListHooks(libraryPath);
-    if (*decode) {
-      decodeTexts = decode->remaining();
-      if (decodeTexts.empty()) {
-        std::fprintf(stderr, "remedium-sim: decode needs a TEXT (a state, an error id list or a kernel parameter)\n");
-        return kExitError;
-      }
-      return Decode(decodeTexts, decodeAs);
+    if (*decode && decode->remaining().empty()) {
+      std::fprintf(stderr, "remedium-sim: decode needs a TEXT (a state, an error id list or a kernel parameter)\n");
+      return kExitError;
     }
+    if (*decode) return Decode(decode->remaining(), decodeAs);
     const int status = Play({REMEDIUM_DEFAULT_SCENARIO}, runOptions);
     std::cout
         << "More: remedium-sim run|check FILE..., remedium-sim hooks, remedium-sim decode TEXT (--help for each).\n"

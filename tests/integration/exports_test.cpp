@@ -1,6 +1,6 @@
-// The binary contract: exactly the implemented proxies (and
-// CamX::SetErrorFrameworkId once implemented) leave the library, under their
-// C++ names, and each resolves by name as the framework core looks it up.
+// The binary contract: exactly the functions of the hook catalogue leave the
+// library, under their C++ names, each resolves by name as the framework core
+// looks it up, and hook/exports.map (the linker's list) names the same set.
 #include <cxxabi.h>
 #include <elf.h>
 #include <gmock/gmock.h>
@@ -10,37 +10,15 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "harness.h"
 
 namespace {
-
-// The library's whole exported surface: the 19 proxies and SetErrorFrameworkId.
-const std::set<std::string> kImplemented = {
-    "GetStaticCapsHook",
-    "SensorProbeHook",
-    "InitializeSensorDeviceHook",
-    "LoadSensorInitConfigCmdHook",
-    "LoadSensorConfigCmdsHook",
-    "SensorCreateAndSubmitCommandHook",
-    "CreateI2CInfoCmdHook",
-    "EEPROMDataProbeHook",
-    "ProbeEEPROMHook",
-    "ReadEEPROMDeviceHook",
-    "EEPROMVerifyChecksumHook",
-    "ActuatorDataHook",
-    "OISRegisterProviderHook",
-    "OISCreateI2CInfoCmdHook",
-    "ReadLensPositionDataHook",
-    "FormatLensPositionDataHook",
-    "PostGyroDataHook",
-    "CSLMessageHandlerHook",
-    "ProcessCaptureRequestHook",
-    "SetErrorFrameworkId",
-};
 
 // Defined dynamic symbols of an ELF64 shared object.
 std::set<std::string> DefinedDynamicSymbols(const std::string& path) {
@@ -75,36 +53,46 @@ std::string Demangle(const char* mangled) {
   return result;
 }
 
-TEST(ExportsTest, ExportedSetIsExactlyTheImplementedFunctions) {
+TEST(ExportsTest, ExportedSetIsExactlyTheCatalogue) {
   std::set<std::string> expected;
-  for (const std::string& name : kImplemented) {
-    const sim::CatalogueEntry* entry = sim::FindCatalogueEntry(name);
-    ASSERT_NE(entry, nullptr) << name;
-    expected.insert(entry->mangled);
-  }
+  for (const sim::CatalogueEntry& entry : sim::Catalogue()) expected.insert(entry.mangled);
+  EXPECT_EQ(expected.size(), 20u);
   const std::set<std::string> exported = DefinedDynamicSymbols(sim::HookLibraryPath());
   ASSERT_FALSE(exported.empty()) << "no dynamic symbols read from " << sim::HookLibraryPath();
   std::vector<std::string> readable;
   for (const std::string& symbol : exported) readable.push_back(Demangle(symbol.c_str()));
   EXPECT_EQ(exported, expected) << "exported: " << ::testing::PrintToString(readable);
-}
 
-TEST(ExportsTest, CatalogueNamesAreTheProxiesCppNames) {
-  for (const sim::CatalogueEntry& entry : sim::Catalogue()) {
-    EXPECT_EQ(Demangle(entry.mangled), entry.signature) << entry.name;
-    EXPECT_NE(std::string(entry.signature).find(std::string("CamX::") + entry.name + "("), std::string::npos);
-  }
-  EXPECT_EQ(sim::Catalogue().size(), 20u);
-}
-
-TEST(ExportsTest, EveryImplementedFunctionResolvesByName) {
   std::string error;
   auto library = sim::HookLibrary::Load(sim::HookLibraryPath(), &error);
   ASSERT_TRUE(library) << error;
   for (const sim::CatalogueEntry& entry : sim::Catalogue()) {
-    const bool implemented = kImplemented.count(entry.name) != 0;
-    EXPECT_EQ(library->Symbol(entry.mangled) != nullptr, implemented) << entry.signature;
+    EXPECT_NE(library->Symbol(entry.mangled), nullptr) << sim::Signature(entry);
   }
+}
+
+// Each catalogue name is the C++ name of its function, and the version
+// script's extern "C++" list holds exactly those names.
+TEST(ExportsTest, ExportsMapNamesTheCatalogue) {
+  std::set<std::string> signatures;
+  for (const sim::CatalogueEntry& entry : sim::Catalogue()) {
+    const std::string signature = sim::Signature(entry);
+    EXPECT_NE(signature.find(std::string("CamX::") + entry.name + "("), std::string::npos) << signature;
+    signatures.insert(signature);
+  }
+  std::ifstream in(REMEDIUM_EXPORTS_MAP);
+  std::stringstream text;
+  text << in.rdbuf();
+  const std::string map = text.str();
+  const size_t begin = map.find("extern \"C++\" {");
+  ASSERT_NE(begin, std::string::npos) << REMEDIUM_EXPORTS_MAP;
+  const std::string list = map.substr(begin, map.find('}', begin) - begin);
+  std::set<std::string> listed;
+  static const std::regex kQuoted("\"([^\"]+)\";");
+  for (auto it = std::sregex_iterator(list.begin(), list.end(), kQuoted); it != std::sregex_iterator(); ++it) {
+    listed.insert((*it)[1].str());
+  }
+  EXPECT_EQ(listed, signatures);
 }
 
 }  // namespace

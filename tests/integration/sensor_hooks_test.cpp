@@ -33,7 +33,7 @@ using BringUpDeathTest = test::SensorPhoneTest;
 TEST_F(SensorProbeFlowTest, RetryBudgetOfOneStillRunsTheProbeBookkeeping) {
   Override("SensorModuleRetryTimes=1\nsensorModuleNumber=2\n");
   hal::SetDefaultResult("EEPROMDataProbe", 5);
-  hal::ScriptProbes({{1, -2}, {1, -2}});
+  hal::ScriptResults("SensorProbe", {{1, -2}, {1, -2}});
   for (int i = 0; i < 2; ++i) EXPECT_EQ(EepromDataProbe(1, "imx766_wide"), 5);
   EXPECT_EQ(fw::MessageCenterRequests().size(), 4u);
   for (int i = 0; i < 2; ++i) EXPECT_EQ(Probe("imx766_wide", 1), 1);

@@ -49,17 +49,19 @@ TEST(ScenarioLoad, ReadsStepsWithTheirDefaultsAndScripts) {
   ASSERT_EQ(scenario->steps.size(), 5u);
   const sc::Step& probe = scenario->steps[0];
   EXPECT_EQ(probe.args.sensor, "s5kgm2_rear");  // the camera's first sensor
-  EXPECT_EQ(probe.hal, (std::vector<int32_t>{1, 0}));
-  EXPECT_FALSE(probe.halRepeats);
-  ASSERT_EQ(probe.kernel.size(), 2u);
-  EXPECT_EQ(probe.kernel[0], -110);
-  EXPECT_FALSE(probe.kernel[1].has_value());
+  ASSERT_EQ(probe.hal.calls.size(), 2u);        // one outcome per call, then the defaults
+  EXPECT_EQ(probe.hal.calls[0].result, 1);
+  EXPECT_EQ(probe.hal.calls[0].kernel, -110);
+  EXPECT_EQ(probe.hal.calls[1].result, 0);
+  EXPECT_FALSE(probe.hal.calls[1].kernel.has_value());
+  EXPECT_EQ(probe.hal.after.result, 0);
   EXPECT_EQ(scenario->steps[1].args.slot, 2u);  // the device's slot
   EXPECT_EQ(scenario->steps[2].args.slaveAddress, 0x18u);
-  EXPECT_EQ(scenario->steps[2].expect["slaveAddress"], 0x66);  // hexadecimal turned into a number
+  ASSERT_EQ(scenario->steps[2].expect.fields.size(), 1u);
+  EXPECT_EQ(scenario->steps[2].expect.fields[0].second, sim::Value(int64_t{0x66}));  // hexadecimal read as a number
   EXPECT_EQ(scenario->steps[3].changes.kernelParameter->text, "0,-5,0");
   EXPECT_EQ(scenario->kernelParameter.text, sc::ZeroTable());  // 64 zeros by default
-  EXPECT_EQ(scenario->CallCount(), 3u);
+  EXPECT_EQ(scenario->callCount, 3u);
 }
 
 TEST(ScenarioLoad, SyntaxErrorsGiveLineAndColumn) {
@@ -115,7 +117,7 @@ TEST(ScenarioLoad, ProblemsNameTheJsonPathAndWhatWasExpected) {
 TEST(ScenarioLoad, AMissingFileSaysSo) {
   sc::LoadError error;
   EXPECT_FALSE(sc::LoadScenarioFile("/nonexistent/scenario.json", &error).has_value());
-  EXPECT_THAT(error.ToString(), AllOf(HasSubstr("/nonexistent/scenario.json"), HasSubstr("cannot open the file")));
+  EXPECT_THAT(error.ToString(), AllOf(HasSubstr("/nonexistent/scenario.json"), HasSubstr("cannot read: No such file or directory")));
 }
 
 // Every prefix of a valid scenario, and every value swapped for one of each

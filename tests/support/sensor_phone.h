@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "simdevice.h"
@@ -20,15 +21,18 @@
 
 namespace test {
 
-using SensorProbeFn = CamxResult(void*, int*, int*);
-using ObjectHookFn = CamxResult(void*);  // EEPROMDataProbe, ReadEEPROMDevice, init and config hooks
-using ProbeEEPROMFn = CamxResult(void*, CamX::HwSensorInfo*, const CamX::HwDeviceTypeInfo*);
-using ChecksumFn = CamxResult(void*, unsigned char*, int);
-using SubmitFn = CamxResult(void*, unsigned int, CamX::I2CRegSettingType, CSLPacketOpcodesSensor, unsigned int,
-                            unsigned int, const void*);
-using I2CInfoFn = CamxResult(void*, CSLSensorI2CInfo*, unsigned short);
-using GetStaticCapsFn = CamxResult(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*,
-                                   CamX::TuningDataManager*, unsigned int);
+// The proxies' types, from the hook catalogue (hook.h's declarations).
+using SensorProbeFn = sim::proxy::SensorProbe;
+using ObjectHookFn = sim::proxy::EEPROMDataProbe;  // also ReadEEPROMDevice, the init and config hooks
+using ProbeEEPROMFn = sim::proxy::ProbeEEPROM;
+using ChecksumFn = sim::proxy::EEPROMVerifyChecksum;
+using SubmitFn = sim::proxy::SensorCreateAndSubmitCommand;
+using I2CInfoFn = sim::proxy::CreateI2CInfoCmd;
+using GetStaticCapsFn = sim::proxy::GetStaticCaps;
+static_assert(std::is_same_v<ObjectHookFn, sim::proxy::ReadEEPROMDevice> &&
+              std::is_same_v<ObjectHookFn, sim::proxy::InitializeSensorDevice> &&
+              std::is_same_v<ObjectHookFn, sim::proxy::LoadSensorInitConfigCmd> &&
+              std::is_same_v<ObjectHookFn, sim::proxy::LoadSensorConfigCmds>);
 
 inline constexpr char kOverrideFile[] = "/odm/etc/camera/camxoverridesettings.txt";
 inline constexpr char kErrorIdProperty[] = "persist.vendor.camera.errorFrameworkId";

@@ -1,0 +1,148 @@
+// The hook catalogue: every function the hook library exports, with what the
+// simulator and the tests need to know of it, in one table. Each proxy's type
+// is taken from hook/src/hook.h, so a changed parameter list fails to compile
+// here; the exported names are checked against the built library and against
+// hook/exports.map by the exports test.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "hook/src/hook.h"
+
+namespace sim {
+
+// The exported type of each proxy, as hook.h declares it.
+namespace proxy {
+#define SIM_PROXY_TYPE(name) using name = std::remove_pointer_t<decltype(&CamX::name##Hook)>
+SIM_PROXY_TYPE(GetStaticCaps);
+SIM_PROXY_TYPE(SensorProbe);
+SIM_PROXY_TYPE(InitializeSensorDevice);
+SIM_PROXY_TYPE(LoadSensorInitConfigCmd);
+SIM_PROXY_TYPE(LoadSensorConfigCmds);
+SIM_PROXY_TYPE(SensorCreateAndSubmitCommand);
+SIM_PROXY_TYPE(CreateI2CInfoCmd);
+SIM_PROXY_TYPE(EEPROMDataProbe);
+SIM_PROXY_TYPE(ProbeEEPROM);
+SIM_PROXY_TYPE(ReadEEPROMDevice);
+SIM_PROXY_TYPE(EEPROMVerifyChecksum);
+SIM_PROXY_TYPE(ActuatorData);
+SIM_PROXY_TYPE(OISRegisterProvider);
+SIM_PROXY_TYPE(OISCreateI2CInfoCmd);
+SIM_PROXY_TYPE(ReadLensPositionData);
+SIM_PROXY_TYPE(FormatLensPositionData);
+SIM_PROXY_TYPE(PostGyroData);
+SIM_PROXY_TYPE(CSLMessageHandler);
+SIM_PROXY_TYPE(ProcessCaptureRequest);
+#undef SIM_PROXY_TYPE
+using SetErrorFrameworkId = std::remove_pointer_t<decltype(&CamX::SetErrorFrameworkId)>;
+}  // namespace proxy
+
+// The arguments of one simulated HAL call; a call uses those its entry lists.
+struct CallArgs {
+  std::optional<uint32_t> camera;  // unset with cameraAbsent: no camera id
+  bool cameraAbsent = false;
+  std::optional<uint32_t> slot;
+  std::string sensor;
+  std::string eeprom;
+  std::optional<std::string> actuator;  // unset: a null name pointer
+  uint32_t opcode = 0;
+  uint32_t slaveAddress = 0;
+  std::vector<int64_t> timestamps;
+  int32_t sensorType = 1;
+  bool dataNull = false;  // EEPROMVerifyChecksum: `dataLength` bytes of `fill`, or none
+  uint32_t dataLength = 1024;
+  uint8_t fill = 0xFF;
+  std::optional<int32_t> size;  // unset: the data length
+  uint32_t messageType = 0;     // CSLMessageHandler
+  uint64_t messageValue = 0;
+  bool messageNull = false;
+  bool userDataNull = false;
+  std::optional<uint8_t> recordControl;  // ProcessCaptureRequest
+  bool tagRegistered = true;
+  std::optional<uint8_t> tagZero;
+};
+
+// What a scenario may give a call, by kind. The scenario loader has one
+// reader per kind; sim/scenarios/README.md lists them per function.
+enum class Arg {
+  kCamera,          // "camera": a camera of the device
+  kCameraOrNull,    // "camera": a camera, or null for a HAL object without one
+  kBringUpCamera,   // "camera": a camera below 16 (the library traps beyond its slot table)
+  kSubmitCamera,    // "camera": as kBringUpCamera for opcodes 2 and 4, else any camera
+  kModuleCamera,    // optional "camera": names the default module only, not passed on
+  kSlot,            // "slot": default the camera's
+  kSensor,          // "sensor": default the camera's first
+  kEeprom,          // "eeprom": default the camera's first
+  kActuator,        // "actuator": default the camera's first; null: no name
+  kOpcode,          // "opcode": required
+  kSlaveAddress,    // "slaveAddress": required, 32-bit
+  kSlaveAddress16,  // "slaveAddress": required, 16-bit
+  kData,            // "data": {"length", "fill"} or null
+  kSize,            // "size": default the data length
+  kTimestamps,      // "timestamps": required, at most 4096
+  kSensorType,      // "sensorType": default 1
+  kMessage,         // "message": required, {"type", "value"} or null
+  kUserData,        // "userData": false for null
+  kRecordControl,   // "recordControl": a byte; absent or null: no settings
+  kTagRegistered,   // "tagRegistered": default true
+  kTagZero,         // "tagZero": a byte at tag 0
+  kKernel,          // "kernel": SensorProbe's kernel result per call
+};
+const char* ArgKey(Arg arg);
+
+// A value the HAL side showed after a call.
+using Fields = std::vector<std::pair<std::string, int64_t>>;
+using Value = std::variant<int64_t, bool, std::vector<int64_t>, Fields>;
+
+// How a scenario writes and the checker compares one observed field.
+enum class FieldKind {
+  kNumber,     // equal
+  kAddress,    // equal; shown in hexadecimal
+  kFlag,       // true or false
+  kNumbers,    // an equal list
+  kMessage,    // the given members equal
+  kAtLeastUs,  // at least this many microseconds
+};
+struct FieldSpec {
+  const char* key;
+  FieldKind kind;
+};
+
+// What a call returned and what the HAL side showed, in the order a report
+// lists them ("result" first when the function returns something).
+struct Observed {
+  std::vector<std::pair<std::string, Value>> fields;
+  void Set(const std::string& key, Value value);
+  const Value* Find(const std::string& key) const;
+};
+
+struct CatalogueEntry {
+  const char* name;     // "GetStaticCapsHook"
+  const char* mangled;  // the exported symbol
+  void* halFunction;    // the simulated HAL function it is installed over; null: none
+  // For scenarios (none for CamX::SetErrorFrameworkId): the HAL function's
+  // name, which a step's "call" gives, the arguments, the HAL-side fields
+  // beyond "result" and "halCalls", and the call itself through the proxy.
+  const char* call;
+  bool returnsNothing;
+  std::vector<Arg> args;
+  std::vector<FieldSpec> fields;
+  Observed (*invoke)(void* proxy, const CallArgs& args);
+};
+
+const std::vector<CatalogueEntry>& Catalogue();
+// By proxy name ("SensorProbeHook") or by call name ("SensorProbe"); null when unknown.
+const CatalogueEntry* FindCatalogueEntry(const std::string& name);
+const CatalogueEntry* FindCall(const std::string& call);
+// The demangled C++ name of the exported symbol.
+std::string Signature(const CatalogueEntry& entry);
+// A step's title: "SensorProbe(camera 0, s5kgm2_rear)".
+std::string Title(const CatalogueEntry& entry, const CallArgs& args);
+
+}  // namespace sim
