@@ -61,7 +61,7 @@ bool ReadLong(const char*& p, const char* end, long* value) {
   const unsigned long limit = static_cast<unsigned long>(LONG_MAX) + (negative ? 1U : 0U);
   unsigned long magnitude = 0;
   for (; p != end && *p >= '0' && *p <= '9'; ++p) {
-    const unsigned long digit = static_cast<unsigned long>(*p - '0');
+    const auto digit = static_cast<unsigned long>(*p - '0');
     if (magnitude > (limit - digit) / 10) return false;
     magnitude = magnitude * 10 + digit;
   }
