@@ -36,6 +36,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdarg>
+#include <ctime>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -189,7 +190,9 @@ struct HookSlot {
 };
 constexpr size_t kHookSlots = 64;
 HookSlot g_hooks[kHookSlots];
-void* volatile g_lastPopped = nullptr;
+// Per thread, as ShadowHook keeps its hook stack per thread: threads calling
+// proxies do not share a written cache line here.
+thread_local void* volatile t_lastPopped = nullptr;
 
 size_t SlotOf(const void* proxy) { return (reinterpret_cast<uintptr_t>(proxy) >> 4) % kHookSlots; }
 
@@ -216,7 +219,7 @@ void* shadowhook_get_prev_func(void* func) {
   return nullptr;
 }
 shadowhook_mode_t shadowhook_get_mode(void) { return SHADOWHOOK_MODE_SHARED; }
-void shadowhook_pop_stack(void* return_address) { g_lastPopped = return_address; }
+void shadowhook_pop_stack(void* return_address) { t_lastPopped = return_address; }
 }  // extern "C"
 
 // ---------------------------------------------------------------------------
@@ -267,6 +270,13 @@ constexpr char kOverrideSettingsPath[] = "/odm/etc/camera/camxoverridesettings.t
 constexpr char kModuleSwitchProperty[] = "persist.vendor.camera.cloud.remedium.modswitch";
 constexpr int kWarmUpCalls = 8;
 constexpr int kDefaultRepetitions = 5;
+// A later sensor probe: each probe adds to the sensor's probe history, and
+// the retry checks count through all of it, so the cost of a call grows with
+// the number of earlier ones (a few instructions each). Every measurement
+// starts from a freshly loaded library, makes the warm-up calls, then
+// measures this many calls: 8 to 108 earlier probes, as on a phone whose
+// camera was opened often.
+constexpr int kProbeCalls = 100;
 
 // The HAL objects the proxies read, alive for the whole run.
 struct HalObjects {
@@ -416,8 +426,12 @@ struct Figures {
   double allocations = 0;
   double standInAllocations = 0;
   double logLines = 0;
-  double callsPerSecond = 0;        // threads: per thread, best repetition
-  double callsPerSecondMedian = 0;  // threads: per thread, median repetition
+  // Threads: calls per second per thread of wall time and of the thread's
+  // CPU time, best and median repetition.
+  double callsPerSecond = 0;
+  double callsPerSecondMedian = 0;
+  double callsPerCpuSecond = 0;
+  double callsPerCpuSecondMedian = 0;
 };
 // By benchmark name: CPU time of the measuring thread per call (on a shared
 // machine wall time also counts other programs' turns).
@@ -445,8 +459,10 @@ class TableReporter : public benchmark::ConsoleReporter {
       } else if (run.aggregate_name == "median") {
         f.nsMedian = run.GetAdjustedCPUTime();
         f.callsPerSecondMedian = CounterOf(run, "calls_per_s");
+        f.callsPerCpuSecondMedian = CounterOf(run, "calls_per_cpu_s");
       } else if (run.aggregate_name == "max") {
         f.callsPerSecond = CounterOf(run, "calls_per_s");
+        f.callsPerCpuSecond = CounterOf(run, "calls_per_cpu_s");
       }
     }
   }
@@ -483,21 +499,33 @@ void Register(const std::string& name, Call call) {
       ->ComputeStatistics("min", Min);
 }
 
+double ThreadCpuSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
 // Thread scaling: each thread calls the proxy for its own camera (its own
 // session and message, or its own request); per thread, calls per second of
-// wall time from the first call to the last.
+// wall time from the first call to the last, and per second of the thread's
+// CPU time (which leaves out the turns other programs take on a shared
+// machine, and keeps time lost to a shared cache line or a spinning lock).
 void RegisterThreaded(const std::string& name, const std::function<std::function<void()>(int)>& perThread) {
   benchmark::RegisterBenchmark(name.c_str(),
                                [perThread](benchmark::State& state) {
                                  const std::function<void()> call = perThread(state.thread_index());
                                  for (int i = 0; i < kWarmUpCalls; ++i) call();
+                                 const double cpuStart = ThreadCpuSeconds();
                                  const auto start = std::chrono::steady_clock::now();
                                  for (auto _ : state) call();
                                  const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
+                                 const double cpu = ThreadCpuSeconds() - cpuStart;
                                  // Summed over the threads, then divided by their number.
                                  state.counters["calls_per_s"] =
                                      benchmark::Counter(static_cast<double>(state.iterations()) / wall.count(),
                                                         benchmark::Counter::kAvgThreads);
+                                 state.counters["calls_per_cpu_s"] = benchmark::Counter(
+                                     static_cast<double>(state.iterations()) / cpu, benchmark::Counter::kAvgThreads);
                                })
       ->Threads(1)
       ->Threads(2)
@@ -608,12 +636,14 @@ void PrintTable(const std::vector<Case>& cases) {
               " %.1f log lines\n",
               probe.ns, probe.nsMedian, probe.allocations, probe.standInAllocations, probe.logLines);
 
-  std::printf("\nThread scaling, core present: calls per second per thread (wall time), best and median\n");
-  std::printf("%-24s %7s %16s %16s\n", "proxy", "threads", "best", "median");
+  std::printf("\nThread scaling, core present: million calls per second per thread, of wall time and of\n"
+              "the thread's CPU time, best and median repetition\n");
+  std::printf("%-24s %7s %10s %10s %10s %10s\n", "proxy", "threads", "wall best", "median", "CPU best", "median");
   for (const char* name : {"CSLMessageHandler", "ProcessCaptureRequest"}) {
     for (const char* threads : {"1", "2", "4"}) {
       const Figures f = g_figures[std::string("threads/") + name + "/threads:" + threads];
-      std::printf("%-24s %7s %16.0f %16.0f\n", name, threads, f.callsPerSecond, f.callsPerSecondMedian);
+      std::printf("%-24s %7s %10.1f %10.1f %10.1f %10.1f\n", name, threads, f.callsPerSecond / 1e6,
+                  f.callsPerSecondMedian / 1e6, f.callsPerCpuSecond / 1e6, f.callsPerCpuSecondMedian / 1e6);
     }
   }
 
@@ -631,12 +661,14 @@ void PrintTable(const std::vector<Case>& cases) {
               verdict(probe.allocations <= 150));
 }
 
-// Each case CALLS times with callgrind counting; one dump per case. Prints
-// "<dump number> <case> <library allocations per call> <stand-ins'>" per
-// dump for scripts/bench.
-int RunUnderCallgrind(const std::vector<Case>& cases, int calls) {
+// Each case CALLS times (the later sensor probe kProbeCalls times) with
+// callgrind counting; one dump per case. Prints "<dump number> <case>
+// <calls> <library allocations per call> <stand-ins'>" per dump for
+// scripts/bench.
+int RunUnderCallgrind(const std::vector<Case>& cases, int defaultCalls) {
   int dump = 0;
   auto count = [&](const std::string& name, const std::function<void()>& call) {
+    const int calls = name.rfind("probe/", 0) == 0 ? kProbeCalls : defaultCalls;
     for (int i = 0; i < kWarmUpCalls; ++i) call();
     const uint64_t allocationsBefore = t_allocations;
     const uint64_t standInBefore = t_standInAllocations;
@@ -647,7 +679,7 @@ int RunUnderCallgrind(const std::vector<Case>& cases, int calls) {
     CALLGRIND_STOP_INSTRUMENTATION;
     const uint64_t standIn = t_standInAllocations - standInBefore;
     const uint64_t all = t_allocations - allocationsBefore;
-    std::printf("%d %s %.2f %.2f\n", ++dump, name.c_str(), static_cast<double>(all - standIn) / calls,
+    std::printf("%d %s %d %.2f %.2f\n", ++dump, name.c_str(), calls, static_cast<double>(all - standIn) / calls,
                 static_cast<double>(standIn) / calls);
   };
   for (const Case& c : cases) count("direct/" + c.name, c.direct);
@@ -685,13 +717,32 @@ int main(int argc, char** argv) {
   for (const Case& c : cases) Register("direct/" + c.name, c.direct);
   Register("log/below-level", LogBelowLevel);
   Register("log/at-level", LogAtLevel);
-  for (Process process : {Process::kCore, Process::kNoCore, Process::kProbe}) {
+  for (Process process : {Process::kCore, Process::kNoCore}) {
     auto library = StartProcess(process);
     for (const auto& [name, call] : ProxyCalls(cases, process, *library)) Register(name, call);
     if (process == Process::kCore) RegisterThreadScaling(*library);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::ClearRegisteredBenchmarks();
   }
+  // The later sensor probe: a fresh process for every repetition.
+  benchmark::RegisterBenchmark("probe/SensorProbe",
+                               [&cases](benchmark::State& state) {
+                                 auto library = StartProcess(Process::kProbe);
+                                 const auto calls = ProxyCalls(cases, Process::kProbe, *library);
+                                 if (calls.empty()) {
+                                   state.SkipWithError("no SensorProbeHook");
+                                   for (auto _ : state) {
+                                   }
+                                   return;
+                                 }
+                                 Measure(state, calls.front().second);
+                               })
+      ->Iterations(kProbeCalls)
+      ->Unit(benchmark::kNanosecond)
+      ->ReportAggregatesOnly(true)
+      ->ComputeStatistics("min", Min);
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::ClearRegisteredBenchmarks();
   PrintTable(cases);
   benchmark::Shutdown();
   return 0;
