@@ -48,6 +48,7 @@
 #include "client/interface/logsites.h"
 #include "harness.h"
 #include "simdevice.h"
+#include "simframework.h"
 #include "simhal.h"
 #include "simlenspipelinehal.h"
 #include "simproperties.h"
@@ -547,10 +548,10 @@ std::unique_ptr<sim::HookLibrary> StartProcess(Process process) {
   if (process == Process::kNoCore) {
     sim::RemoveDeviceFile(kCorePath);
   } else {
-    sim::LinkDeviceFile(kCorePath, sim::BuildOutputDir() + "/bench.remedium.core.so");
+    sim::LinkDeviceFile(kCorePath, sim::framework::LibraryDir() + "/bench.remedium.core.so");
   }
   if (process == Process::kProbe) {
-    sim::LinkDeviceFile(kMessageCenterPath, sim::BuildOutputDir() + "/bench.messagecenter.so");
+    sim::LinkDeviceFile(kMessageCenterPath, sim::framework::LibraryDir() + "/bench.messagecenter.so");
     sim::WriteDeviceFile(kOverrideSettingsPath, "SensorModuleRetryTimes=3\nsensorModuleNumber=2\n");
     sim::PresetProperty(kModuleSwitchProperty, "127");
   } else {

@@ -2,6 +2,8 @@
 
 #include <cutils/properties.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,7 +21,15 @@ constexpr size_t kValueSize = 256;
 
 bool ModuleOn() { return RemediumConfig::GetInstance().IsModuleSwitchOpened(kImageSensorStateModule); }
 
-std::string PropertyName(uint32_t cameraId) { return kImageSensorStatePropertyPrefix + std::to_string(cameraId); }
+// "vendor.debug.camera.imagesensorstate.<camera number>", built without the
+// heap: the name is longer than a string keeps inline.
+struct PropertyName {
+  explicit PropertyName(uint32_t cameraId) {
+    std::snprintf(text, sizeof(text), "%s%u", kImageSensorStatePropertyPrefix, cameraId);
+  }
+  const char* c_str() const { return text; }
+  char text[sizeof(kImageSensorStatePropertyPrefix) + 10] = {};
+};
 
 std::map<std::string, ImageSensorState> UnrecordedStates() {
   return {{"P", {"-", 0}}, {"I", {"-", 0}}, {"C", {"-", 0}}};
@@ -56,30 +66,38 @@ void ImageSensorStateHelper::UpdateImageSensorStateProperty(uint32_t cameraId, s
                                                             std::string result) {
   if (!ModuleOn()) return;
 
-  const std::string key = PropertyName(cameraId);
+  const PropertyName key(cameraId);
   char value[kValueSize] = {};
   property_get(key.c_str(), value, kImageSensorStateEmpty);
   REMEDIUM_LOG(StateUpdateRead, static_cast<int>(cameraId), stage.c_str(), result.c_str(), value);
 
-  std::map<std::string, ImageSensorState> states = UnrecordedStates();
+  // "P", "I", "C" in the record's order, unrecorded until a group says
+  // otherwise (a fixed table: the record is rewritten on every update).
+  struct Stage {
+    char letter;
+    ImageSensorState state;
+  };
+  std::array<Stage, 3> states = {{{'P', {"-", 0}}, {'I', {"-", 0}}, {'C', {"-", 0}}}};
   // Tested per group, before anything is copied: an update with any other
   // result text copies nothing and so resets the whole record.
   const bool resultValid = result.size() == 1 && (result[0] == 'S' || result[0] == 'F');
   ForEachGroup(value, [&](const std::smatch& match) {
-    const auto entry = states.find(match[1].str());
-    if (entry == states.end() || !resultValid) return;
+    if (!resultValid) return;
+    // The pattern's group 1 is one of the three letters.
+    const char letter = *match[1].first;
+    Stage& entry = *std::find_if(states.begin(), states.end(), [letter](const Stage& s) { return s.letter == letter; });
     if (match[1] == stage) {
-      entry->second = {result, BootSeconds()};
+      entry.state = {result, BootSeconds()};
     } else {
-      entry->second = {match[2].str(), Seconds(match[3])};
+      entry.state = {match[2].str(), Seconds(match[3])};
     }
   });
 
   char updated[kValueSize] = {};
-  std::snprintf(updated, sizeof(updated), kImageSensorStateFormat, states["P"].result.c_str(),
-                static_cast<long long>(states["P"].timestamp), states["I"].result.c_str(),
-                static_cast<long long>(states["I"].timestamp), states["C"].result.c_str(),
-                static_cast<long long>(states["C"].timestamp));
+  std::snprintf(updated, sizeof(updated), kImageSensorStateFormat, states[0].state.result.c_str(),
+                static_cast<long long>(states[0].state.timestamp), states[1].state.result.c_str(),
+                static_cast<long long>(states[1].state.timestamp), states[2].state.result.c_str(),
+                static_cast<long long>(states[2].state.timestamp));
   REMEDIUM_LOG(StateUpdateWrite, updated);
   property_set(key.c_str(), updated);  // OK: a lost write only loses this record
 }
@@ -88,7 +106,7 @@ ImageSensorStateSet ImageSensorStateHelper::GetImageSensorState(uint32_t cameraI
   ImageSensorStateSet set{cameraId, UnrecordedStates()};
   if (!ModuleOn()) return set;
 
-  const std::string key = PropertyName(cameraId);
+  const PropertyName key(cameraId);
   char value[kValueSize] = {};
   property_get(key.c_str(), value, kImageSensorStateEmpty);
   if (std::strcmp(value, kImageSensorStateEmpty) == 0) return set;
