@@ -26,8 +26,9 @@ std::vector<T> Advance(std::vector<T> records, size_t* cursor) {
   return records;
 }
 
-// What happened since `cursor`, which moves past it: each record is read once.
-Slice Take(Cursor* cursor) {
+// What happened since `cursor`, which moves past it: each record is read
+// once. The state afterwards is read only when asked for.
+Slice Take(Cursor* cursor, bool state = true) {
   Slice slice;
   slice.events = Advance(sim::Journal(cursor->events), &cursor->events);
   slice.log = Advance(sim::LogLines(cursor->log), &cursor->log);
@@ -39,6 +40,7 @@ Slice Take(Cursor* cursor) {
   slice.argumentQueries = Advance(fw::CoreArgumentQueries(cursor->argumentQueries), &cursor->argumentQueries);
   slice.requests = Advance(fw::MessageCenterRequests(cursor->requests), &cursor->requests);
   slice.halCalls = Advance(hal::CallResults(cursor->halCalls), &cursor->halCalls);
+  if (!state) return slice;
   slice.properties = sim::AllProperties();
   if (FILE* file = std::fopen(sim::HostPath(hal::kProbeResultParameter).c_str(), "rb")) {
     std::fclose(file);
@@ -176,7 +178,7 @@ class Runner {
           Call(step, &outcome);
           break;
       }
-      outcome.slice = Take(&m_cursor);
+      outcome.slice = Take(&m_cursor, step.expect.properties || step.expect.kernelParameter);
       if (step.kind == Step::Kind::kCall) {
         for (const hal::CallResult& call : outcome.slice.halCalls) {
           if (call.function == step.hook->call) outcome.halResults.push_back(call.result);
@@ -206,7 +208,7 @@ class Runner {
     Note("camera process aborted (SIGABRT); camera service restarted, properties kept");
     ++m_result.restarts;
     StartProcess([&] { return m_phone->RestartCameraService(); });
-    outcome.slice = Take(&m_cursor);
+    outcome.slice = Take(&m_cursor, false);
     Done(std::move(outcome));
   }
 

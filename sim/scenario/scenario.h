@@ -188,7 +188,7 @@ struct Slice {
   std::vector<std::string> argumentQueries;
   std::vector<sim::framework::MessageCenterRequest> requests;
   std::vector<hal::CallResult> halCalls;
-  // State afterwards.
+  // State afterwards (of a step, only when its expectations need it).
   std::map<std::string, std::string> properties;
   std::optional<std::string> kernelParameter;  // none: no file
 };
