@@ -16,7 +16,7 @@ constexpr char kOverrideSettingsDevicePath[] = "/odm/etc/camera/camxoverridesett
 
 // How far into each of the simulated platform's records a run has read.
 struct Cursor {
-  size_t events = 0, log = 0, writes = 0, notifications = 0, callbacks = 0, probeRecords = 0, switchQueries = 0,
+  size_t log = 0, writes = 0, notifications = 0, callbacks = 0, probeRecords = 0, switchQueries = 0,
          argumentQueries = 0, requests = 0, halCalls = 0;
 };
 
@@ -27,10 +27,12 @@ std::vector<T> Advance(std::vector<T> records, size_t* cursor) {
 }
 
 // What happened since `cursor`, which moves past it: each record is read
-// once. The state afterwards is read only when asked for.
+// once, and the journal, which nothing else reads, is emptied. The state
+// afterwards is read only when asked for.
 Slice Take(Cursor* cursor, bool state = true) {
   Slice slice;
-  slice.events = Advance(sim::Journal(cursor->events), &cursor->events);
+  slice.events = sim::Journal();
+  sim::ClearJournal();
   slice.log = Advance(sim::LogLines(cursor->log), &cursor->log);
   slice.kernelWrites = Advance(sim::SysfsWrites(cursor->writes), &cursor->writes);
   slice.notifications = Advance(fw::CoreNotifications(cursor->notifications), &cursor->notifications);
@@ -194,6 +196,7 @@ class Runner {
 
   void Done(StepOutcome outcome) {
     if (m_options.stepDone) m_options.stepDone(m_scenario, outcome);
+    if (!m_options.keepSlices) outcome.slice = Slice{};
     m_result.outcomes.push_back(std::move(outcome));
   }
 

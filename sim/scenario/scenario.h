@@ -161,7 +161,7 @@ struct LoadError {
 inline constexpr size_t kMaxFileBytes = 4 << 20;
 inline constexpr int kMaxDepth = 64;           // nesting of arrays and objects
 inline constexpr int64_t kMaxRepeat = 100000;  // "repeat" of one step
-inline constexpr size_t kMaxSteps = 1000000;   // steps a scenario plays, repetitions counted
+inline constexpr size_t kMaxSteps = 200000;    // steps a scenario plays, repetitions counted
 
 // Reads and validates a scenario; on failure returns nullopt and sets `error`.
 // Only a regular file is read, and at most kMaxFileBytes of it. Never throws.
@@ -221,6 +221,9 @@ struct PlayOptions {
   std::function<void(size_t done, size_t total)> progress;
   // Called after every step outcome (for output while a long run goes on).
   std::function<void(const Scenario&, const StepOutcome&)> stepDone;
+  // false: a step's records are dropped once stepDone has seen them, so a
+  // long run keeps only what the whole run's report and checks need.
+  bool keepSlices = true;
 };
 
 // Plays `scenario` on a new simulated phone. Never throws; a run that cannot
