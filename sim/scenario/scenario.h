@@ -85,8 +85,9 @@ struct CallbackExpect {
   std::optional<std::string> name, messageType;
 };
 struct RequestExpect {
+  using Value = std::variant<std::string, int64_t>;
   std::string name;
-  std::optional<std::vector<std::pair<std::string, std::variant<std::string, int64_t>>>> data;
+  std::optional<std::vector<std::pair<std::string, Value>>> data;
 };
 using Counts = std::vector<std::pair<std::string, int64_t>>;
 
