@@ -76,8 +76,8 @@ const std::vector<CatalogueEntry> kCatalogue = {
      {},
      [](void* proxy, const CallArgs& a) {
        hal::Object caps = hal::MakeStaticCaps(a.slot.value_or(0));
-       return Result(As<proxy::GetStaticCaps>(proxy)(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()),
-                                                     nullptr, nullptr, a.camera.value_or(0)));
+       return Result(As<SIM_PROXY_TYPE(GetStaticCaps)>(proxy)(
+           nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()), nullptr, nullptr, a.camera.value_or(0)));
      }},
     {SIM_ENTRY(SensorProbe, "_ZN4CamX15SensorProbeHookEPvPiS1_"),
      false,
@@ -88,23 +88,23 @@ const std::vector<CatalogueEntry> kCatalogue = {
            a.sensor, a.cameraAbsent ? std::nullopt : std::optional<uint16_t>(static_cast<uint16_t>(*a.camera)));
        int first = 0;
        int second = 0;
-       return Result(As<proxy::SensorProbe>(proxy)(object.get(), &first, &second));
+       return Result(As<SIM_PROXY_TYPE(SensorProbe)>(proxy)(object.get(), &first, &second));
      }},
     {SIM_ENTRY(InitializeSensorDevice, "_ZN4CamX26InitializeSensorDeviceHookEPv"),
      false,
      {kBringUpCamera},
      {{"initState", FieldKind::kNumber}},
-     &OnSensorNode<proxy::InitializeSensorDevice, true>},
+     &OnSensorNode<SIM_PROXY_TYPE(InitializeSensorDevice), true>},
     {SIM_ENTRY(LoadSensorInitConfigCmd, "_ZN4CamX27LoadSensorInitConfigCmdHookEPv"),
      false,
      {kBringUpCamera},
      {},
-     &OnSensorNode<proxy::LoadSensorInitConfigCmd, false>},
+     &OnSensorNode<SIM_PROXY_TYPE(LoadSensorInitConfigCmd), false>},
     {SIM_ENTRY(LoadSensorConfigCmds, "_ZN4CamX24LoadSensorConfigCmdsHookEPv"),
      false,
      {kBringUpCamera},
      {},
-     &OnSensorNode<proxy::LoadSensorConfigCmds, false>},
+     &OnSensorNode<SIM_PROXY_TYPE(LoadSensorConfigCmds), false>},
     {SIM_ENTRY(SensorCreateAndSubmitCommand,
                "_ZN4CamX32SensorCreateAndSubmitCommandHookEPvjNS_17I2CRegSettingTypeE22CSLPacketOpcodesSensorjjPKv"),
      false,
@@ -112,7 +112,7 @@ const std::vector<CatalogueEntry> kCatalogue = {
      {},
      [](void* proxy, const CallArgs& a) {
        hal::SensorNodeObject node(*a.camera);
-       return Result(As<proxy::SensorCreateAndSubmitCommand>(proxy)(
+       return Result(As<SIM_PROXY_TYPE(SensorCreateAndSubmitCommand)>(proxy)(
            node.get(), 0, CamX::I2CRegSettingType{}, static_cast<CSLPacketOpcodesSensor>(a.opcode), 0, 0, nullptr));
      }},
     {SIM_ENTRY(CreateI2CInfoCmd, "_ZN4CamX20CreateI2CInfoCmdHookEPvP16CSLSensorI2CInfot"),
@@ -121,7 +121,7 @@ const std::vector<CatalogueEntry> kCatalogue = {
      {{"slaveAddress", FieldKind::kAddress}},
      [](void* proxy, const CallArgs& a) {
        hal::SensorI2CInfoObject info(a.slaveAddress);
-       Observed observed = Result(As<proxy::CreateI2CInfoCmd>(proxy)(nullptr, info.get(), 0));
+       Observed observed = Result(As<SIM_PROXY_TYPE(CreateI2CInfoCmd)>(proxy)(nullptr, info.get(), 0));
        observed.Set("slaveAddress", Number(info.slaveAddress()));
        return observed;
      }},
@@ -129,27 +129,27 @@ const std::vector<CatalogueEntry> kCatalogue = {
      false,
      {kCamera, kSensor},
      {{"eepromFlag", FieldKind::kNumber}},
-     &OnEepromData<proxy::EEPROMDataProbe, true>},
+     &OnEepromData<SIM_PROXY_TYPE(EEPROMDataProbe), true>},
     {SIM_ENTRY(ProbeEEPROM, "_ZN4CamX15ProbeEEPROMHookEPvPNS_12HwSensorInfoEPKNS_16HwDeviceTypeInfoE"),
      false,
      {kModuleCamera, kEeprom},
      {},
      [](void* proxy, const CallArgs& a) {
        hal::HwSensorInfoObject info(a.eeprom);
-       return Result(As<proxy::ProbeEEPROM>(proxy)(nullptr, info.get(), nullptr));
+       return Result(As<SIM_PROXY_TYPE(ProbeEEPROM)>(proxy)(nullptr, info.get(), nullptr));
      }},
     {SIM_ENTRY(ReadEEPROMDevice, "_ZN4CamX20ReadEEPROMDeviceHookEPv"),
      false,
      {kCamera, kSensor},
      {},
-     &OnEepromData<proxy::ReadEEPROMDevice, false>},
+     &OnEepromData<SIM_PROXY_TYPE(ReadEEPROMDevice), false>},
     {SIM_ENTRY(EEPROMVerifyChecksum, "_ZN4CamX24EEPROMVerifyChecksumHookEPvPhi"),
      false,
      {kData, kSize},
      {{"changedOffsets", FieldKind::kNumbers}, {"changedBytes", FieldKind::kNumber}, {"halSawData", FieldKind::kFlag}},
      [](void* proxy, const CallArgs& a) {
        std::vector<uint8_t> data(a.dataLength, a.fill);
-       Observed observed = Result(As<proxy::EEPROMVerifyChecksum>(proxy)(
+       Observed observed = Result(As<SIM_PROXY_TYPE(EEPROMVerifyChecksum)>(proxy)(
            nullptr, a.dataNull ? nullptr : data.data(), a.size.value_or(static_cast<int32_t>(a.dataLength))));
        std::vector<int64_t> changed;
        for (size_t i = 0; i < data.size() && !a.dataNull; ++i) {
@@ -166,7 +166,7 @@ const std::vector<CatalogueEntry> kCatalogue = {
      {{"slaveAddress", FieldKind::kAddress}, {"halSawSlaveAddress", FieldKind::kAddress}},
      [](void* proxy, const CallArgs& a) {
        hal::ActuatorDriverDataObject object(a.actuator, static_cast<uint16_t>(a.slaveAddress));
-       As<proxy::ActuatorData>(proxy)(nullptr, object.get());
+       As<SIM_PROXY_TYPE(ActuatorData)>(proxy)(nullptr, object.get());
        Observed observed;
        observed.Set("slaveAddress", Number(object.slaveAddress()));
        observed.Set("halSawSlaveAddress", Number(hal::LastActuatorSlaveAddressSeen()));
@@ -177,7 +177,7 @@ const std::vector<CatalogueEntry> kCatalogue = {
      {},
      {},
      [](void* proxy, const CallArgs&) {
-       return Result(As<proxy::OISRegisterProvider>(proxy)(nullptr, nullptr, nullptr));
+       return Result(As<SIM_PROXY_TYPE(OISRegisterProvider)>(proxy)(nullptr, nullptr, nullptr));
      }},
     {SIM_ENTRY(OISCreateI2CInfoCmd, "_ZN4CamX23OISCreateI2CInfoCmdHookEPvP13CSLOISI2CInfoi"),
      false,
@@ -185,7 +185,7 @@ const std::vector<CatalogueEntry> kCatalogue = {
      {{"slaveAddress", FieldKind::kAddress}, {"halSawSlaveAddress", FieldKind::kAddress}},
      [](void* proxy, const CallArgs& a) {
        hal::OISI2CInfoObject info(a.slaveAddress);
-       Observed observed = Result(As<proxy::OISCreateI2CInfoCmd>(proxy)(nullptr, info.get(), 0));
+       Observed observed = Result(As<SIM_PROXY_TYPE(OISCreateI2CInfoCmd)>(proxy)(nullptr, info.get(), 0));
        observed.Set("slaveAddress", Number(info.slaveAddress()));
        observed.Set("halSawSlaveAddress", Number(hal::LastOISSlaveAddressSeen()));
        return observed;
@@ -196,7 +196,7 @@ const std::vector<CatalogueEntry> kCatalogue = {
      {{"durationAtLeastUs", FieldKind::kAtLeastUs}},
      [](void* proxy, const CallArgs&) {
        const auto started = std::chrono::steady_clock::now();
-       Observed observed = Result(As<proxy::ReadLensPositionData>(proxy)(nullptr));
+       Observed observed = Result(As<SIM_PROXY_TYPE(ReadLensPositionData)>(proxy)(nullptr));
        observed.Set("durationAtLeastUs", static_cast<int64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
                                                                   std::chrono::steady_clock::now() - started)
                                                                   .count()));
@@ -208,7 +208,7 @@ const std::vector<CatalogueEntry> kCatalogue = {
      {},
      [](void* proxy, const CallArgs&) {
        unsigned char buffer[64] = {};
-       return Result(As<proxy::FormatLensPositionData>(proxy)(nullptr, nullptr, buffer, sizeof(buffer)));
+       return Result(As<SIM_PROXY_TYPE(FormatLensPositionData)>(proxy)(nullptr, nullptr, buffer, sizeof(buffer)));
      }},
     {SIM_ENTRY(PostGyroData,
                "_ZN4CamX16PostGyroDataHookEPvNS_13NCSSensorTypeERNSt3__16vectorIP15sensors_event_tNS2_"
@@ -218,8 +218,8 @@ const std::vector<CatalogueEntry> kCatalogue = {
      {{"timestamps", FieldKind::kNumbers}, {"shiftedSamples", FieldKind::kNumber}},
      [](void* proxy, const CallArgs& a) {
        hal::SensorEventBatch batch(a.timestamps);
-       Observed observed = Result(
-           As<proxy::PostGyroData>(proxy)(nullptr, static_cast<CamX::NCSSensorType>(a.sensorType), batch.samples()));
+       Observed observed = Result(As<SIM_PROXY_TYPE(PostGyroData)>(proxy)(
+           nullptr, static_cast<CamX::NCSSensorType>(a.sensorType), batch.samples()));
        const std::vector<int64_t> seen = hal::LastGyroBatchSeen().timestamps;
        int64_t shifted = 0;
        for (size_t i = 0; i < seen.size() && i < a.timestamps.size(); ++i) shifted += seen[i] != a.timestamps[i];
@@ -234,8 +234,8 @@ const std::vector<CatalogueEntry> kCatalogue = {
      [](void* proxy, const CallArgs& a) {
        hal::CSLMessageObject message(a.messageType, a.messageValue);
        int session = 0;
-       As<proxy::CSLMessageHandler>(proxy)(a.userDataNull ? nullptr : &session,
-                                           a.messageNull ? nullptr : message.get());
+       As<SIM_PROXY_TYPE(CSLMessageHandler)>(proxy)(a.userDataNull ? nullptr : &session,
+                                                    a.messageNull ? nullptr : message.get());
        const hal::CSLMessageSeen seen = hal::LastCSLMessageSeen();
        Observed observed;
        observed.Set("message",
@@ -257,7 +257,7 @@ const std::vector<CatalogueEntry> kCatalogue = {
        if (a.tagZero) request.SetBytes(0, {*a.tagZero});
        CamxResult result = 0;
        const bool aborted =
-           AbortsDuring([&] { result = As<proxy::ProcessCaptureRequest>(proxy)(nullptr, request.get()); });
+           AbortsDuring([&] { result = As<SIM_PROXY_TYPE(ProcessCaptureRequest)>(proxy)(nullptr, request.get()); });
        Observed observed = Result(result);
        observed.Set("aborted", aborted);
        return observed;

@@ -17,31 +17,9 @@
 
 namespace sim {
 
-// The exported type of each proxy, as hook.h declares it.
-namespace proxy {
-#define SIM_PROXY_TYPE(name) using name = std::remove_pointer_t<decltype(&CamX::name##Hook)>
-SIM_PROXY_TYPE(GetStaticCaps);
-SIM_PROXY_TYPE(SensorProbe);
-SIM_PROXY_TYPE(InitializeSensorDevice);
-SIM_PROXY_TYPE(LoadSensorInitConfigCmd);
-SIM_PROXY_TYPE(LoadSensorConfigCmds);
-SIM_PROXY_TYPE(SensorCreateAndSubmitCommand);
-SIM_PROXY_TYPE(CreateI2CInfoCmd);
-SIM_PROXY_TYPE(EEPROMDataProbe);
-SIM_PROXY_TYPE(ProbeEEPROM);
-SIM_PROXY_TYPE(ReadEEPROMDevice);
-SIM_PROXY_TYPE(EEPROMVerifyChecksum);
-SIM_PROXY_TYPE(ActuatorData);
-SIM_PROXY_TYPE(OISRegisterProvider);
-SIM_PROXY_TYPE(OISCreateI2CInfoCmd);
-SIM_PROXY_TYPE(ReadLensPositionData);
-SIM_PROXY_TYPE(FormatLensPositionData);
-SIM_PROXY_TYPE(PostGyroData);
-SIM_PROXY_TYPE(CSLMessageHandler);
-SIM_PROXY_TYPE(ProcessCaptureRequest);
-#undef SIM_PROXY_TYPE
-using SetErrorFrameworkId = std::remove_pointer_t<decltype(&CamX::SetErrorFrameworkId)>;
-}  // namespace proxy
+// The exported type of the proxy of HAL function `name`, as hook.h declares
+// it: SIM_PROXY_TYPE(SensorProbe) is the type of CamX::SensorProbeHook.
+#define SIM_PROXY_TYPE(name) std::remove_pointer_t<decltype(&CamX::name##Hook)>
 
 // The arguments of one simulated HAL call; a call uses those its entry lists.
 struct CallArgs {

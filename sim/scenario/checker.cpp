@@ -259,23 +259,29 @@ Json ToJson(const Value& value) {
   return std::visit([](const auto& v) { return Json(v); }, value);
 }
 
+void CheckStep(const Scenario& scenario, const StepOutcome& outcome, CheckResult* result) {
+  const Step& step = scenario.steps[outcome.step];
+  if (outcome.restart) return;  // the restart after an abort
+  std::string where = step.path + " " + outcome.title;
+  if (step.repeat > 1) {
+    where += ", repetition " + std::to_string(outcome.repetition + 1) + " of " + std::to_string(step.repeat);
+  }
+  Checker checker(result, where);
+  if (outcome.observed) checker.Call(step.expect, *outcome.observed, step.path + ".expect.");
+  checker.Effects(step.expect, outcome.slice, step.path + ".expect.");
+}
+
+void CheckEnd(const Scenario& scenario, const RunResult& run, CheckResult* result) {
+  if (!run.error.empty()) return;
+  Checker checker(result, "at the end of the scenario");
+  checker.End(scenario.expect, run);
+  checker.Effects(scenario.expect, run.total, "expect.");
+}
+
 CheckResult Check(const Scenario& scenario, const RunResult& run) {
   CheckResult result;
-  for (const StepOutcome& outcome : run.outcomes) {
-    const Step& step = scenario.steps[outcome.step];
-    if (outcome.restart) continue;  // the restart after an abort
-    std::string where = step.path + " " + outcome.title;
-    if (step.repeat > 1)
-      where += ", repetition " + std::to_string(outcome.repetition + 1) + " of " + std::to_string(step.repeat);
-    Checker checker(&result, where);
-    if (outcome.observed) checker.Call(step.expect, *outcome.observed, step.path + ".expect.");
-    checker.Effects(step.expect, outcome.slice, step.path + ".expect.");
-  }
-  if (run.error.empty()) {
-    Checker checker(&result, "at the end of the scenario");
-    checker.End(scenario.expect, run);
-    checker.Effects(scenario.expect, run.total, "expect.");
-  }
+  for (const StepOutcome& outcome : run.outcomes) CheckStep(scenario, outcome, &result);
+  CheckEnd(scenario, run, &result);
   return result;
 }
 

@@ -16,7 +16,7 @@ constexpr char kOverrideSettingsDevicePath[] = "/odm/etc/camera/camxoverridesett
 
 // How far into each of the simulated platform's records a run has read.
 struct Cursor {
-  size_t events = 0, log = 0, writes = 0, notifications = 0, callbacks = 0, probeRecords = 0, switchQueries = 0,
+  size_t log = 0, writes = 0, notifications = 0, callbacks = 0, probeRecords = 0, switchQueries = 0,
          argumentQueries = 0, requests = 0, halCalls = 0;
 };
 
@@ -26,10 +26,13 @@ std::vector<T> Advance(std::vector<T> records, size_t* cursor) {
   return records;
 }
 
-// What happened since `cursor`, which moves past it: each record is read once.
-Slice Take(Cursor* cursor) {
+// What happened since `cursor`, which moves past it: each record is read
+// once, and the journal, which nothing else reads, is emptied. The state
+// afterwards is read only when asked for.
+Slice Take(Cursor* cursor, bool state = true) {
   Slice slice;
-  slice.events = Advance(sim::Journal(cursor->events), &cursor->events);
+  slice.events = sim::Journal();
+  sim::ClearJournal();
   slice.log = Advance(sim::LogLines(cursor->log), &cursor->log);
   slice.kernelWrites = Advance(sim::SysfsWrites(cursor->writes), &cursor->writes);
   slice.notifications = Advance(fw::CoreNotifications(cursor->notifications), &cursor->notifications);
@@ -39,6 +42,7 @@ Slice Take(Cursor* cursor) {
   slice.argumentQueries = Advance(fw::CoreArgumentQueries(cursor->argumentQueries), &cursor->argumentQueries);
   slice.requests = Advance(fw::MessageCenterRequests(cursor->requests), &cursor->requests);
   slice.halCalls = Advance(hal::CallResults(cursor->halCalls), &cursor->halCalls);
+  if (!state) return slice;
   slice.properties = sim::AllProperties();
   if (FILE* file = std::fopen(sim::HostPath(hal::kProbeResultParameter).c_str(), "rb")) {
     std::fclose(file);
@@ -176,7 +180,7 @@ class Runner {
           Call(step, &outcome);
           break;
       }
-      outcome.slice = Take(&m_cursor);
+      outcome.slice = Take(&m_cursor, step.expect.properties || step.expect.kernelParameter);
       if (step.kind == Step::Kind::kCall) {
         for (const hal::CallResult& call : outcome.slice.halCalls) {
           if (call.function == step.hook->call) outcome.halResults.push_back(call.result);
@@ -192,6 +196,7 @@ class Runner {
 
   void Done(StepOutcome outcome) {
     if (m_options.stepDone) m_options.stepDone(m_scenario, outcome);
+    if (!m_options.keepSlices) outcome.slice = Slice{};
     m_result.outcomes.push_back(std::move(outcome));
   }
 
@@ -206,7 +211,7 @@ class Runner {
     Note("camera process aborted (SIGABRT); camera service restarted, properties kept");
     ++m_result.restarts;
     StartProcess([&] { return m_phone->RestartCameraService(); });
-    outcome.slice = Take(&m_cursor);
+    outcome.slice = Take(&m_cursor, false);
     Done(std::move(outcome));
   }
 

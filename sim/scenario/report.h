@@ -29,6 +29,9 @@ struct CheckResult {
 };
 
 CheckResult Check(const Scenario& scenario, const RunResult& run);
+// The same, step by step while the scenario plays, then at its end.
+void CheckStep(const Scenario& scenario, const StepOutcome& outcome, CheckResult* result);
+void CheckEnd(const Scenario& scenario, const RunResult& run, CheckResult* result);
 
 // A readable difference, one mismatch per paragraph.
 std::string FormatMismatches(const CheckResult& result);

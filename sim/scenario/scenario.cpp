@@ -264,23 +264,26 @@ Expectations Expect(const Node& node, const Step* step) {
                 hook != nullptr ? "the expectations of " + Article(hook->call) + hook->call + " call" : "\"expect\"");
   Expectations e;
   for (const auto& [key, value] : node.Members("")) {
-    if (key == "result") {
-      e.result = value.Integer(kInt32Min, kInt32Max, kHalResult);
-    } else if (key == "halCalls" && step != nullptr) {
-      e.halCalls = value.Integer(0, 1000, "a number of HAL calls");
-    } else if (key == "halCalls") {
+    if (key == "result") e.result = value.Integer(kInt32Min, kInt32Max, kHalResult);
+    if (key == "halCalls" && step != nullptr) e.halCalls = value.Integer(0, 1000, "a number of HAL calls");
+    if (key == "aborts") e.aborts = value.Integer(0, kUint32Max, "a number");
+    if (key == "properties") e.properties = Properties(value);
+    if (key == "kernelParameter") e.kernelParameter = KernelExpectation(value);
+    if (key == "notifications") e.notifications = value.Strings(kStrings);
+    if (key == "argumentQueries") e.argumentQueries = value.Strings(kStrings);
+    if (key == "log") e.log = value.Strings(kStrings);
+    if (key == "noLog") e.noLog = value.Strings(kStrings);
+    for (const FieldSpec& field : hook != nullptr ? hook->fields : std::vector<FieldSpec>{}) {
+      if (key == field.key) e.fields.emplace_back(field, FieldValue(value, field.kind));
+    }
+    if (key == "halCalls" && step == nullptr) {
       e.functionCalls.emplace();
       for (const auto& [name, count] : value.Members("an object of HAL function names and call counts")) {
         if (FindCall(name) == nullptr) count.Fail("\"" + name + "\" is not a hooked HAL function");
         e.functionCalls->emplace_back(name, count.Integer(0, INT32_MAX, "a number of HAL calls"));
       }
-    } else if (key == "aborts") {
-      e.aborts = value.Integer(0, kUint32Max, "a number");
-    } else if (key == "properties") {
-      e.properties = Properties(value);
-    } else if (key == "kernelParameter") {
-      e.kernelParameter = KernelExpectation(value);
-    } else if (key == "kernelWrites" && value.value().is_number_integer()) {
+    }
+    if (key == "kernelWrites" && value.value().is_number_integer()) {
       e.kernelWriteCount = value.Integer(0, INT32_MAX, "a number of writes");
     } else if (key == "kernelWrites") {
       auto& writes = e.kernelWrites.emplace();
@@ -291,27 +294,26 @@ Expectations Expect(const Node& node, const Step* step) {
         if (item.Has("bytes")) write.bytes = item.At("bytes").Integer(0, 65536, "a byte count");
         if (item.Has("values")) write.values = KernelExpectation(item.At("values"));
       }
-    } else if (key == "notifications" || key == "argumentQueries" || key == "log" || key == "noLog") {
-      (key == "notifications" ? e.notifications
-       : key == "log"         ? e.log
-       : key == "noLog"       ? e.noLog
-                              : e.argumentQueries) = value.Strings(kStrings);
-    } else if (key == "switchQueries") {
+    }
+    if (key == "switchQueries") {
       auto& kinds = e.switchQueries.emplace();
       for (int64_t kind : value.Numbers("an array of numbers")) kinds.push_back(std::to_string(kind));
-    } else if (key == "probeRecords") {
+    }
+    if (key == "probeRecords") {
       auto& records = e.probeRecords.emplace();
       for (const Node& item : value.Items("an array of probe records")) {
         item.OnlyKeys({"name", "failed"}, "a probe record");
         if (!item.Has("name") || !item.Has("failed")) item.Fail("a probe record has a \"name\" and \"failed\"");
         records.push_back(item.At("name").String() + (item.At("failed").Bool() ? " failed" : " probed"));
       }
-    } else if (key == "logCount") {
+    }
+    if (key == "logCount") {
       auto& counts = e.logCount.emplace();
       for (const auto& [text, count] : value.Members("an object of texts and line counts")) {
         counts.emplace_back(text, count.Integer(0, INT32_MAX, "a number of lines"));
       }
-    } else if (key == "callbacks") {
+    }
+    if (key == "callbacks") {
       auto& callbacks = e.callbacks.emplace();
       for (const Node& item : value.Items("an array of protection callbacks")) {
         item.OnlyKeys({"arg0", "arg1", "errorCode", "name", "messageType"}, "a callback");
@@ -322,7 +324,8 @@ Expectations Expect(const Node& node, const Step* step) {
         if (item.Has("name")) callback.name = item.At("name").String();
         if (item.Has("messageType")) callback.messageType = item.At("messageType").String();
       }
-    } else if (key == "messageCenterRequests") {
+    }
+    if (key == "messageCenterRequests") {
       auto& requests = e.requests.emplace();
       for (const Node& item : value.Items("an array of message-centre requests")) {
         item.OnlyKeys({"name", "data"}, "a message-centre request");
@@ -332,16 +335,9 @@ Expectations Expect(const Node& node, const Step* step) {
         if (!item.Has("data")) continue;
         auto& data = request.data.emplace();
         for (const auto& [field, v] : item.At("data").Members("an object of data entries")) {
-          if (v.value().is_string()) {
-            data.emplace_back(field, v.String());
-          } else {
-            data.emplace_back(field, v.Any64("a string or a number"));
-          }
+          data.emplace_back(field, v.value().is_string() ? RequestExpect::Value(v.String())
+                                                         : RequestExpect::Value(v.Any64("a string or a number")));
         }
-      }
-    } else {
-      for (const FieldSpec& field : hook->fields) {
-        if (key == field.key) e.fields.emplace_back(field, FieldValue(value, field.kind));
       }
     }
   }

@@ -85,8 +85,9 @@ struct CallbackExpect {
   std::optional<std::string> name, messageType;
 };
 struct RequestExpect {
+  using Value = std::variant<std::string, int64_t>;
   std::string name;
-  std::optional<std::vector<std::pair<std::string, std::variant<std::string, int64_t>>>> data;
+  std::optional<std::vector<std::pair<std::string, Value>>> data;
 };
 using Counts = std::vector<std::pair<std::string, int64_t>>;
 
@@ -161,7 +162,7 @@ struct LoadError {
 inline constexpr size_t kMaxFileBytes = 4 << 20;
 inline constexpr int kMaxDepth = 64;           // nesting of arrays and objects
 inline constexpr int64_t kMaxRepeat = 100000;  // "repeat" of one step
-inline constexpr size_t kMaxSteps = 1000000;   // steps a scenario plays, repetitions counted
+inline constexpr size_t kMaxSteps = 200000;    // steps a scenario plays, repetitions counted
 
 // Reads and validates a scenario; on failure returns nullopt and sets `error`.
 // Only a regular file is read, and at most kMaxFileBytes of it. Never throws.
@@ -188,7 +189,7 @@ struct Slice {
   std::vector<std::string> argumentQueries;
   std::vector<sim::framework::MessageCenterRequest> requests;
   std::vector<hal::CallResult> halCalls;
-  // State afterwards.
+  // State afterwards (of a step, only when its expectations need it).
   std::map<std::string, std::string> properties;
   std::optional<std::string> kernelParameter;  // none: no file
 };
@@ -221,6 +222,9 @@ struct PlayOptions {
   std::function<void(size_t done, size_t total)> progress;
   // Called after every step outcome (for output while a long run goes on).
   std::function<void(const Scenario&, const StepOutcome&)> stepDone;
+  // false: a step's records are dropped once stepDone has seen them, so a
+  // long run keeps only what the whole run's report and checks need.
+  bool keepSlices = true;
 };
 
 // Plays `scenario` on a new simulated phone. Never throws; a run that cannot

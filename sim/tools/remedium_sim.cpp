@@ -85,17 +85,20 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
     const sc::Scenario& scenario = scenarios[i];
     progress.label = "[" + std::to_string(i + 1) + "/" + std::to_string(scenarios.size()) + "] " + scenario.file;
     if (timeline) std::cout << sc::FormatHeader(scenario) << std::flush;
+    // Each step is shown and checked as it is played; its records are kept
+    // only for the --json report.
+    sc::CheckResult check;
     sc::PlayOptions play;
+    play.keepSlices = !jsonPath.empty();
     play.progress = [&progress](size_t done, size_t total) { progress.Update(done, total); };
-    if (timeline) {
-      play.stepDone = [&](const sc::Scenario& played, const sc::StepOutcome& outcome) {
-        progress.Clear();
-        std::cout << sc::FormatStep(played, outcome, {options.verbose, options.logcat}) << std::flush;
-      };
-    }
+    play.stepDone = [&](const sc::Scenario& played, const sc::StepOutcome& outcome) {
+      if (timeline) progress.Clear();
+      if (timeline) std::cout << sc::FormatStep(played, outcome, {options.verbose, options.logcat}) << std::flush;
+      sc::CheckStep(played, outcome, &check);
+    };
     const sc::RunResult run = sc::Play(scenario, play);
     progress.Clear();
-    const sc::CheckResult check = sc::Check(scenario, run);
+    sc::CheckEnd(scenario, run, &check);
     if (!jsonPath.empty()) report["scenarios"].push_back(sc::ReportJson(scenario, run, check));
     if (!run.error.empty()) {
       std::fprintf(stderr, "remedium-sim: %s: %s\n", scenario.file.c_str(), run.error.c_str());

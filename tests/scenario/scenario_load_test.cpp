@@ -3,7 +3,9 @@
 // loader.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -114,10 +116,46 @@ TEST(ScenarioLoad, ProblemsNameTheJsonPathAndWhatWasExpected) {
   }
 }
 
-TEST(ScenarioLoad, AMissingFileSaysSo) {
-  sc::LoadError error;
-  EXPECT_FALSE(sc::LoadScenarioFile("/nonexistent/scenario.json", &error).has_value());
-  EXPECT_THAT(error.ToString(), AllOf(HasSubstr("/nonexistent/scenario.json"), HasSubstr("cannot read: No such file or directory")));
+// Sizes beyond the documented limits are refused with the place and the
+// limit, in time and memory bounded by the limits, not by the input.
+TEST(ScenarioLoad, LimitsAreRefusedWithThePlaceAndTheLimit) {
+  sc::LoadError error =
+      Fails(R"({"name": "n", "expect": {"log": )" + std::string(100000, '[') + std::string(100000, ']') + "}}");
+  std::string path = "expect.log";
+  for (int i = 0; i < sc::kMaxDepth - 2; ++i) path += "[0]";  // the 65th opening bracket
+  EXPECT_EQ(error.path, path);
+  EXPECT_THAT(error.message, HasSubstr("nested deeper than 64"));
+  EXPECT_THAT(Fails(std::string(sc::kMaxFileBytes + 1, ' ')).message, HasSubstr("larger than 4194304 bytes"));
+  error = Fails(Edited(R"("camera": 0, "hal": [1, 0])", R"("camera": 0, "repeat": 100001)"));
+  EXPECT_EQ(error.path, "steps[0].repeat");
+  EXPECT_THAT(error.message, HasSubstr("expected a repeat count from 1 to 100000"));
+  std::string steps;
+  for (int i = 0; i < 3; ++i) steps += R"({"call": "OISRegisterProvider", "repeat": 100000},)";
+  error = Fails(Edited(R"({"restart": true})", steps + R"({"restart": true})"));
+  EXPECT_EQ(error.path, "steps[5]");  // 4 steps before, then 100000 each
+  EXPECT_THAT(error.message, HasSubstr("more than 200000 steps"));
+}
+
+// Only a regular file is read: anything else is named for what it is, and a
+// FIFO without a writer is refused at once rather than waited on.
+TEST(ScenarioLoad, OnlyRegularFilesAreRead) {
+  const std::string dir = ::testing::TempDir() + "scenario_load_test";
+  std::filesystem::remove_all(dir);
+  std::filesystem::create_directories(dir);
+  const auto load = [](const std::string& path) {
+    sc::LoadError error;
+    EXPECT_FALSE(sc::LoadScenarioFile(path, &error).has_value()) << path;
+    return error.ToString();
+  };
+  EXPECT_EQ(load("/nonexistent/scenario.json"), "/nonexistent/scenario.json: cannot read: No such file or directory");
+  EXPECT_EQ(load(dir), dir + ": is a directory");
+  ASSERT_EQ(mkfifo((dir + "/fifo.json").c_str(), 0600), 0);
+  EXPECT_THAT(load(dir + "/fifo.json"), HasSubstr("is not a regular file"));
+  EXPECT_THAT(load("/dev/zero"), HasSubstr("is not a regular file"));
+  std::ofstream(dir + "/big.json").close();
+  std::filesystem::resize_file(dir + "/big.json", sc::kMaxFileBytes + 1);  // sparse: refused before it is read
+  EXPECT_THAT(load(dir + "/big.json"), HasSubstr("larger than 4194304 bytes"));
+  std::filesystem::remove_all(dir);
 }
 
 // Every prefix of a valid scenario, and every value swapped for one of each

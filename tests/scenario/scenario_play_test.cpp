@@ -137,6 +137,26 @@ TEST(ScenarioPlay, AbortedCameraProcessIsRestartedWithPropertiesKept) {
   EXPECT_TRUE(sc::Check(scenario, run).ok());
 }
 
+// A library log line cut inside a multi-byte character still gives a report:
+// the bytes that are not UTF-8 are escaped as \xNN in --json.
+TEST(ScenarioPlay, LogTextThatIsNotUtf8IsEscapedInTheReport) {
+  std::string name;
+  for (int i = 0; i < 600; ++i) name += "\u00e9";  // two bytes each in UTF-8
+  const sc::Scenario scenario = Parse(R"({"name": "t", "device": {"cameras": [{"id": 0}]},
+    "overrideSettings": ["SensorModuleRetryTimes=3", "sensorModuleNumber=2"],
+    "steps": [{"call": "SensorProbe", "camera": 0, "sensor": ")" +
+                                      name + R"("}]})");
+  const sc::RunResult run = sc::Play(scenario);
+  const sc::Json report = sc::ReportJson(scenario, run, sc::Check(scenario, run));
+  std::string text;
+  ASSERT_NO_THROW(text = report.dump());
+  EXPECT_THAT(text, HasSubstr(R"(\\xC3")"));  // the cut character's first byte, at the end of a line
+  bool cut = false;
+  for (const sim::LogLine& line : run.total.log) cut = cut || !sc::IsUtf8(line.text);
+  EXPECT_TRUE(cut) << "no log line was cut inside a character";
+  EXPECT_EQ(sc::EscapeUtf8("a\\b\xC3"), "a\\\\b\\xC3");
+}
+
 // The annotated example of the scenario format's documentation, without its
 // comments, loads and meets its own expectations.
 TEST(ScenarioPlay, DocumentedExampleHolds) {

@@ -22,17 +22,17 @@
 namespace test {
 
 // The proxies' types, from the hook catalogue (hook.h's declarations).
-using SensorProbeFn = sim::proxy::SensorProbe;
-using ObjectHookFn = sim::proxy::EEPROMDataProbe;  // also ReadEEPROMDevice, the init and config hooks
-using ProbeEEPROMFn = sim::proxy::ProbeEEPROM;
-using ChecksumFn = sim::proxy::EEPROMVerifyChecksum;
-using SubmitFn = sim::proxy::SensorCreateAndSubmitCommand;
-using I2CInfoFn = sim::proxy::CreateI2CInfoCmd;
-using GetStaticCapsFn = sim::proxy::GetStaticCaps;
-static_assert(std::is_same_v<ObjectHookFn, sim::proxy::ReadEEPROMDevice> &&
-              std::is_same_v<ObjectHookFn, sim::proxy::InitializeSensorDevice> &&
-              std::is_same_v<ObjectHookFn, sim::proxy::LoadSensorInitConfigCmd> &&
-              std::is_same_v<ObjectHookFn, sim::proxy::LoadSensorConfigCmds>);
+using SensorProbeFn = SIM_PROXY_TYPE(SensorProbe);
+using ObjectHookFn = SIM_PROXY_TYPE(EEPROMDataProbe);  // also ReadEEPROMDevice, the init and config hooks
+using ProbeEEPROMFn = SIM_PROXY_TYPE(ProbeEEPROM);
+using ChecksumFn = SIM_PROXY_TYPE(EEPROMVerifyChecksum);
+using SubmitFn = SIM_PROXY_TYPE(SensorCreateAndSubmitCommand);
+using I2CInfoFn = SIM_PROXY_TYPE(CreateI2CInfoCmd);
+using GetStaticCapsFn = SIM_PROXY_TYPE(GetStaticCaps);
+static_assert(std::is_same_v<ObjectHookFn, SIM_PROXY_TYPE(ReadEEPROMDevice)> &&
+              std::is_same_v<ObjectHookFn, SIM_PROXY_TYPE(InitializeSensorDevice)> &&
+              std::is_same_v<ObjectHookFn, SIM_PROXY_TYPE(LoadSensorInitConfigCmd)> &&
+              std::is_same_v<ObjectHookFn, SIM_PROXY_TYPE(LoadSensorConfigCmds)>);
 
 inline constexpr char kOverrideFile[] = "/odm/etc/camera/camxoverridesettings.txt";
 inline constexpr char kErrorIdProperty[] = "persist.vendor.camera.errorFrameworkId";
