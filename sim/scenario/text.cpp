@@ -5,6 +5,7 @@
 #include <map>
 #include <regex>
 
+#include "hook/src/kernelchannel.h"
 #include "report.h"
 
 namespace sim::scenario {
@@ -161,31 +162,35 @@ Explanation ExplainKernelParameter(const std::string& raw) {
     explanation.lines.push_back("no numbers in \"" + value + "\"; the parameter reads like 0,0,0,... (64 numbers)");
     return explanation;
   }
-  if (values.size() < 64) {
+  if (values.size() < CamX::kProbeResultTableSize) {
     explanation.lines.push_back(std::to_string(values.size()) +
                                 " values: not a table of 64, so the library writes nothing back and ignores the "
                                 "kernel's results");
   }
   const size_t before = explanation.lines.size();
-  values.resize(64, 0);  // entries beyond a short table read as 0
-  const auto entry = [&values](size_t index, const std::string& what) {
-    return " " + what + "[" + std::to_string(index) + "]=" + std::to_string(values[index]);
+  values.resize(CamX::kProbeResultTableSize, 0);  // entries beyond a short table read as 0
+  const auto entry = [&values](size_t block, uint32_t camera, const std::string& what) {
+    return " " + what + "[" + std::to_string(block + camera) + "]=" +
+           std::to_string(CamX::BlockEntry(values, block, camera));
   };
-  for (size_t camera = 0; camera < 16; ++camera) {
-    const int64_t control = values[camera], controlValue = values[camera + 16];
+  for (uint32_t camera = 0; camera < CamX::kProbeResultBlockSize; ++camera) {
+    const int64_t control = CamX::BlockEntry(values, CamX::kApplyControlBlock, camera);
+    const int64_t controlValue = CamX::BlockEntry(values, CamX::kControlValueBlock, camera);
     std::string line;
-    if (control == 1 && controlValue == 3) {
-      line += " marked for a kernel-assisted re-probe ([" + std::to_string(camera) + "]=1, [" +
-              std::to_string(camera + 16) + "]=3);";
+    if (control == CamX::kApplyControlMarked && controlValue == CamX::kControlValueMarked) {
+      line += " marked for a kernel-assisted re-probe ([" + std::to_string(CamX::kApplyControlBlock + camera) +
+              "]=1, [" + std::to_string(CamX::kControlValueBlock + camera) + "]=3);";
     } else {
-      if (control != 0) line += entry(camera, "apply-settings flag ") + ";";
-      if (controlValue != 0) line += entry(camera + 16, "control value ") + ";";
+      if (control != 0) line += entry(CamX::kApplyControlBlock, camera, "apply-settings flag ") + ";";
+      if (controlValue != 0) line += entry(CamX::kControlValueBlock, camera, "control value ") + ";";
     }
-    if (values[camera + 32] != 0) {
-      line += entry(camera + 32, "kernel probe result (kmd) ") +
+    if (CamX::KmdResult(values, camera) != 0) {
+      line += entry(CamX::kKmdResultBlock, camera, "kernel probe result (kmd) ") +
               ": the kernel reports the probe or its initial settings failed;";
     }
-    if (values[camera + 48] != 0) line += entry(camera + 48, "") + ": the kernel reports the initial settings failed;";
+    if (CamX::ClearedControl(values, camera) != 0) {
+      line += entry(CamX::kClearedControlBlock, camera, "") + ": the kernel reports the initial settings failed;";
+    }
     if (!line.empty())
       explanation.lines.push_back("camera " + std::to_string(camera) + ":" + line.substr(0, line.size() - 1));
   }

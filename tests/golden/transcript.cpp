@@ -41,7 +41,8 @@ void Transcript(const Json& scenario, std::ostream& out) {
   }
   const Json& final = scenario.value("final", Json::object());
   out << "\nfinal\n";
-  for (const auto& [key, value] : final.value("properties", Json::object()).items()) {
+  const Json properties = final.value("properties", Json::object());  // kept alive for the loop
+  for (const auto& [key, value] : properties.items()) {
     out << "  property " << key << "=" << Line(value) << "\n";
   }
   out << "  kernelParameter " << Line(final.value("kernelParameter", Json())) << "\n";
