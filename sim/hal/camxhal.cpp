@@ -42,9 +42,7 @@ Outcome NextOutcome(const std::string& function) {
     }
     State().calls.push_back({function, outcome.result});
   }
-  // The probe's journal line has always read "-> 0" whatever its result (the
-  // golden transcripts keep it so); CallResults() has the real one.
-  sim::Record("hal", function + " -> " + std::to_string(function == "SensorProbe" ? 0 : outcome.result));
+  sim::Record("hal", function + " -> " + std::to_string(outcome.result));
   return outcome;
 }
 
