@@ -46,13 +46,13 @@
 #include <vector>
 
 #include "client/interface/logsites.h"
-#include "harness.h"
-#include "simdevice.h"
-#include "simframework.h"
-#include "simhal.h"
-#include "simlenspipelinehal.h"
-#include "simproperties.h"
-#include "simsensorhal.h"
+#include "sim/harness/harness.h"
+#include "sim/platform/simdevice.h"
+#include "sim/framework/simframework.h"
+#include "sim/hal/simhal.h"
+#include "sim/hal/simlenspipelinehal.h"
+#include "sim/platform/simproperties.h"
+#include "sim/hal/simsensorhal.h"
 
 // ---------------------------------------------------------------------------
 // Counted allocations and log lines (this thread only). Allocations made

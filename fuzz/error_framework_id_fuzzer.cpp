@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "fuzz_support.h"
+#include "fuzz/fuzz_support.h"
 #include "hook/src/hook.h"
 #include "hook/src/settings.h"
-#include "simdevice.h"
-#include "simproperties.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simproperties.h"
 
 namespace {
 

@@ -13,10 +13,10 @@
 #include <string>
 
 #include "core/model/monitor/interface/imagesensorstate.h"
-#include "fuzz_support.h"
-#include "simdevice.h"
-#include "simlog.h"
-#include "simproperties.h"
+#include "fuzz/fuzz_support.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simlog.h"
+#include "sim/platform/simproperties.h"
 
 namespace {
 

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "fuzz_support.h"
+#include "fuzz/fuzz_support.h"
 #include "hook/src/kernelchannel.h"
 #include "hook/src/settings.h"
-#include "simdevice.h"
-#include "simlog.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simlog.h"
 
 namespace {
 

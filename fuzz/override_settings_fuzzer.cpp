@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include "fuzz_support.h"
+#include "fuzz/fuzz_support.h"
 #include "hook/src/settings.h"
 
 namespace {

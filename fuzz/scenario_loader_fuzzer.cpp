@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "fuzz_check.h"
-#include "scenario.h"
+#include "fuzz/fuzz_support.h"
+#include "sim/scenario/scenario.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   namespace sc = sim::scenario;

@@ -1,4 +1,4 @@
-#include "catalogue.h"
+#include "sim/harness/catalogue.h"
 
 #include <cxxabi.h>
 #include <signal.h>
@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <functional>
 
-#include "simhal.h"
-#include "simlenspipelinehal.h"
-#include "simsensorhal.h"
+#include "sim/hal/simhal.h"
+#include "sim/hal/simlenspipelinehal.h"
+#include "sim/hal/simsensorhal.h"
 
 namespace sim {
 namespace {

@@ -1,4 +1,4 @@
-#include "harness.h"
+#include "sim/harness/harness.h"
 
 #include <dlfcn.h>
 #include <signal.h>
@@ -9,12 +9,12 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "simdevice.h"
-#include "simframework.h"
-#include "simhal.h"
-#include "simlog.h"
-#include "simproperties.h"
-#include "simshadowhook.h"
+#include "sim/platform/simdevice.h"
+#include "sim/framework/simframework.h"
+#include "sim/hal/simhal.h"
+#include "sim/platform/simlog.h"
+#include "sim/platform/simproperties.h"
+#include "sim/platform/simshadowhook.h"
 
 namespace sim {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "catalogue.h"
+#include "sim/harness/catalogue.h"
 
 namespace sim {
 

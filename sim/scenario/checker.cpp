@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "report.h"
+#include "sim/scenario/report.h"
 
 namespace sim::scenario {
 namespace {

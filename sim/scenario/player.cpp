@@ -2,10 +2,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "harness.h"
-#include "scenario.h"
-#include "simproperties.h"
-#include "simsensorhal.h"
+#include "sim/harness/harness.h"
+#include "sim/scenario/scenario.h"
+#include "sim/platform/simproperties.h"
+#include "sim/hal/simsensorhal.h"
 
 namespace sim::scenario {
 namespace {

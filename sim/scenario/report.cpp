@@ -1,4 +1,4 @@
-#include "report.h"
+#include "sim/scenario/report.h"
 
 #include <map>
 #include <sstream>

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "scenario.h"
+#include "sim/scenario/scenario.h"
 
 namespace sim::scenario {
 

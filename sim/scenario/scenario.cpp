@@ -1,4 +1,4 @@
-#include "scenario.h"
+#include "sim/scenario/scenario.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -14,11 +14,11 @@
 #include <variant>
 #include <vector>
 
-#include "catalogue.h"
-#include "simdevice.h"
-#include "simframework.h"
-#include "simhal.h"
-#include "simlog.h"
+#include "sim/harness/catalogue.h"
+#include "sim/platform/simdevice.h"
+#include "sim/framework/simframework.h"
+#include "sim/hal/simhal.h"
+#include "sim/platform/simlog.h"
 
 namespace sim::scenario {
 

@@ -6,7 +6,7 @@
 #include <regex>
 
 #include "hook/src/kernelchannel.h"
-#include "report.h"
+#include "sim/scenario/report.h"
 
 namespace sim::scenario {
 namespace {

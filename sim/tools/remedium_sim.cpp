@@ -20,9 +20,9 @@
 #include <string>
 #include <vector>
 
-#include "harness.h"
-#include "report.h"
-#include "scenario.h"
+#include "sim/harness/harness.h"
+#include "sim/scenario/report.h"
+#include "sim/scenario/scenario.h"
 
 namespace {
 

@@ -28,10 +28,10 @@
 #include <cstring>
 #include <string>
 
-#include "harness.h"
-#include "simframework.h"
-#include "simhal.h"
-#include "simlenspipelinehal.h"
+#include "sim/harness/harness.h"
+#include "sim/framework/simframework.h"
+#include "sim/hal/simhal.h"
+#include "sim/hal/simlenspipelinehal.h"
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)

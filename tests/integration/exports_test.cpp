@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "harness.h"
+#include "sim/harness/harness.h"
 
 namespace {
 

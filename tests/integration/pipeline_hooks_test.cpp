@@ -7,9 +7,9 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include "simlenspipelinehal.h"
-#include "simshadowhook.h"
-#include "support/camera_process.h"
+#include "sim/hal/simlenspipelinehal.h"
+#include "sim/platform/simshadowhook.h"
+#include "tests/support/camera_process.h"
 
 namespace {
 

@@ -13,10 +13,10 @@
 #include <cstring>
 #include <vector>
 
-#include "simdevice.h"
-#include "simlenspipelinehal.h"
-#include "simshadowhook.h"
-#include "support/camera_process.h"
+#include "sim/platform/simdevice.h"
+#include "sim/hal/simlenspipelinehal.h"
+#include "sim/platform/simshadowhook.h"
+#include "tests/support/camera_process.h"
 
 // The return address the call site recorded just before its call.
 extern "C" __attribute__((visibility("hidden"), used)) void* g_callSiteReturn = nullptr;

@@ -9,9 +9,9 @@
 #include <array>
 #include <cstdio>
 
-#include "simshadowhook.h"
-#include "support/fresh_process.h"
-#include "support/sensor_phone.h"
+#include "sim/platform/simshadowhook.h"
+#include "tests/support/fresh_process.h"
+#include "tests/support/sensor_phone.h"
 
 namespace {
 

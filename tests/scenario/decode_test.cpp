@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "report.h"
-#include "scenario.h"
+#include "sim/scenario/report.h"
+#include "sim/scenario/scenario.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <regex>
 #include <sstream>
 
-#include "report.h"
-#include "scenario.h"
+#include "sim/scenario/report.h"
+#include "sim/scenario/scenario.h"
 
 namespace {
 

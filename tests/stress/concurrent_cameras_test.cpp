@@ -34,15 +34,15 @@
 #include <type_traits>
 #include <vector>
 
-#include "harness.h"
+#include "sim/harness/harness.h"
 #include "hook/src/hook.h"
-#include "simdevice.h"
-#include "simframework.h"
-#include "simhal.h"
-#include "simlenspipelinehal.h"
-#include "simproperties.h"
-#include "simsensorhal.h"
-#include "simshadowhook.h"
+#include "sim/platform/simdevice.h"
+#include "sim/framework/simframework.h"
+#include "sim/hal/simhal.h"
+#include "sim/hal/simlenspipelinehal.h"
+#include "sim/platform/simproperties.h"
+#include "sim/hal/simsensorhal.h"
+#include "sim/platform/simshadowhook.h"
 
 // ---------------------------------------------------------------------------
 // The quiet platform.

@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "harness.h"
-#include "simframework.h"
+#include "sim/harness/harness.h"
+#include "sim/framework/simframework.h"
 
 namespace test {
 

@@ -10,7 +10,7 @@
 
 #include <cstdio>
 
-#include "harness.h"
+#include "sim/harness/harness.h"
 
 #define EXPECT_IN_FRESH_PROCESS(body)                                      \
   do {                                                                     \

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "simlog.h"
+#include "sim/platform/simlog.h"
 
 namespace test {
 

@@ -13,11 +13,11 @@
 #include <type_traits>
 #include <vector>
 
-#include "simdevice.h"
-#include "simproperties.h"
-#include "simsensorhal.h"
-#include "support/camera_process.h"
-#include "support/log_matchers.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simproperties.h"
+#include "sim/hal/simsensorhal.h"
+#include "tests/support/camera_process.h"
+#include "tests/support/log_matchers.h"
 
 namespace test {
 

@@ -6,10 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "simframework.h"
-#include "simlog.h"
-#include "support/fresh_process.h"
-#include "support/log_matchers.h"
+#include "sim/framework/simframework.h"
+#include "sim/platform/simlog.h"
+#include "tests/support/fresh_process.h"
+#include "tests/support/log_matchers.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // CamX::SetErrorFrameworkId: the list of cameras in error in its property.
 #include <gtest/gtest.h>
 
-#include "harness.h"
+#include "sim/harness/harness.h"
 #include "hook/src/hook.h"
-#include "simdevice.h"
-#include "simproperties.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simproperties.h"
 
 namespace {
 

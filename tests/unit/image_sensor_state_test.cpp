@@ -7,11 +7,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "harness.h"
-#include "simdevice.h"
-#include "simproperties.h"
-#include "support/fresh_process.h"
-#include "support/log_matchers.h"
+#include "sim/harness/harness.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simproperties.h"
+#include "tests/support/fresh_process.h"
+#include "tests/support/log_matchers.h"
 
 namespace {
 

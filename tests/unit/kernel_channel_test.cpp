@@ -9,9 +9,9 @@
 #include <filesystem>
 
 #include "hook/src/settings.h"
-#include "simdevice.h"
-#include "support/fresh_process.h"
-#include "support/log_matchers.h"
+#include "sim/platform/simdevice.h"
+#include "tests/support/fresh_process.h"
+#include "tests/support/log_matchers.h"
 
 namespace {
 

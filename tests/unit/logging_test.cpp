@@ -8,9 +8,9 @@
 #include <optional>
 #include <string>
 
-#include "simproperties.h"
-#include "support/fresh_process.h"
-#include "support/log_matchers.h"
+#include "sim/platform/simproperties.h"
+#include "tests/support/fresh_process.h"
+#include "tests/support/log_matchers.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 
 #include <vector>
 
-#include "simframework.h"
-#include "simlog.h"
-#include "support/fresh_process.h"
-#include "support/log_matchers.h"
+#include "sim/framework/simframework.h"
+#include "sim/platform/simlog.h"
+#include "tests/support/fresh_process.h"
+#include "tests/support/log_matchers.h"
 
 namespace {
 

@@ -7,10 +7,10 @@
 
 #include <climits>
 
-#include "simdevice.h"
-#include "simproperties.h"
-#include "support/fresh_process.h"
-#include "support/log_matchers.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simproperties.h"
+#include "tests/support/fresh_process.h"
+#include "tests/support/log_matchers.h"
 
 namespace {
 

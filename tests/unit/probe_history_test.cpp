@@ -3,11 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/fresh_process.h"
+#include "tests/support/fresh_process.h"
 #include "hook/src/eepromretry.h"
 #include "hook/src/globals.h"
 #include "hook/src/probeinfo.h"
-#include "support/log_matchers.h"
+#include "tests/support/log_matchers.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "simhal.h"
+#include "sim/hal/simhal.h"
 
 namespace {
 
