@@ -53,20 +53,6 @@ Slice Take(Cursor* cursor, bool state = true) {
 
 void Note(const std::string& text) { sim::Record("scenario", text); }
 
-void ApplyCore(const CoreSetup& core) {
-  core.present ? fw::InstallCore() : fw::RemoveCore();
-  for (const auto& [kind, open] : core.switches) fw::SetSwitch(kind, open);
-  for (const auto& [hook, arguments] : core.hookArguments) fw::SetHookArguments(hook, arguments);
-}
-
-void ApplyMessageCenter(const MessageCenterSetup& centre) {
-  !centre.present   ? fw::RemoveMessageCenter()
-  : centre.withSend ? fw::InstallMessageCenter()
-                    : fw::InstallMessageCenterWithoutSend();
-  for (const auto& [sensor, type] : centre.sensorTypes) fw::SetSensorType(sensor, type);
-  for (const auto& [type, answer] : centre.mostProbed) fw::SetMostProbedSensor(type, answer.sensor, answer.recordCount);
-}
-
 void ApplyDeviceFile(const char* path, const std::optional<std::string>& text) {
   text ? sim::WriteDeviceFile(path, *text) : sim::RemoveDeviceFile(path);
 }
@@ -75,14 +61,23 @@ void ApplyKernelParameter(const KernelParameter& parameter) {
   ApplyDeviceFile(hal::kProbeResultParameter, parameter.present ? std::optional(parameter.text) : std::nullopt);
 }
 
+// A "set" step, and the scenario's setup before the camera process starts.
 void ApplyChanges(const Changes& changes) {
-  if (changes.core) {
-    ApplyCore(*changes.core);
-    Note(std::string("framework core ") + (changes.core->present ? "installed" : "removed"));
+  if (const auto& core = changes.core) {
+    core->present ? fw::InstallCore() : fw::RemoveCore();
+    for (const auto& [kind, open] : core->switches) fw::SetSwitch(kind, open);
+    for (const auto& [hook, arguments] : core->hookArguments) fw::SetHookArguments(hook, arguments);
+    Note(std::string("framework core ") + (core->present ? "installed" : "removed"));
   }
-  if (changes.messageCenter) {
-    ApplyMessageCenter(*changes.messageCenter);
-    Note(std::string("message centre ") + (changes.messageCenter->present ? "installed" : "removed"));
+  if (const auto& centre = changes.messageCenter) {
+    !centre->present   ? fw::RemoveMessageCenter()
+    : centre->withSend ? fw::InstallMessageCenter()
+                       : fw::InstallMessageCenterWithoutSend();
+    for (const auto& [sensor, type] : centre->sensorTypes) fw::SetSensorType(sensor, type);
+    for (const auto& [type, answer] : centre->mostProbed) {
+      fw::SetMostProbedSensor(type, answer.sensor, answer.recordCount);
+    }
+    Note(std::string("message centre ") + (centre->present ? "installed" : "removed"));
   }
   for (const auto& [key, value] : changes.properties) {
     std::map<std::string, std::string> kept = sim::AllProperties();
@@ -116,13 +111,8 @@ class Runner {
     const auto started = std::chrono::steady_clock::now();
     sim::Phone phone;
     m_phone = &phone;
-    for (const auto& [key, value] : m_scenario.properties) sim::PresetProperty(key, value);
-    ApplyDeviceFile(kOverrideSettingsDevicePath, m_scenario.overrideSettings);
-    ApplyKernelParameter(m_scenario.kernelParameter);
-    ApplyCore(m_scenario.core);
-    ApplyMessageCenter(m_scenario.messageCenter);
-    sim::PinBootTime(m_scenario.bootTime);
-    Take(&m_cursor);
+    ApplyChanges(m_scenario.setup);
+    Take(&m_cursor);  // the setup's records are not the run's
     const Cursor start = m_cursor;
     m_result.libraryPath = sim::HookLibraryPath();
     if (StartProcess([&] { return phone.StartCameraProcess(&m_startError); })) {
@@ -165,8 +155,8 @@ class Runner {
           ++m_result.reboots;
           StartProcess([&] {
             sim::HookLibrary* library = m_phone->Reboot();
-            ApplyKernelParameter(m_scenario.kernelParameter);
-            sim::PinBootTime(m_scenario.bootTime);
+            ApplyKernelParameter(*m_scenario.setup.kernelParameter);
+            sim::PinBootTime(*m_scenario.setup.bootTime);
             return library;
           });
           Note("phone rebooted: only persist. properties kept, kernel parameter back to its boot value");

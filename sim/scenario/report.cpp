@@ -212,13 +212,7 @@ Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResul
   final["notifications"] = Each(total.notifications, [](const auto& notification) {
     return Json{{"hookName", notification.hookName}, {"value", notification.value}};
   });
-  final["callbacks"] = Each(total.callbacks, [](const auto& c) {
-    return Json{{"arg0", c.arg0},
-                {"arg1", c.arg1},
-                {"errorCode", c.errorCode},
-                {"name", c.name},
-                {"messageType", c.messageType}};
-  });
+  final["callbacks"] = Each(total.callbacks, [](const auto& callback) { return ToJson(callback); });
   final["probeRecords"] =
       Each(total.probeRecords, [](const auto& r) { return Json{{"name", r.name}, {"failed", r.result}}; });
   final["switchQueries"] = total.switchQueries;

@@ -71,6 +71,10 @@ std::string DescribeKernelText(const std::string& text);
 
 std::string Describe(const sim::framework::CoreCallback& callback);
 std::string DescribeRequest(const sim::framework::MessageCenterRequest& request);
+// As JSON: a callback's five fields (the report's records, which expectations match);
+// a request's "name" and "data".
+Json ToJson(const sim::framework::CoreCallback& callback);
+Json ToJson(const sim::framework::MessageCenterRequest& request);
 
 // Explanations in words, one line per item; `ok` is false when the text is
 // not of the kind asked for.
