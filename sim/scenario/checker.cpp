@@ -35,7 +35,6 @@ std::string Shown(const Value* value, FieldKind kind) {
   return kind == FieldKind::kAddress ? Hex(json.get<uint64_t>()) + " (" + json.dump() + ")" : json.dump();
 }
 
-std::string KernelText(const sim::SysfsWrite& write) { return write.bytes.substr(0, write.bytes.find('\0')); }
 
 Json ToJson(const KernelExpect& expect) {
   Json values = Json::object();

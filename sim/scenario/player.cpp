@@ -146,9 +146,7 @@ class Runner {
       switch (step.kind) {
         case Step::Kind::kRestart:
           outcome.title = "restart the camera service";
-          Note("camera service restarted: a fresh camera process, properties kept");
-          ++m_result.restarts;
-          StartProcess([&] { return m_phone->RestartCameraService(); });
+          Restart("camera service restarted: a fresh camera process, properties kept");
           break;
         case Step::Kind::kReboot:
           outcome.title = "reboot the phone";
@@ -180,29 +178,30 @@ class Runner {
         if (m_options.progress) m_options.progress(++m_callsDone, m_scenario.callCount);
       }
       Done(std::move(outcome));
-      if (m_result.outcomes.back().aborted && m_result.error.empty()) RestartAfterAbort(index, repetition);
+      if (!m_result.outcomes.back().aborted || !m_result.error.empty()) continue;
+      // The camera process died of its SIGABRT; Android's init starts the camera service again.
+      StepOutcome restart;
+      restart.step = index;
+      restart.repetition = repetition;
+      restart.title = "camera process aborted: the camera service restarts";
+      restart.restart = true;
+      Restart("camera process aborted (SIGABRT); camera service restarted, properties kept");
+      restart.slice = Take(&m_cursor, false);
+      Done(std::move(restart));
     }
+  }
+
+  // A fresh camera process with every property kept, as a restart of the camera service gives.
+  void Restart(const char* note) {
+    Note(note);
+    ++m_result.restarts;
+    StartProcess([&] { return m_phone->RestartCameraService(); });
   }
 
   void Done(StepOutcome outcome) {
     if (m_options.stepDone) m_options.stepDone(m_scenario, outcome);
     if (!m_options.keepSlices) outcome.slice = Slice{};
     m_result.outcomes.push_back(std::move(outcome));
-  }
-
-  // The camera process died of its SIGABRT; Android's init starts the camera
-  // service again, with all properties kept.
-  void RestartAfterAbort(size_t index, int repetition) {
-    StepOutcome outcome;
-    outcome.step = index;
-    outcome.repetition = repetition;
-    outcome.title = "camera process aborted: the camera service restarts";
-    outcome.restart = true;
-    Note("camera process aborted (SIGABRT); camera service restarted, properties kept");
-    ++m_result.restarts;
-    StartProcess([&] { return m_phone->RestartCameraService(); });
-    outcome.slice = Take(&m_cursor, false);
-    Done(std::move(outcome));
   }
 
   void Call(const Step& step, StepOutcome* outcome) {

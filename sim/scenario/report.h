@@ -66,6 +66,9 @@ std::string EscapeUtf8(const std::string& text);
 // then one optional ",", until a number cannot be read or `limit` were read.
 std::vector<int64_t> ParseNumberList(const std::string& text, size_t limit);
 
+// The text of a kernel parameter write, without its NUL padding.
+std::string KernelText(const sim::SysfsWrite& write);
+
 // "64 values; non-zero: [0]=1 [16]=3" and the like.
 std::string DescribeKernelText(const std::string& text);
 

@@ -69,6 +69,8 @@ std::vector<int64_t> ParseNumberList(const std::string& text, size_t limit) {
   return values;
 }
 
+std::string KernelText(const sim::SysfsWrite& write) { return write.bytes.substr(0, write.bytes.find('\0')); }
+
 std::string DescribeKernelText(const std::string& text) {
   const std::vector<int64_t> values = ParseNumberList(text, 64);
   std::string nonZero;
