@@ -35,7 +35,6 @@ std::string Shown(const Value* value, FieldKind kind) {
   return kind == FieldKind::kAddress ? Hex(json.get<uint64_t>()) + " (" + json.dump() + ")" : json.dump();
 }
 
-std::string KernelText(const sim::SysfsWrite& write) { return write.bytes.substr(0, write.bytes.find('\0')); }
 
 Json ToJson(const KernelExpect& expect) {
   Json values = Json::object();
@@ -43,29 +42,15 @@ Json ToJson(const KernelExpect& expect) {
   return expect.text ? Json(*expect.text) : values;
 }
 
-Json ToJson(const CallbackExpect& e) {
-  Json json = Json::object();
-  if (e.arg0) json["arg0"] = *e.arg0;
-  if (e.arg1) json["arg1"] = *e.arg1;
-  if (e.errorCode) json["errorCode"] = *e.errorCode;
-  if (e.name) json["name"] = *e.name;
-  if (e.messageType) json["messageType"] = *e.messageType;
-  return json;
-}
-
-// Whether a request carries exactly the expected data (when given).
-bool SameData(const RequestExpect& expected, const sim::framework::MessageCenterRequest& request) {
-  if (!expected.data) return true;
-  if (expected.data->size() != request.data.size()) return false;
-  for (const auto& [key, want] : *expected.data) {
-    const auto found = request.data.find(key);
-    if (found == request.data.end()) return false;
-    const auto& value = found->second;
-    const int64_t number = value.type == 1 ? value.int64Value : static_cast<int64_t>(value.intValue);
-    const bool same = std::holds_alternative<std::string>(want)
-                          ? value.type == 3 && value.text == std::get<std::string>(want)
-                          : (value.type == 0 || value.type == 1) && number == std::get<int64_t>(want);
-    if (!same) return false;
+// Whether `record` has each member of `given` with its value; a member that
+// is an object (a request's data) must be equal as a whole, in any order.
+bool Matches(const Json& given, const Json& record) {
+  for (const auto& [key, value] : given.items()) {
+    if (!record.contains(key)) return false;
+    const Json& got = record[key];
+    if (value.is_object() ? !got.is_object() || got.size() != value.size() || !Matches(value, got) : value != got) {
+      return false;
+    }
   }
   return true;
 }
@@ -82,12 +67,9 @@ class Checker {
         const int64_t us = got != nullptr ? std::get<int64_t>(*got) : 0;
         Compare(us >= std::get<int64_t>(expected), path + field.key, "at least " + ToJson(expected).dump() + " us",
                 std::to_string(us) + " us");
-      } else if (field.kind == FieldKind::kMessage && got != nullptr) {
-        bool same = true;  // the members given
-        for (const auto& [member, number] : std::get<Fields>(expected)) {
-          for (const auto& [name, seen] : std::get<Fields>(*got)) same = same && (name != member || seen == number);
-        }
-        Compare(same, path + field.key, Shown(&expected, field.kind), Shown(got, field.kind));
+      } else if (field.kind == FieldKind::kMessage && got != nullptr) {  // the members given
+        Compare(Matches(ToJson(expected), ToJson(*got)), path + field.key, Shown(&expected, field.kind),
+                Shown(got, field.kind));
       } else {
         Field(path + field.key, field, expected, got);
       }
@@ -122,25 +104,21 @@ class Checker {
       records.push_back(record.name + (record.result ? " failed" : " probed"));
     for (int32_t kind : slice.switchQueries) kinds.push_back(std::to_string(kind));
     Texts(e.notifications, notifications, path + "notifications");
-    if (e.callbacks) Callbacks(*e.callbacks, slice, path + "callbacks");
+    std::vector<Json> callbacks, requests;
+    std::vector<std::string> shownCallbacks, shownRequests;
+    for (const auto& callback : slice.callbacks) {
+      callbacks.push_back(ToJson(callback));
+      shownCallbacks.push_back(Describe(callback));
+    }
+    for (const auto& request : slice.requests) {
+      requests.push_back(ToJson(request));
+      shownRequests.push_back(DescribeRequest(request));
+    }
+    Records(e.callbacks, callbacks, shownCallbacks, path + "callbacks");
     Texts(e.probeRecords, records, path + "probeRecords");
     Texts(e.switchQueries, kinds, path + "switchQueries");
     Texts(e.argumentQueries, slice.argumentQueries, path + "argumentQueries");
-    if (e.requests) {
-      std::vector<std::string> want, got;
-      bool same = e.requests->size() == slice.requests.size();
-      for (const auto& request : slice.requests) got.push_back(DescribeRequest(request));
-      for (size_t i = 0; i < e.requests->size(); ++i) {
-        const RequestExpect& expected = (*e.requests)[i];
-        Json json = {{"name", expected.name}};
-        for (const auto& [key, value] : expected.data.value_or(decltype(expected.data)::value_type{})) {
-          json["data"][key] = std::visit([](const auto& v) { return Json(v); }, value);
-        }
-        want.push_back(json.dump());
-        same = same && expected.name == slice.requests[i].name && SameData(expected, slice.requests[i]);
-      }
-      Compare(same, path + "messageCenterRequests", List(want), List(got));
-    }
+    Records(e.requests, requests, shownRequests, path + "messageCenterRequests");
     if (e.log) Log(*e.log, slice, path + "log");
     for (const std::string& text : e.noLog.value_or(std::vector<std::string>{})) {
       const auto hit = std::find_if(slice.log.begin(), slice.log.end(),
@@ -213,20 +191,17 @@ class Checker {
     }
   }
 
-  void Callbacks(const std::vector<CallbackExpect>& expected, const Slice& slice, const std::string& path) {
-    std::vector<std::string> want, got;
-    bool same = expected.size() == slice.callbacks.size();
-    for (const auto& callback : slice.callbacks) got.push_back(Describe(callback));
-    for (size_t i = 0; i < expected.size(); ++i) {
-      const CallbackExpect& e = expected[i];
-      want.push_back(ToJson(e).dump());
-      if (i >= slice.callbacks.size()) continue;
-      const auto& c = slice.callbacks[i];
-      same = same && e.arg0.value_or(c.arg0) == c.arg0 && e.arg1.value_or(c.arg1) == c.arg1 &&
-             e.errorCode.value_or(c.errorCode) == c.errorCode && e.name.value_or(c.name) == c.name &&
-             e.messageType.value_or(c.messageType) == c.messageType;
+  // Records in order, each compared on the members its expectation gives.
+  void Records(const std::optional<std::vector<Json>>& expected, const std::vector<Json>& records,
+               const std::vector<std::string>& shown, const std::string& path) {
+    if (!expected) return;
+    std::vector<std::string> want;
+    bool same = expected->size() == records.size();
+    for (size_t i = 0; i < expected->size(); ++i) {
+      want.push_back((*expected)[i].dump());
+      same = same && Matches((*expected)[i], records[i]);
     }
-    Compare(same, path, List(want), List(got));
+    Compare(same, path, List(want), List(shown));
   }
 
   void Log(const std::vector<std::string>& wanted, const Slice& slice, const std::string& path) {

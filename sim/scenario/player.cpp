@@ -53,20 +53,6 @@ Slice Take(Cursor* cursor, bool state = true) {
 
 void Note(const std::string& text) { sim::Record("scenario", text); }
 
-void ApplyCore(const CoreSetup& core) {
-  core.present ? fw::InstallCore() : fw::RemoveCore();
-  for (const auto& [kind, open] : core.switches) fw::SetSwitch(kind, open);
-  for (const auto& [hook, arguments] : core.hookArguments) fw::SetHookArguments(hook, arguments);
-}
-
-void ApplyMessageCenter(const MessageCenterSetup& centre) {
-  !centre.present   ? fw::RemoveMessageCenter()
-  : centre.withSend ? fw::InstallMessageCenter()
-                    : fw::InstallMessageCenterWithoutSend();
-  for (const auto& [sensor, type] : centre.sensorTypes) fw::SetSensorType(sensor, type);
-  for (const auto& [type, answer] : centre.mostProbed) fw::SetMostProbedSensor(type, answer.sensor, answer.recordCount);
-}
-
 void ApplyDeviceFile(const char* path, const std::optional<std::string>& text) {
   text ? sim::WriteDeviceFile(path, *text) : sim::RemoveDeviceFile(path);
 }
@@ -75,14 +61,23 @@ void ApplyKernelParameter(const KernelParameter& parameter) {
   ApplyDeviceFile(hal::kProbeResultParameter, parameter.present ? std::optional(parameter.text) : std::nullopt);
 }
 
+// A "set" step, and the scenario's setup before the camera process starts.
 void ApplyChanges(const Changes& changes) {
-  if (changes.core) {
-    ApplyCore(*changes.core);
-    Note(std::string("framework core ") + (changes.core->present ? "installed" : "removed"));
+  if (const auto& core = changes.core) {
+    core->present ? fw::InstallCore() : fw::RemoveCore();
+    for (const auto& [kind, open] : core->switches) fw::SetSwitch(kind, open);
+    for (const auto& [hook, arguments] : core->hookArguments) fw::SetHookArguments(hook, arguments);
+    Note(std::string("framework core ") + (core->present ? "installed" : "removed"));
   }
-  if (changes.messageCenter) {
-    ApplyMessageCenter(*changes.messageCenter);
-    Note(std::string("message centre ") + (changes.messageCenter->present ? "installed" : "removed"));
+  if (const auto& centre = changes.messageCenter) {
+    !centre->present   ? fw::RemoveMessageCenter()
+    : centre->withSend ? fw::InstallMessageCenter()
+                       : fw::InstallMessageCenterWithoutSend();
+    for (const auto& [sensor, type] : centre->sensorTypes) fw::SetSensorType(sensor, type);
+    for (const auto& [type, answer] : centre->mostProbed) {
+      fw::SetMostProbedSensor(type, answer.sensor, answer.recordCount);
+    }
+    Note(std::string("message centre ") + (centre->present ? "installed" : "removed"));
   }
   for (const auto& [key, value] : changes.properties) {
     std::map<std::string, std::string> kept = sim::AllProperties();
@@ -116,13 +111,8 @@ class Runner {
     const auto started = std::chrono::steady_clock::now();
     sim::Phone phone;
     m_phone = &phone;
-    for (const auto& [key, value] : m_scenario.properties) sim::PresetProperty(key, value);
-    ApplyDeviceFile(kOverrideSettingsDevicePath, m_scenario.overrideSettings);
-    ApplyKernelParameter(m_scenario.kernelParameter);
-    ApplyCore(m_scenario.core);
-    ApplyMessageCenter(m_scenario.messageCenter);
-    sim::PinBootTime(m_scenario.bootTime);
-    Take(&m_cursor);
+    ApplyChanges(m_scenario.setup);
+    Take(&m_cursor);  // the setup's records are not the run's
     const Cursor start = m_cursor;
     m_result.libraryPath = sim::HookLibraryPath();
     if (StartProcess([&] { return phone.StartCameraProcess(&m_startError); })) {
@@ -156,17 +146,15 @@ class Runner {
       switch (step.kind) {
         case Step::Kind::kRestart:
           outcome.title = "restart the camera service";
-          Note("camera service restarted: a fresh camera process, properties kept");
-          ++m_result.restarts;
-          StartProcess([&] { return m_phone->RestartCameraService(); });
+          Restart("camera service restarted: a fresh camera process, properties kept");
           break;
         case Step::Kind::kReboot:
           outcome.title = "reboot the phone";
           ++m_result.reboots;
           StartProcess([&] {
             sim::HookLibrary* library = m_phone->Reboot();
-            ApplyKernelParameter(m_scenario.kernelParameter);
-            sim::PinBootTime(m_scenario.bootTime);
+            ApplyKernelParameter(*m_scenario.setup.kernelParameter);
+            sim::PinBootTime(*m_scenario.setup.bootTime);
             return library;
           });
           Note("phone rebooted: only persist. properties kept, kernel parameter back to its boot value");
@@ -190,29 +178,30 @@ class Runner {
         if (m_options.progress) m_options.progress(++m_callsDone, m_scenario.callCount);
       }
       Done(std::move(outcome));
-      if (m_result.outcomes.back().aborted && m_result.error.empty()) RestartAfterAbort(index, repetition);
+      if (!m_result.outcomes.back().aborted || !m_result.error.empty()) continue;
+      // The camera process died of its SIGABRT; Android's init starts the camera service again.
+      StepOutcome restart;
+      restart.step = index;
+      restart.repetition = repetition;
+      restart.title = "camera process aborted: the camera service restarts";
+      restart.restart = true;
+      Restart("camera process aborted (SIGABRT); camera service restarted, properties kept");
+      restart.slice = Take(&m_cursor, false);
+      Done(std::move(restart));
     }
+  }
+
+  // A fresh camera process with every property kept, as a restart of the camera service gives.
+  void Restart(const char* note) {
+    Note(note);
+    ++m_result.restarts;
+    StartProcess([&] { return m_phone->RestartCameraService(); });
   }
 
   void Done(StepOutcome outcome) {
     if (m_options.stepDone) m_options.stepDone(m_scenario, outcome);
     if (!m_options.keepSlices) outcome.slice = Slice{};
     m_result.outcomes.push_back(std::move(outcome));
-  }
-
-  // The camera process died of its SIGABRT; Android's init starts the camera
-  // service again, with all properties kept.
-  void RestartAfterAbort(size_t index, int repetition) {
-    StepOutcome outcome;
-    outcome.step = index;
-    outcome.repetition = repetition;
-    outcome.title = "camera process aborted: the camera service restarts";
-    outcome.restart = true;
-    Note("camera process aborted (SIGABRT); camera service restarted, properties kept");
-    ++m_result.restarts;
-    StartProcess([&] { return m_phone->RestartCameraService(); });
-    outcome.slice = Take(&m_cursor, false);
-    Done(std::move(outcome));
   }
 
   void Call(const Step& step, StepOutcome* outcome) {

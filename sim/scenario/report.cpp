@@ -27,25 +27,26 @@ std::string EventLine(const sim::Event& event, const TimelineOptions& options) {
   return label != kLabels.end() ? label->second + t : s + " " + t;
 }
 
-int64_t Number(const Observed& observed, const std::string& key) { return std::get<int64_t>(*observed.Find(key)); }
+// A numeric field of a call's results, when it has one.
+std::optional<int64_t> Number(const Observed& observed, const std::string& key) {
+  const Value* value = observed.Find(key);
+  return value != nullptr ? std::optional(std::get<int64_t>(*value)) : std::nullopt;
+}
 
 std::string ResultLine(const StepOutcome& outcome) {
   const Observed& o = *outcome.observed;
   std::string text = outcome.halResults.empty() ? "HAL not called" : "HAL returned";
   for (size_t i = 0; i < outcome.halResults.size(); ++i)
     text += (i ? ", " : " ") + std::to_string(outcome.halResults[i]);
-  if (o.Find("result") != nullptr) {
-    text += "  ->  library returned " + std::to_string(Number(o, "result"));
-    if (!outcome.halResults.empty() && outcome.halResults.back() != Number(o, "result")) text += "  (changed)";
+  if (const auto result = Number(o, "result")) {
+    text += "  ->  library returned " + std::to_string(*result);
+    if (!outcome.halResults.empty() && outcome.halResults.back() != *result) text += "  (changed)";
   }
-  if (o.Find("initState") != nullptr) text += ", init state " + std::to_string(Number(o, "initState"));
-  if (o.Find("slaveAddress") != nullptr) text += ", slave address now " + Hex(Number(o, "slaveAddress"));
-  if (o.Find("eepromFlag") != nullptr && Number(o, "eepromFlag") != 0) text += ", last-retry flag raised for the HAL";
-  if (o.Find("changedBytes") != nullptr)
-    text += ", " + std::to_string(Number(o, "changedBytes")) + " data bytes zeroed";
-  if (o.Find("shiftedSamples") != nullptr) {
-    text += ", " + std::to_string(Number(o, "shiftedSamples")) + " timestamp(s) moved";
-  }
+  if (const auto state = Number(o, "initState")) text += ", init state " + std::to_string(*state);
+  if (const auto address = Number(o, "slaveAddress")) text += ", slave address now " + Hex(*address);
+  if (Number(o, "eepromFlag").value_or(0) != 0) text += ", last-retry flag raised for the HAL";
+  if (const auto bytes = Number(o, "changedBytes")) text += ", " + std::to_string(*bytes) + " data bytes zeroed";
+  if (const auto moved = Number(o, "shiftedSamples")) text += ", " + std::to_string(*moved) + " timestamp(s) moved";
   if (const Value* message = o.Find("message")) {
     const Fields& fields = std::get<Fields>(*message);
     text += ", HAL got kind " + std::to_string(fields[0].second) + " word " + std::to_string(fields[1].second) +
@@ -136,9 +137,8 @@ std::string FormatSummary(const Scenario& scenario, const RunResult& run, const 
   }
   size_t changed = 0;
   for (const StepOutcome& outcome : run.outcomes) {
-    const Value* result = outcome.observed ? outcome.observed->Find("result") : nullptr;
-    if (result != nullptr && !outcome.halResults.empty())
-      changed += outcome.halResults.back() != std::get<int64_t>(*result);
+    const auto result = outcome.observed ? Number(*outcome.observed, "result") : std::nullopt;
+    changed += result && !outcome.halResults.empty() && outcome.halResults.back() != *result;
   }
   size_t errors = 0;
   for (const sim::LogLine& line : total.log) errors += line.priority >= 6 ? 1 : 0;
@@ -205,20 +205,14 @@ Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResul
   Json& final = report["final"] = {{"properties", total.properties}};
   final["kernelParameter"] = total.kernelParameter ? Json(*total.kernelParameter) : Json();
   final["kernelWrites"] = Each(total.kernelWrites, [](const sim::SysfsWrite& write) {
-    return Json{{"text", write.bytes.substr(0, write.bytes.find('\0'))},
+    return Json{{"text", KernelText(write)},
                 {"bytes", write.bytes.size()},
                 {"result", write.result}};
   });
   final["notifications"] = Each(total.notifications, [](const auto& notification) {
     return Json{{"hookName", notification.hookName}, {"value", notification.value}};
   });
-  final["callbacks"] = Each(total.callbacks, [](const auto& c) {
-    return Json{{"arg0", c.arg0},
-                {"arg1", c.arg1},
-                {"errorCode", c.errorCode},
-                {"name", c.name},
-                {"messageType", c.messageType}};
-  });
+  final["callbacks"] = Each(total.callbacks, [](const auto& callback) { return ToJson(callback); });
   final["probeRecords"] =
       Each(total.probeRecords, [](const auto& r) { return Json{{"name", r.name}, {"failed", r.result}}; });
   final["switchQueries"] = total.switchQueries;

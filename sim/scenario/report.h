@@ -66,11 +66,18 @@ std::string EscapeUtf8(const std::string& text);
 // then one optional ",", until a number cannot be read or `limit` were read.
 std::vector<int64_t> ParseNumberList(const std::string& text, size_t limit);
 
+// The text of a kernel parameter write, without its NUL padding.
+std::string KernelText(const sim::SysfsWrite& write);
+
 // "64 values; non-zero: [0]=1 [16]=3" and the like.
 std::string DescribeKernelText(const std::string& text);
 
 std::string Describe(const sim::framework::CoreCallback& callback);
 std::string DescribeRequest(const sim::framework::MessageCenterRequest& request);
+// As JSON: a callback's five fields (the report's records, which expectations match);
+// a request's "name" and "data".
+Json ToJson(const sim::framework::CoreCallback& callback);
+Json ToJson(const sim::framework::MessageCenterRequest& request);
 
 // Explanations in words, one line per item; `ok` is false when the text is
 // not of the kind asked for.

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 
 namespace sim::scenario {
 namespace {
@@ -56,6 +57,10 @@ class Node {
   bool IsNull() const { return m_value->is_null(); }
   bool Has(const std::string& key) const { return m_value->is_object() && m_value->contains(key); }
   Node At(const std::string& key) const { return Node(m_value->at(key), m_path.empty() ? key : m_path + "." + key); }
+  // The members of `key`; none when it is not given.
+  std::vector<std::pair<std::string, Node>> MembersOf(const std::string& key, const std::string& what) const {
+    return Has(key) ? At(key).Members(what) : std::vector<std::pair<std::string, Node>>{};
+  }
 
   std::vector<Node> Items(const std::string& what) const {
     if (!m_value->is_array()) Expected(what);
@@ -129,13 +134,29 @@ class Node {
   std::string m_path;
 };
 
-// A number in a key ("32" of {"32": -110}) below `limit`.
-size_t Index(const std::string& key, int64_t limit, const Node& value, const std::string& message) {
+// A number in a key ("32" of {"32": -110}) from `low` to `high`.
+int64_t Index(const std::string& key, int64_t low, int64_t high, const Node& value, const std::string& message) {
   char* end = nullptr;
-  const long index = std::strtol(key.c_str(), &end, 10);
-  if (key.empty() || *end != '\0' || index < 0 || index >= limit) value.Fail(message);
-  return static_cast<size_t>(index);
+  errno = 0;
+  const long long index = std::strtoll(key.c_str(), &end, 10);
+  if (key.empty() || *end != '\0' || errno == ERANGE || index < low || index > high) value.Fail(message);
+  return index;
 }
+
+// An object of optional fields as JSON, each read by its reader, in the
+// order the readers are listed; any other key is an error.
+using Reader = std::function<Json(const Node&)>;
+Json Record(const Node& node, const std::vector<std::pair<std::string, Reader>>& fields, const std::string& what) {
+  std::vector<std::string> keys;
+  for (const auto& field : fields) keys.push_back(field.first);
+  node.OnlyKeys(keys, what);
+  Json record = Json::object();
+  for (const auto& [key, read] : fields) {
+    if (node.Has(key)) record[key] = read(node.At(key));
+  }
+  return record;
+}
+const Reader kText = [](const Node& value) { return Json(value.String()); };
 
 std::optional<std::string> OverrideSettings(const Node& node) {
   if (node.IsNull()) return std::nullopt;
@@ -149,12 +170,10 @@ std::map<std::string, std::optional<std::string>> Properties(const Node& node) {
   std::map<std::string, std::optional<std::string>> properties;
   for (const auto& [key, value] : node.Members("an object of property names and values")) {
     if (key.empty()) value.Fail("a property name cannot be empty");
-    if (!value.IsNull()) {
-      properties[key] =
-          value.value().is_number_integer() ? value.value().dump() : value.String("a property value (a string)");
-    } else {
-      properties[key] = std::nullopt;
-    }
+    properties[key] = value.IsNull() ? std::nullopt
+                      : value.value().is_number_integer()
+                          ? std::optional(value.value().dump())
+                          : std::optional(value.String("a property value (a string)"));
   }
   return properties;
 }
@@ -167,9 +186,9 @@ KernelParameter Kernel(const Node& node) {
                                     : 64);
     for (const auto& [key, value] : node.Members("")) {
       if (key == "count") continue;
-      values[Index(key, static_cast<int64_t>(values.size()), value,
-                   "an index from \"0\" to \"" + std::to_string(values.size() - 1) + "\" (or \"count\"), got \"" + key +
-                       "\"")] = value.Any64("a number");
+      values[static_cast<size_t>(Index(key, 0, static_cast<int64_t>(values.size()) - 1, value,
+                                       "an index from \"0\" to \"" + std::to_string(values.size() - 1) +
+                                           "\" (or \"count\"), got \"" + key + "\""))] = value.Any64("a number");
     }
   } else if (node.value().is_array()) {
     values = node.Numbers("an array of numbers");
@@ -186,20 +205,13 @@ CoreSetup Core(const Node& node) {
   node.OnlyKeys({"present", "switches", "hookArguments"}, "\"core\"");
   CoreSetup core;
   if (node.Has("present")) core.present = node.At("present").Bool();
-  if (node.Has("switches")) {
-    for (const auto& [key, value] : node.At("switches").Members("an object of switch kinds and true/false")) {
-      char* end = nullptr;
-      const long kind = std::strtol(key.c_str(), &end, 10);
-      if (key.empty() || *end != '\0' || kind < kInt32Min || kind > kInt32Max) {
-        value.Fail("a switch kind is a number such as \"2\", got \"" + key + "\"");
-      }
-      core.switches[static_cast<int32_t>(kind)] = value.Bool();
-    }
+  for (const auto& [key, value] : node.MembersOf("switches", "an object of switch kinds and true/false")) {
+    core.switches[static_cast<int32_t>(Index(key, kInt32Min, kInt32Max, value,
+                                             "a switch kind is a number such as \"2\", got \"" + key + "\""))] =
+        value.Bool();
   }
-  if (node.Has("hookArguments")) {
-    for (const auto& [key, value] : node.At("hookArguments").Members("an object of hook names and argument lists")) {
-      core.hookArguments[key] = value.Strings("an array of argument strings");
-    }
+  for (const auto& [key, value] : node.MembersOf("hookArguments", "an object of hook names and argument lists")) {
+    core.hookArguments[key] = value.Strings("an array of argument strings");
   }
   return core;
 }
@@ -209,20 +221,27 @@ MessageCenterSetup MessageCenter(const Node& node) {
   MessageCenterSetup centre;
   if (node.Has("present")) centre.present = node.At("present").Bool();
   if (node.Has("send")) centre.withSend = node.At("send").Bool();
-  if (node.Has("sensorTypes")) {
-    for (const auto& [key, value] : node.At("sensorTypes").Members("an object of sensor names and types")) {
-      centre.sensorTypes[key] = value.String("a sensor type");
-    }
+  for (const auto& [key, value] : node.MembersOf("sensorTypes", "an object of sensor names and types")) {
+    centre.sensorTypes[key] = value.String("a sensor type");
   }
-  if (node.Has("mostProbed")) {
-    for (const auto& [key, value] : node.At("mostProbed").Members("an object of sensor types and answers")) {
-      value.OnlyKeys({"sensor", "recordCount"}, "a most-probed answer");
-      MostProbed& answer = centre.mostProbed[key];
-      if (value.Has("sensor")) answer.sensor = value.At("sensor").String("a sensor name");
-      if (value.Has("recordCount")) answer.recordCount = value.At("recordCount").Any64("a record count");
-    }
+  for (const auto& [key, value] : node.MembersOf("mostProbed", "an object of sensor types and answers")) {
+    const Json answer = Record(value,
+                               {{"sensor", [](const Node& v) { return Json(v.String("a sensor name")); }},
+                                {"recordCount", [](const Node& v) { return Json(v.Any64("a record count")); }}},
+                               "a most-probed answer");
+    centre.mostProbed[key] = {answer.value("sensor", ""), answer.value("recordCount", int64_t{0})};
   }
   return centre;
+}
+
+// The keys a scenario's top level and a "set" step share, read alike.
+void ReadChanges(const Node& node, Changes* changes) {
+  if (node.Has("overrideSettings")) changes->overrideSettings = OverrideSettings(node.At("overrideSettings"));
+  if (node.Has("properties")) changes->properties = Properties(node.At("properties"));
+  if (node.Has("kernelParameter")) changes->kernelParameter = Kernel(node.At("kernelParameter"));
+  if (node.Has("core")) changes->core = Core(node.At("core"));
+  if (node.Has("messageCenter")) changes->messageCenter = MessageCenter(node.At("messageCenter"));
+  if (node.Has("bootTime")) changes->bootTime = node.At("bootTime").Integer(0, INT32_MAX, "seconds since boot");
 }
 
 KernelExpect KernelExpectation(const Node& value) {
@@ -230,7 +249,8 @@ KernelExpect KernelExpectation(const Node& value) {
   if (value.value().is_string()) return {true, value.String(), {}};
   KernelExpect expect;
   for (const auto& [index, number] : value.Members("the parameter text, an object of index and value, or null")) {
-    expect.values[Index(index, 64, number, "an index is from \"0\" to \"63\", got \"" + index + "\"")] =
+    expect.values[static_cast<size_t>(
+        Index(index, 0, 63, number, "an index is from \"0\" to \"63\", got \"" + index + "\""))] =
         number.Any64("a number");
   }
   return expect;
@@ -245,6 +265,15 @@ Value FieldValue(const Node& value, FieldKind kind) {
   for (const auto& [field, number] : value.Members(""))
     fields.emplace_back(field, number.Integer(0, kUint32Max, "a number"));
   return fields;
+}
+
+// A message-centre request's data: an object of strings and numbers.
+Json RequestData(const Node& node) {
+  Json data = Json::object();
+  for (const auto& [field, value] : node.Members("an object of data entries")) {
+    data[field] = value.value().is_string() ? Json(value.String()) : Json(value.Any64("a string or a number"));
+  }
+  return data;
 }
 
 // Validates an "expect" object; `step` is null for the scenario's final expectations.
@@ -262,6 +291,8 @@ Expectations Expect(const Node& node, const Step* step) {
   }
   node.OnlyKeys(keys,
                 hook != nullptr ? "the expectations of " + Article(hook->call) + hook->call + " call" : "\"expect\"");
+  const Reader word = [](const Node& v) { return Json(v.Integer(0, kUint32Max, "a 32-bit word")); };
+  const Reader code = [](const Node& v) { return Json(v.Unsigned64("a 64-bit code")); };
   Expectations e;
   for (const auto& [key, value] : node.Members("")) {
     if (key == "result") e.result = value.Integer(kInt32Min, kInt32Max, kHalResult);
@@ -316,28 +347,16 @@ Expectations Expect(const Node& node, const Step* step) {
     if (key == "callbacks") {
       auto& callbacks = e.callbacks.emplace();
       for (const Node& item : value.Items("an array of protection callbacks")) {
-        item.OnlyKeys({"arg0", "arg1", "errorCode", "name", "messageType"}, "a callback");
-        CallbackExpect& callback = callbacks.emplace_back();
-        if (item.Has("arg0")) callback.arg0 = item.At("arg0").Integer(0, kUint32Max, "a 32-bit word");
-        if (item.Has("arg1")) callback.arg1 = item.At("arg1").Integer(0, kUint32Max, "a 32-bit word");
-        if (item.Has("errorCode")) callback.errorCode = item.At("errorCode").Unsigned64("a 64-bit code");
-        if (item.Has("name")) callback.name = item.At("name").String();
-        if (item.Has("messageType")) callback.messageType = item.At("messageType").String();
+        callbacks.push_back(Record(
+            item, {{"arg0", word}, {"arg1", word}, {"errorCode", code}, {"name", kText}, {"messageType", kText}},
+            "a callback"));
       }
     }
     if (key == "messageCenterRequests") {
       auto& requests = e.requests.emplace();
       for (const Node& item : value.Items("an array of message-centre requests")) {
-        item.OnlyKeys({"name", "data"}, "a message-centre request");
+        requests.push_back(Record(item, {{"name", kText}, {"data", RequestData}}, "a message-centre request"));
         if (!item.Has("name")) item.Fail("a request needs its \"name\"");
-        RequestExpect& request = requests.emplace_back();
-        request.name = item.At("name").String();
-        if (!item.Has("data")) continue;
-        auto& data = request.data.emplace();
-        for (const auto& [field, v] : item.At("data").Members("an object of data entries")) {
-          data.emplace_back(field, v.value().is_string() ? RequestExpect::Value(v.String())
-                                                         : RequestExpect::Value(v.Any64("a string or a number")));
-        }
       }
     }
   }
@@ -362,15 +381,16 @@ class Parser {
     }
     if (!root.Has("device")) root.Fail("a scenario needs a \"device\" with its \"cameras\"");
     ParseDevice(root.At("device"));
-    if (root.Has("overrideSettings")) m_scenario->overrideSettings = OverrideSettings(root.At("overrideSettings"));
-    for (const auto& [key, value] : root.Has("properties") ? Properties(root.At("properties")) : Changes{}.properties) {
+    // The phone's setup: a "set" before the first step, with every member given.
+    Changes& setup = m_scenario->setup;
+    ReadChanges(root, &setup);
+    for (const auto& [key, value] : setup.properties) {
       if (!value) root.At("properties").At(key).Expected("a property value (a string)");
-      m_scenario->properties[key] = *value;
     }
-    m_scenario->kernelParameter =
-        root.Has("kernelParameter") ? Kernel(root.At("kernelParameter")) : KernelParameter{true, ZeroTable()};
-    if (root.Has("core")) m_scenario->core = Core(root.At("core"));
-    if (root.Has("messageCenter")) m_scenario->messageCenter = MessageCenter(root.At("messageCenter"));
+    if (!setup.overrideSettings) setup.overrideSettings.emplace();  // no file
+    if (!setup.kernelParameter) setup.kernelParameter = KernelParameter{true, ZeroTable()};
+    if (!setup.core) setup.core.emplace();
+    if (!setup.messageCenter) setup.messageCenter.emplace();
     if (!root.Has("steps")) root.Fail("a scenario needs \"steps\" (the HAL calls to play)");
     for (const Node& step : root.At("steps").Items("an array of steps")) m_scenario->steps.push_back(ParseStep(step));
     if (root.Has("expect")) m_scenario->expect = Expect(root.At("expect"), nullptr);
@@ -379,8 +399,8 @@ class Parser {
  private:
   void ParseDevice(const Node& device) {
     device.OnlyKeys({"bootTime", "cameras"}, "\"device\"");
-    if (device.Has("bootTime"))
-      m_scenario->bootTime = device.At("bootTime").Integer(0, INT32_MAX, "seconds since boot");
+    m_scenario->setup.bootTime =
+        device.Has("bootTime") ? device.At("bootTime").Integer(0, INT32_MAX, "seconds since boot") : 100;
     if (!device.Has("cameras")) device.Fail("the device needs \"cameras\" (each with \"id\" and \"slot\")");
     for (const Node& item : device.At("cameras").Items("an array of cameras")) {
       item.OnlyKeys({"id", "slot", "role", "sensors", "eeproms", "actuators"}, "a camera");
@@ -421,16 +441,9 @@ class Parser {
     } else if (node.Has("set")) {
       node.OnlyKeys({"set", "note", "expect"}, "a set step");
       step.kind = Step::Kind::kSet;
-      const Node set = node.At("set");
-      set.OnlyKeys({"core", "messageCenter", "properties", "kernelParameter", "overrideSettings", "bootTime"},
-                   "\"set\"");
-      Changes& changes = step.changes;
-      if (set.Has("core")) changes.core = Core(set.At("core"));
-      if (set.Has("messageCenter")) changes.messageCenter = MessageCenter(set.At("messageCenter"));
-      if (set.Has("properties")) changes.properties = Properties(set.At("properties"));
-      if (set.Has("kernelParameter")) changes.kernelParameter = Kernel(set.At("kernelParameter"));
-      if (set.Has("overrideSettings")) changes.overrideSettings = OverrideSettings(set.At("overrideSettings"));
-      if (set.Has("bootTime")) changes.bootTime = set.At("bootTime").Integer(0, INT32_MAX, "seconds since boot");
+      node.At("set").OnlyKeys(
+          {"core", "messageCenter", "properties", "kernelParameter", "overrideSettings", "bootTime"}, "\"set\"");
+      ReadChanges(node.At("set"), &step.changes);
     } else {
       ParseCall(node, &step);
     }

@@ -58,7 +58,9 @@ struct KernelParameter {
   std::string text;
 };
 
-// Changes between steps ("set"); every member is optional.
+// The phone before the first step (every member set) and changes between
+// steps ("set", every member optional): the top level of a scenario and a
+// "set" step share these keys and their reader.
 struct Changes {
   std::optional<CoreSetup> core;
   std::optional<MessageCenterSetup> messageCenter;
@@ -79,16 +81,6 @@ struct KernelWriteExpect {
   std::optional<KernelExpect> values;
   std::optional<int64_t> bytes;
 };
-struct CallbackExpect {
-  std::optional<int64_t> arg0, arg1;
-  std::optional<uint64_t> errorCode;
-  std::optional<std::string> name, messageType;
-};
-struct RequestExpect {
-  using Value = std::variant<std::string, int64_t>;
-  std::string name;
-  std::optional<std::vector<std::pair<std::string, Value>>> data;
-};
 using Counts = std::vector<std::pair<std::string, int64_t>>;
 
 // What a step (after each repetition) or the whole run must show; unset
@@ -106,8 +98,8 @@ struct Expectations {
   // As the checker describes what happened: "2", "s5kgm2_rear failed".
   std::optional<std::vector<std::string>> switchQueries, probeRecords;
   std::optional<Counts> logCount;
-  std::optional<std::vector<CallbackExpect>> callbacks;
-  std::optional<std::vector<RequestExpect>> requests;
+  // Records as JSON: a callback's given fields; a request's "name" and, when given, its exact "data".
+  std::optional<std::vector<Json>> callbacks, requests;
   // The whole run only.
   std::optional<Counts> functionCalls;  // "halCalls": {"Function": count}
   std::optional<int64_t> aborts;
@@ -137,13 +129,8 @@ struct Scenario {
   std::string file;  // as given by the user
   std::string name;
   std::string description;
-  int64_t bootTime = 100;
   std::vector<Camera> cameras;
-  std::optional<std::string> overrideSettings;  // none: no file
-  std::map<std::string, std::string> properties;
-  KernelParameter kernelParameter;
-  CoreSetup core;
-  MessageCenterSetup messageCenter;
+  Changes setup;  // every member set; a reboot restores its kernel parameter and boot time
   std::vector<Step> steps;
   Expectations expect;
   size_t callCount = 0;  // HAL calls played, repetitions counted

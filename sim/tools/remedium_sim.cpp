@@ -187,22 +187,25 @@ int main(int argc, char** argv) {
   RunOptions runOptions, checkOptions;
   checkOptions.check = true;
   std::vector<std::string> runFiles, checkFiles;
-  CLI::App* run = app.add_subcommand("run", "Play scenario files and show what the library did, step by step");
-  run->add_option("FILE", runFiles, "Scenario files (JSON; see sim/scenarios/README.md)")->required();
+  // The files and options run and check share.
+  const auto playing = [&app](const char* name, const char* what, std::vector<std::string>* files,
+                              RunOptions* options, const char* filesHelp, const char* quietHelp) {
+    CLI::App* command = app.add_subcommand(name, what);
+    command->add_option("FILE", *files, filesHelp)->required();
+    command->add_option("--json", options->jsonPath, "Write a machine-readable report to this file");
+    command->add_flag("-q,--quiet", options->quiet, quietHelp);
+    command->add_option("--progress", options->progress, "Progress line on stderr: auto, on or off")
+        ->check(CLI::IsMember({"auto", "on", "off"}));
+    return command;
+  };
+  CLI::App* run = playing("run", "Play scenario files and show what the library did, step by step", &runFiles,
+                          &runOptions, "Scenario files (JSON; see sim/scenarios/README.md)",
+                          "Print no timeline (with --json)");
   run->add_flag("--logcat", runOptions.logcat, "Print the library's log lines in logcat's format");
-  run->add_option("--json", runOptions.jsonPath, "Write a machine-readable report to this file");
   run->add_flag("-v,--verbose", runOptions.verbose,
                 "Show every log line in the timeline, not only warnings and errors");
-  run->add_flag("-q,--quiet", runOptions.quiet, "Print no timeline (with --json)");
-  run->add_option("--progress", runOptions.progress, "Progress line on stderr: auto, on or off")
-      ->check(CLI::IsMember({"auto", "on", "off"}));
-
-  CLI::App* check = app.add_subcommand("check", "Play scenario files and compare with the expectations in each");
-  check->add_option("FILE", checkFiles, "Scenario files (JSON)")->required();
-  check->add_option("--json", checkOptions.jsonPath, "Write a machine-readable report to this file");
-  check->add_flag("-q,--quiet", checkOptions.quiet, "Print only failures");
-  check->add_option("--progress", checkOptions.progress, "Progress line on stderr: auto, on or off")
-      ->check(CLI::IsMember({"auto", "on", "off"}));
+  CLI::App* check = playing("check", "Play scenario files and compare with the expectations in each", &checkFiles,
+                            &checkOptions, "Scenario files (JSON)", "Print only failures");
 
   std::string libraryPath = sim::HookLibraryPath();
   CLI::App* hooks = app.add_subcommand("hooks", "List the proxies the hook library exports, and any missing");

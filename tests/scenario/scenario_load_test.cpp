@@ -62,7 +62,7 @@ TEST(ScenarioLoad, ReadsStepsWithTheirDefaultsAndScripts) {
   ASSERT_EQ(scenario->steps[2].expect.fields.size(), 1u);
   EXPECT_EQ(scenario->steps[2].expect.fields[0].second, sim::Value(int64_t{0x66}));  // hexadecimal read as a number
   EXPECT_EQ(scenario->steps[3].changes.kernelParameter->text, "0,-5,0");
-  EXPECT_EQ(scenario->kernelParameter.text, sc::ZeroTable());  // 64 zeros by default
+  EXPECT_EQ(scenario->setup.kernelParameter->text, sc::ZeroTable());  // 64 zeros by default
   EXPECT_EQ(scenario->callCount, 3u);
 }
 
