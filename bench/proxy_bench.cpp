@@ -24,35 +24,35 @@
 //        remedium_bench --callgrind CALLS   (run under valgrind by scripts/bench)
 // REMEDIUM_BENCH_HOOK_LIBRARY=PATH loads another build of the library (an
 // older one, to compare).
-#include <benchmark/benchmark.h>
-#include <hardware/sensors.h>
-#include <shadowhook.h>
-#include <valgrind/callgrind.h>
-
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <valgrind/callgrind.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdarg>
-#include <ctime>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
+#include <benchmark/benchmark.h>
+#include <hardware/sensors.h>
+#include <shadowhook.h>
+
 #include "client/interface/logsites.h"
-#include "sim/harness/harness.h"
-#include "sim/platform/simdevice.h"
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
 #include "sim/hal/simlenspipelinehal.h"
-#include "sim/platform/simproperties.h"
 #include "sim/hal/simsensorhal.h"
+#include "sim/harness/harness.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simproperties.h"
 
 // ---------------------------------------------------------------------------
 // Counted allocations and log lines (this thread only). Allocations made
@@ -169,7 +169,7 @@ int property_set(const char* key, const char* value) {
 // without a lock (the simulated HAL's takes its state lock, which would make
 // threads calling the capture-request hook meet in the stand-in).
 CamxResult CamX::VendorTagManager::QueryVendorTagLocation(const char* pSectionName, const char* pTagName,
-                                                         uint32_t* pTagLocation) {
+                                                          uint32_t* pTagLocation) {
   if (pSectionName == nullptr || pTagName == nullptr || pTagLocation == nullptr ||
       std::strcmp(pSectionName, "velora.video") != 0 || std::strcmp(pTagName, "recordControl") != 0) {
     return CamxResultEFailed;
@@ -228,16 +228,16 @@ void shadowhook_pop_stack(void* return_address) { t_lastPopped = return_address;
 
 namespace benchhal {
 #define BENCH_HAL __attribute__((noinline))
-BENCH_HAL CamxResult GetStaticCaps(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*,
-                                   CamX::TuningDataManager*, unsigned int) {
+BENCH_HAL CamxResult GetStaticCaps(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*, CamX::TuningDataManager*,
+                                   unsigned int) {
   return 0;
 }
 BENCH_HAL CamxResult SensorProbe(void*, int*, int*) { return 0; }
 BENCH_HAL CamxResult InitializeSensorDevice(void*) { return 0; }
 BENCH_HAL CamxResult LoadSensorInitConfigCmd(void*) { return 0; }
 BENCH_HAL CamxResult LoadSensorConfigCmds(void*) { return 0; }
-BENCH_HAL CamxResult SensorCreateAndSubmitCommand(void*, unsigned int, CamX::I2CRegSettingType,
-                                                  CSLPacketOpcodesSensor, unsigned int, unsigned int, const void*) {
+BENCH_HAL CamxResult SensorCreateAndSubmitCommand(void*, unsigned int, CamX::I2CRegSettingType, CSLPacketOpcodesSensor,
+                                                  unsigned int, unsigned int, const void*) {
   return 0;
 }
 BENCH_HAL CamxResult CreateI2CInfoCmd(void*, CSLSensorI2CInfo*, unsigned short) { return 0; }
@@ -293,8 +293,8 @@ struct HalObjects {
   hal::CSLMessageObject message{0, 42};
   std::vector<unsigned char> checksum = std::vector<unsigned char>(1024, 0xAB);
   std::vector<unsigned char> lensBuffer = std::vector<unsigned char>(64, 0);
-  hal::SensorEventBatch gyro{{1000000000000, 1000001000000, 1000002000000, 1000003000000, 1000004000000,
-                              1000005000000, 1000006000000, 1000007000000}};
+  hal::SensorEventBatch gyro{{1000000000000, 1000001000000, 1000002000000, 1000003000000, 1000004000000, 1000005000000,
+                              1000006000000, 1000007000000}};
   int session = 0;
 
   HalObjects() {
@@ -370,23 +370,20 @@ std::vector<Case> Cases(HalObjects& o) {
       MakeCase("ProbeEEPROM", &benchhal::ProbeEEPROM, static_cast<void*>(nullptr), o.eepromInfo.get(),
                static_cast<const CamX::HwDeviceTypeInfo*>(nullptr)),
       MakeCase("ReadEEPROMDevice", &benchhal::ReadEEPROMDevice, o.eeprom.get()),
-      MakeCase("EEPROMVerifyChecksum", &benchhal::EEPROMVerifyChecksum, static_cast<void*>(nullptr),
-               o.checksum.data(), static_cast<int>(o.checksum.size())),
+      MakeCase("EEPROMVerifyChecksum", &benchhal::EEPROMVerifyChecksum, static_cast<void*>(nullptr), o.checksum.data(),
+               static_cast<int>(o.checksum.size())),
       MakeVoidCase("ActuatorData", &benchhal::ActuatorData, static_cast<void*>(nullptr), o.actuator.get()),
       MakeCase("OISRegisterProvider", &benchhal::OISRegisterProvider, static_cast<void*>(nullptr),
                static_cast<void*>(nullptr), static_cast<const CamX::NCSProviderCap*>(nullptr)),
-      MakeCase("OISCreateI2CInfoCmd", &benchhal::OISCreateI2CInfoCmd, static_cast<void*>(nullptr), o.oisI2C.get(),
-               0),
+      MakeCase("OISCreateI2CInfoCmd", &benchhal::OISCreateI2CInfoCmd, static_cast<void*>(nullptr), o.oisI2C.get(), 0),
       MakeCase("ReadLensPositionData", &benchhal::ReadLensPositionData, static_cast<void*>(nullptr)),
       MakeCase("FormatLensPositionData", &benchhal::FormatLensPositionData, static_cast<void*>(nullptr),
                static_cast<CamX::OISLensPositionData*>(nullptr), o.lensBuffer.data(),
                static_cast<unsigned long>(o.lensBuffer.size())),
       MakeCase("PostGyroData", &benchhal::PostGyroData, static_cast<void*>(nullptr), CamX::NCSSensorType{1},
                std::ref(o.gyro.samples())),
-      MakeVoidCase("CSLMessageHandler", &benchhal::CSLMessageHandler, static_cast<void*>(&o.session),
-                   o.message.get()),
-      MakeCase("ProcessCaptureRequest", &benchhal::ProcessCaptureRequest, static_cast<void*>(nullptr),
-               o.request.get()),
+      MakeVoidCase("CSLMessageHandler", &benchhal::CSLMessageHandler, static_cast<void*>(&o.session), o.message.get()),
+      MakeCase("ProcessCaptureRequest", &benchhal::ProcessCaptureRequest, static_cast<void*>(nullptr), o.request.get()),
   };
 }
 
@@ -414,9 +411,12 @@ enum class Process { kCore, kNoCore, kProbe };
 
 const char* PrefixOf(Process process) {
   switch (process) {
-    case Process::kCore: return "core/";
-    case Process::kNoCore: return "nocore/";
-    case Process::kProbe: return "probe/";
+    case Process::kCore:
+      return "core/";
+    case Process::kNoCore:
+      return "nocore/";
+    case Process::kProbe:
+      return "probe/";
   }
   return "";
 }
@@ -512,22 +512,22 @@ double ThreadCpuSeconds() {
 // CPU time (which leaves out the turns other programs take on a shared
 // machine, and keeps time lost to a shared cache line or a spinning lock).
 void RegisterThreaded(const std::string& name, const std::function<std::function<void()>(int)>& perThread) {
-  benchmark::RegisterBenchmark(name.c_str(),
-                               [perThread](benchmark::State& state) {
-                                 const std::function<void()> call = perThread(state.thread_index());
-                                 for (int i = 0; i < kWarmUpCalls; ++i) call();
-                                 const double cpuStart = ThreadCpuSeconds();
-                                 const auto start = std::chrono::steady_clock::now();
-                                 for (auto _ : state) call();
-                                 const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
-                                 const double cpu = ThreadCpuSeconds() - cpuStart;
-                                 // Summed over the threads, then divided by their number.
-                                 state.counters["calls_per_s"] =
-                                     benchmark::Counter(static_cast<double>(state.iterations()) / wall.count(),
-                                                        benchmark::Counter::kAvgThreads);
-                                 state.counters["calls_per_cpu_s"] = benchmark::Counter(
-                                     static_cast<double>(state.iterations()) / cpu, benchmark::Counter::kAvgThreads);
-                               })
+  benchmark::RegisterBenchmark(
+      name.c_str(),
+      [perThread](benchmark::State& state) {
+        const std::function<void()> call = perThread(state.thread_index());
+        for (int i = 0; i < kWarmUpCalls; ++i) call();
+        const double cpuStart = ThreadCpuSeconds();
+        const auto start = std::chrono::steady_clock::now();
+        for (auto _ : state) call();
+        const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
+        const double cpu = ThreadCpuSeconds() - cpuStart;
+        // Summed over the threads, then divided by their number.
+        state.counters["calls_per_s"] =
+            benchmark::Counter(static_cast<double>(state.iterations()) / wall.count(), benchmark::Counter::kAvgThreads);
+        state.counters["calls_per_cpu_s"] =
+            benchmark::Counter(static_cast<double>(state.iterations()) / cpu, benchmark::Counter::kAvgThreads);
+      })
       ->Threads(1)
       ->Threads(2)
       ->Threads(4)
@@ -570,9 +570,8 @@ std::unique_ptr<sim::HookLibrary> StartProcess(Process process) {
 
 // The proxy cases of `process`: every case on kCore and kNoCore; the sensor
 // probe alone on kProbe.
-std::vector<std::pair<std::string, std::function<void()>>> ProxyCalls(const std::vector<Case>& cases,
-                                                                       Process process,
-                                                                       const sim::HookLibrary& library) {
+std::vector<std::pair<std::string, std::function<void()>>> ProxyCalls(const std::vector<Case>& cases, Process process,
+                                                                      const sim::HookLibrary& library) {
   std::vector<std::pair<std::string, std::function<void()>>> calls;
   for (const Case& c : cases) {
     if (process == Process::kProbe && c.name != "SensorProbe") continue;
@@ -612,8 +611,9 @@ void RegisterThreadScaling(const sim::HookLibrary& library) {
 }
 
 void PrintTable(const std::vector<Case>& cases) {
-  std::printf("\nPer call, CPU time of the measuring thread, fastest and median of the repetitions (ns);\n"
-              "allocations (the library's; stand-ins' apart) and log lines per call\n");
+  std::printf(
+      "\nPer call, CPU time of the measuring thread, fastest and median of the repetitions (ns);\n"
+      "allocations (the library's; stand-ins' apart) and log lines per call\n");
   std::printf("%-30s %7s | %7s %7s %7s %6s %6s %5s | %7s %7s %6s\n", "HAL function", "direct", "proxy", "median",
               "added", "ratio", "allocs", "logs", "no core", "median", "allocs");
   for (const Case& c : cases) {
@@ -632,13 +632,15 @@ void PrintTable(const std::vector<Case>& cases) {
               "", at.allocations, at.logLines);
 
   const Figures probe = g_figures["probe/SensorProbe"];
-  std::printf("\nA later SensorProbeHook call, core, message centre and override settings present:\n"
-              "  %.0f ns fastest, %.0f ns median; %.1f allocations of the library's, %.1f of the stand-ins';"
-              " %.1f log lines\n",
-              probe.ns, probe.nsMedian, probe.allocations, probe.standInAllocations, probe.logLines);
+  std::printf(
+      "\nA later SensorProbeHook call, core, message centre and override settings present:\n"
+      "  %.0f ns fastest, %.0f ns median; %.1f allocations of the library's, %.1f of the stand-ins';"
+      " %.1f log lines\n",
+      probe.ns, probe.nsMedian, probe.allocations, probe.standInAllocations, probe.logLines);
 
-  std::printf("\nThread scaling, core present: million calls per second per thread, of wall time and of\n"
-              "the thread's CPU time, best and median repetition\n");
+  std::printf(
+      "\nThread scaling, core present: million calls per second per thread, of wall time and of\n"
+      "the thread's CPU time, best and median repetition\n");
   std::printf("%-24s %7s %10s %10s %10s %10s\n", "proxy", "threads", "wall best", "median", "CPU best", "median");
   for (const char* name : {"CSLMessageHandler", "ProcessCaptureRequest"}) {
     for (const char* threads : {"1", "2", "4"}) {

@@ -5,6 +5,8 @@
 //
 // Input: byte 0 picks the stage, byte 1 the result, byte 2 the camera number;
 // the rest is the property value found before the update.
+#include "core/model/monitor/interface/imagesensorstate.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +14,6 @@
 #include <regex>
 #include <string>
 
-#include "core/model/monitor/interface/imagesensorstate.h"
 #include "fuzz/fuzz_support.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simlog.h"

@@ -141,12 +141,12 @@ consteval bool TakesOneString(const char* format) {
 // Logs site `Name` of the table with the format's arguments.
 // A line below the level returns before its arguments are evaluated; no
 // site's arguments have side effects.
-#define REMEDIUM_LOG(Name, ...)                                                                               \
-  do {                                                                                                        \
-    if (!RemediumLogDropped(::logsite::k##Name.level)) {                                                      \
-      RemediumLog(::logsite::k##Name.level, ::logsite::k##Name.file, ::logsite::k##Name.line,                 \
-                  ::logsite::k##Name.function, ::logsite::Name##Format __VA_OPT__(, ) __VA_ARGS__);           \
-    }                                                                                                         \
+#define REMEDIUM_LOG(Name, ...)                                                                     \
+  do {                                                                                              \
+    if (!RemediumLogDropped(::logsite::k##Name.level)) {                                            \
+      RemediumLog(::logsite::k##Name.level, ::logsite::k##Name.file, ::logsite::k##Name.line,       \
+                  ::logsite::k##Name.function, ::logsite::Name##Format __VA_OPT__(, ) __VA_ARGS__); \
+    }                                                                                               \
   } while (false)
 
 // Logs a site chosen at run time whose format takes exactly one string;

@@ -8,10 +8,10 @@
 // looked up (the message centre's contract lists all five) and never called.
 #pragma once
 
-#include <android/log.h>
-
 #include <atomic>
 #include <cstdint>
+
+#include <android/log.h>
 
 #include "client/interface/message.h"
 
@@ -52,8 +52,7 @@ class MessageCenterClient {
   static void SendMessage(const Message& message, Message* reply) {
     MessageCenterClient& client = GetInstance();
     client.LoadMessageCenter();
-    const MessageCenterSendMessageFunc send =
-        client.m_pMessageCenterSendMessageFuncPtr.load(std::memory_order_acquire);
+    const MessageCenterSendMessageFunc send = client.m_pMessageCenterSendMessageFuncPtr.load(std::memory_order_acquire);
     if (send == nullptr) {
       __android_log_print(ANDROID_LOG_ERROR, kMessageCenterLogTag, "m_pMessageCenterSendMessageFuncPtr is NULL");
       return;

@@ -31,8 +31,7 @@ void RemediumClient::LoadRemediumLocked() {
   }
   // The framework ships the core with its entry, so a core without one is a
   // broken install: stop the process here rather than call through null.
-  m_pGetInstanceFunc = reinterpret_cast<RemediumGetInstanceFunc>(
-      dlsym(m_pLibHandle, kRemediumGetInstanceSymbol));
+  m_pGetInstanceFunc = reinterpret_cast<RemediumGetInstanceFunc>(dlsym(m_pLibHandle, kRemediumGetInstanceSymbol));
   if (m_pGetInstanceFunc == nullptr) __builtin_trap();
   // A null instance is kept as it comes and never looked up again.
   m_pRemediumCore.store(m_pGetInstanceFunc(), std::memory_order_release);

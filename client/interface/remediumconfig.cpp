@@ -5,7 +5,7 @@
 #include "client/interface/loadorder.h"
 
 const std::map<std::string, int32_t> moduleSwitchBits REMEDIUM_LOAD_ORDER(kLoadOrderModuleSwitchBits) = {
-    {"vlcdb", 1},    {"monitr", 2},    {"hookswitch", 4}, {"inithookswitch", 8},
+    {"vlcdb", 1},     {"monitr", 2},   {"hookswitch", 4},   {"inithookswitch", 8},
     {"firmware", 16}, {"bigdata", 32}, {"sensorstate", 64},
 };
 

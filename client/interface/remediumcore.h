@@ -45,18 +45,18 @@ inline constexpr int kEventCodeIdShift = 24;
 // and are never called from here.
 class RemediumCore {
  public:
-  virtual void CoreOwnSlot0() = 0;                                                    // slot 0
-  virtual void CoreOwnSlot1() = 0;                                                    // slot 1
-  virtual bool IsSwitchOpened(int32_t kind) = 0;                                      // slot 2
-  virtual void ProtectionCallback(const CallbackMessage& message) = 0;                // slot 3
-  virtual void CoreOwnSlot4() = 0;                                                    // slot 4
+  virtual void CoreOwnSlot0() = 0;                                                     // slot 0
+  virtual void CoreOwnSlot1() = 0;                                                     // slot 1
+  virtual bool IsSwitchOpened(int32_t kind) = 0;                                       // slot 2
+  virtual void ProtectionCallback(const CallbackMessage& message) = 0;                 // slot 3
+  virtual void CoreOwnSlot4() = 0;                                                     // slot 4
   virtual std::vector<std::string> GetHookArguments(const std::string& hookName) = 0;  // slot 5
-  virtual void CoreOwnSlot6() = 0;                                                    // slot 6
-  virtual void NotifyHookMessage(const HookNotification& notification) = 0;           // slot 7
-  virtual void CoreOwnSlot8() = 0;                                                    // slot 8
-  virtual void CoreOwnSlot9() = 0;                                                    // slot 9
-  virtual void CoreOwnSlot10() = 0;                                                   // slot 10
-  virtual void RecordProbeMessage(const std::string& name, bool result) = 0;          // slot 11
+  virtual void CoreOwnSlot6() = 0;                                                     // slot 6
+  virtual void NotifyHookMessage(const HookNotification& notification) = 0;            // slot 7
+  virtual void CoreOwnSlot8() = 0;                                                     // slot 8
+  virtual void CoreOwnSlot9() = 0;                                                     // slot 9
+  virtual void CoreOwnSlot10() = 0;                                                    // slot 10
+  virtual void RecordProbeMessage(const std::string& name, bool result) = 0;           // slot 11
 
  protected:
   ~RemediumCore() = default;  // OK: the core owns and destroys its object

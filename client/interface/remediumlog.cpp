@@ -1,12 +1,12 @@
 #include "client/interface/remediumlog.h"
 
-#include <android/log.h>
-#include <cutils/properties.h>
-
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+
+#include <android/log.h>
+#include <cutils/properties.h>
 
 #include "client/interface/logsites.h"
 

@@ -29,8 +29,7 @@ constexpr uint32_t kOtherSlaveAddress = 0x66;
 constexpr uint32_t ToggleSlaveAddress(uint32_t address) {
   return address == kUsualSlaveAddress ? kOtherSlaveAddress : kUsualSlaveAddress;
 }
-static_assert(ToggleSlaveAddress(0x18) == 0x66 && ToggleSlaveAddress(0x66) == 0x18 &&
-              ToggleSlaveAddress(0x20) == 0x18);
+static_assert(ToggleSlaveAddress(0x18) == 0x66 && ToggleSlaveAddress(0x66) == 0x18 && ToggleSlaveAddress(0x20) == 0x18);
 
 }  // namespace
 
@@ -45,8 +44,8 @@ void ActuatorDataHook(void* pThis, ActuatorDriverData* pActuatorDriverData) noex
     if (argument.empty() || !CheckIsCameraName(argument)) continue;
     if (actuatorName == nullptr || strstr(actuatorName, argument.c_str()) == nullptr) continue;
     // Every match toggles again: two matching arguments restore the address.
-    const auto address = static_cast<uint16_t>(ToggleSlaveAddress(
-        Layout::Read(pActuatorDriverData, Layout::kActuatorDriverDataSlaveAddress)));
+    const auto address = static_cast<uint16_t>(
+        ToggleSlaveAddress(Layout::Read(pActuatorDriverData, Layout::kActuatorDriverDataSlaveAddress)));
     Layout::Write(pActuatorDriverData, Layout::kActuatorDriverDataSlaveAddress, address);
     REMEDIUM_LOG(ActuatorAddressChanged, address);
   }
@@ -104,8 +103,8 @@ CamxResult ReadLensPositionDataHook(void* pThis) noexcept {
   return replacement;
 }
 
-CamxResult FormatLensPositionDataHook(void* pThis, OISLensPositionData* pLensPositionData,
-                                      unsigned char* pBuffer, unsigned long bufferSize) noexcept {
+CamxResult FormatLensPositionDataHook(void* pThis, OISLensPositionData* pLensPositionData, unsigned char* pBuffer,
+                                      unsigned long bufferSize) noexcept {
   CAMX_PROXY_FRAME(frame);
   // The HAL's result is ignored.
   frame.CallPrevious(&FormatLensPositionDataHook, pThis, pLensPositionData, pBuffer, bufferSize);

@@ -72,9 +72,9 @@ CamxResult InitializeSensorDeviceHook(void* pThis) noexcept {
     // A sensor whose probe failed is not initialised; a module whose EEPROM
     // was probed in this slot is reported to the core.
     if (const std::optional<std::string> eepromName = eepromProbeInfoMap.FirstNameOfCamera(slotId)) {
-      RemediumClient::ProtectionCallback(CallbackMessage{
-          kInitSkipArg0, kInitSkipArg1, kInitSkipEventCode | ((slotId & 0xFu) << kEventCodeIdShift), *eepromName,
-          kCallbackMessageTypeError});
+      RemediumClient::ProtectionCallback(CallbackMessage{kInitSkipArg0, kInitSkipArg1,
+                                                         kInitSkipEventCode | ((slotId & 0xFu) << kEventCodeIdShift),
+                                                         *eepromName, kCallbackMessageTypeError});
     }
     REMEDIUM_LOG(InitDeviceSkip, cameraId);
   }

@@ -57,8 +57,7 @@ class OsUtils {
 
 class VendorTagManager {
  public:
-  static CamxResult QueryVendorTagLocation(const char* pSectionName, const char* pTagName,
-                                           uint32_t* pTagLocation);
+  static CamxResult QueryVendorTagLocation(const char* pSectionName, const char* pTagName, uint32_t* pTagLocation);
 };
 
 }  // namespace CamX

@@ -87,7 +87,7 @@ inline constexpr Field<const uint16_t*> kCameraInfoCameraId{32};
 // --- EEPROM data object (EEPROMDataProbe, ReadEEPROMDevice) -----------------
 inline constexpr Field<uint16_t> kEepromDataCameraId{0x3F8};
 inline constexpr Field<std::string> kEepromDataSensorName{0x400};  // libc++ std::string
-inline constexpr Field<uint32_t> kEepromDataLastRetryFlag{0x44C};   // set to 1 on the last retry
+inline constexpr Field<uint32_t> kEepromDataLastRetryFlag{0x44C};  // set to 1 on the last retry
 
 // --- HwSensorInfo (ProbeEEPROM's second argument) ---------------------------
 // +0 -> A; A + 24 -> B; B + 0 -> C; C + 24 -> EEPROM name (C string).

@@ -4,9 +4,9 @@
 //
 // Runs once per frame: one vendor-tag query and one metadata lookup; no
 // allocation, no file or property access, no log line.
-#include <system/camera_metadata.h>
-
 #include <csignal>
+
+#include <system/camera_metadata.h>
 
 #include "hook/src/camxlayout.h"
 #include "hook/src/hook.h"

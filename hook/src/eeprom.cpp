@@ -61,9 +61,9 @@ CamxResult EEPROMDataProbeHook(void* pThis) noexcept {
     result = frame.CallPrevious(&EEPROMDataProbeHook, pThis);
   } else {
     const SensorUsage usage = QuerySensorUsage(name, /*carryFirstRequest=*/true);
-    REMEDIUM_LOG(EepromDataSensorUsage, cameraId, eepromProbeInfoMap.ProbeCount(name), name.c_str(), usage.sensorType.c_str(),
-             usage.frequentlyUsedSensor, usage.neverBeenSuccessfullyProbed, usage.mostProbedName.c_str(),
-             static_cast<int>(usage.recordCount));
+    REMEDIUM_LOG(EepromDataSensorUsage, cameraId, eepromProbeInfoMap.ProbeCount(name), name.c_str(),
+                 usage.sensorType.c_str(), usage.frequentlyUsedSensor, usage.neverBeenSuccessfullyProbed,
+                 usage.mostProbedName.c_str(), static_cast<int>(usage.recordCount));
     const bool usedOrUnknown = usage.frequentlyUsedSensor || usage.neverBeenSuccessfullyProbed;
     // On the last retry of a module that failed every time, the HAL is told
     // to accept the EEPROM, and the probe is reported passed.

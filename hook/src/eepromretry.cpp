@@ -33,8 +33,7 @@ bool IsLastEEPROMProbeRetryBypassSensor(std::string name, int retryTimes, int) {
         probeFailCount = history->failCount;
         probeSuccessCount = history->successCount;
         // Exactly one success on purpose: see the header.
-        last = probeFailCount != 0 && probeFailCount >= static_cast<uint32_t>(retryTimes) &&
-               probeSuccessCount == 1;
+        last = probeFailCount != 0 && probeFailCount >= static_cast<uint32_t>(retryTimes) && probeSuccessCount == 1;
       }
     }
   }

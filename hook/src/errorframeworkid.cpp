@@ -1,13 +1,13 @@
 // CamX::SetErrorFrameworkId: the list of cameras in error, kept in
 // "persist.vendor.camera.errorFrameworkId" as framework identifiers
 // ("2,3"). The property is the only state; it outlives the process.
-#include <cutils/properties.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <map>
 #include <sstream>
 #include <vector>
+
+#include <cutils/properties.h>
 
 #include "hook/src/hook.h"
 #include "hook/src/settings.h"

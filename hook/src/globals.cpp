@@ -8,11 +8,10 @@ namespace {
 
 std::unordered_map<int, const char*> BuildSensorTypeNames() {
   static constexpr std::pair<int, const char*> kRows[] = {
-      {0, "Invalid"},        {1, "Gyro"},     {2, "Accel"},        {3, "Mag"},
-      {4, "Gravity"},        {5, "LinearAccel"}, {6, "TimeOfFlight"}, {7, "Light"},
-      {8, "GyroCal"},        {9, "MagCal"},   {10, "Depth"},       {11, "OIS"},
-      {12, "SS"},            {13, "AISeg"},   {14, "EVS"},         {15, "OisManager"},
-      {16, "MaxInternal"},   {32, "CustomStart"}, {64, "CustomEnd"},
+      {0, "Invalid"},     {1, "Gyro"},         {2, "Accel"},        {3, "Mag"},        {4, "Gravity"},
+      {5, "LinearAccel"}, {6, "TimeOfFlight"}, {7, "Light"},        {8, "GyroCal"},    {9, "MagCal"},
+      {10, "Depth"},      {11, "OIS"},         {12, "SS"},          {13, "AISeg"},     {14, "EVS"},
+      {15, "OisManager"}, {16, "MaxInternal"}, {32, "CustomStart"}, {64, "CustomEnd"},
   };
   std::unordered_map<int, const char*> names;
   names.max_load_factor(1.0f);

@@ -1,11 +1,11 @@
 // PostGyroDataHook: before a batch of motion-sensor samples reaches the HAL,
 // moves the timestamp of one randomly chosen sample back by a fixed amount.
-#include <hardware/sensors.h>
-
 #include <climits>
 #include <cstddef>
 #include <cstdlib>
 #include <vector>
+
+#include <hardware/sensors.h>
 
 #include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"

@@ -11,8 +11,7 @@ namespace CamX {
 
 // Records the slot id of each camera id in cameraSlotIds.
 CAMX_HOOK_EXPORT CamxResult GetStaticCapsHook(void* pThis, SensorModuleStaticCaps* pStaticCaps,
-                                              CSLSensorCapability* pSensorCapability,
-                                              TuningDataManager* pTuningManager,
+                                              CSLSensorCapability* pSensorCapability, TuningDataManager* pTuningManager,
                                               unsigned int cameraId) noexcept;
 
 // Sensor probe with protection fault injection, the bypass of the slot's
@@ -31,8 +30,7 @@ CAMX_HOOK_EXPORT CamxResult SensorCreateAndSubmitCommandHook(void* pThis, unsign
                                                              CSLPacketOpcodesSensor opcode, unsigned int arg4,
                                                              unsigned int arg5, const void* pData) noexcept;
 // On the core's "EEPROMI2C" argument, moves a device to the other I2C address.
-CAMX_HOOK_EXPORT CamxResult CreateI2CInfoCmdHook(void* pThis, CSLSensorI2CInfo* pI2CInfo,
-                                                 unsigned short arg) noexcept;
+CAMX_HOOK_EXPORT CamxResult CreateI2CInfoCmdHook(void* pThis, CSLSensorI2CInfo* pI2CInfo, unsigned short arg) noexcept;
 
 // EEPROM: the data probe passes a qualifying module on its last retry; the
 // probe and read fail modules the core names; the checksum data is disturbed.
@@ -49,8 +47,7 @@ CAMX_HOOK_EXPORT void ActuatorDataHook(void* pThis, ActuatorDriverData* pActuato
 CAMX_HOOK_EXPORT CamxResult OISRegisterProviderHook(void* pThis, void* pUnusedArg,
                                                     const NCSProviderCap* pProviderCap) noexcept;
 // Moves the OIS I2C slave address the HAL built to the other address.
-CAMX_HOOK_EXPORT CamxResult OISCreateI2CInfoCmdHook(void* pThis, CSLOISI2CInfo* pI2CInfo,
-                                                    int parameter) noexcept;
+CAMX_HOOK_EXPORT CamxResult OISCreateI2CInfoCmdHook(void* pThis, CSLOISI2CInfo* pI2CInfo, int parameter) noexcept;
 // On the core's "ReadLensPositionData" arguments, delays the read and/or
 // replaces its result.
 CAMX_HOOK_EXPORT CamxResult ReadLensPositionDataHook(void* pThis) noexcept;

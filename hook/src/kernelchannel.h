@@ -18,8 +18,7 @@
 
 namespace CamX {
 
-inline constexpr char kSensorApplySettingsControlPath[] =
-    "/sys/module/camera/parameters/sensor_apply_settings_control";
+inline constexpr char kSensorApplySettingsControlPath[] = "/sys/module/camera/parameters/sensor_apply_settings_control";
 
 inline constexpr size_t kProbeResultTableSize = 64;
 // Each block holds one value per camera id, so camera ids are below 16.

@@ -33,8 +33,7 @@ bool CheckIsCameraName(std::string name) {
   if (name.empty()) return false;
   // True when at least one of the six role words is missing.
   static constexpr std::array<const char*, 6> kRoleWords = {"macro", "ultra", "wide", "tele", "depth", "front"};
-  return std::ranges::any_of(kRoleWords,
-                             [&](const char* word) { return std::strstr(name.c_str(), word) == nullptr; });
+  return std::ranges::any_of(kRoleWords, [&](const char* word) { return std::strstr(name.c_str(), word) == nullptr; });
 }
 
 }  // namespace CamX

@@ -6,9 +6,9 @@
 // path, after the result is built and every other local is gone.
 #pragma once
 
-#include <shadowhook.h>
-
 #include <utility>
+
+#include <shadowhook.h>
 
 namespace CamX {
 
@@ -28,8 +28,7 @@ class ProxyFrame {
   // Calls the function that `proxy` replaced with exactly these arguments.
   template <typename Result, typename... Params, typename... Args>
   Result CallPrevious(Result (*proxy)(Params...), Args&&... args) const {
-    auto* previous = reinterpret_cast<Result (*)(Params...)>(
-        shadowhook_get_prev_func(reinterpret_cast<void*>(proxy)));
+    auto* previous = reinterpret_cast<Result (*)(Params...)>(shadowhook_get_prev_func(reinterpret_cast<void*>(proxy)));
     return previous(std::forward<Args>(args)...);
   }
 

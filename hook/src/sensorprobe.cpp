@@ -85,7 +85,8 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   const uint32_t cameraId = *pCameraId;
 
   const SensorUsage usage = QuerySensorUsage(name, /*carryFirstRequest=*/false);
-  REMEDIUM_LOG(ProbeSensorUsage, name.c_str(), usage.sensorType.c_str(), usage.frequentlyUsedSensor, usage.neverBeenSuccessfullyProbed);
+  REMEDIUM_LOG(ProbeSensorUsage, name.c_str(), usage.sensorType.c_str(), usage.frequentlyUsedSensor,
+               usage.neverBeenSuccessfullyProbed);
   REMEDIUM_LOG(ProbeMostProbed, usage.mostProbedName.c_str(), static_cast<int>(usage.recordCount));
 
   // OK: ids beyond the kernel table are reported probed without probing.
@@ -111,10 +112,10 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
         SetProbeInfoMap(name, KmdResult(table, cameraId), cameraId);
         RecoverySettings(settings);
         RecordProbeState(cameraId, "S", true);
-        RemediumClient::ProtectionCallback(CallbackMessage{
-            kSensorBypassArg0, kSensorBypassArg1,
-            (static_cast<uint64_t>(cameraId) << kEventCodeIdShift) | kSensorBypassEventCode, name,
-            kCallbackMessageTypeProtection});
+        RemediumClient::ProtectionCallback(
+            CallbackMessage{kSensorBypassArg0, kSensorBypassArg1,
+                            (static_cast<uint64_t>(cameraId) << kEventCodeIdShift) | kSensorBypassEventCode, name,
+                            kCallbackMessageTypeProtection});
         return CamxResultSuccess;
       }
     }

@@ -1,13 +1,12 @@
 #include "hook/src/settings.h"
 
-#include <cutils/properties.h>
-
 #include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdlib>
-
 #include <fstream>
+
+#include <cutils/properties.h>
 
 #include "client/interface/logsites.h"
 

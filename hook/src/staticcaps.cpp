@@ -7,12 +7,11 @@
 
 namespace CamX {
 
-CamxResult GetStaticCapsHook(void* pThis, SensorModuleStaticCaps* pStaticCaps,
-                             CSLSensorCapability* pSensorCapability,
+CamxResult GetStaticCapsHook(void* pThis, SensorModuleStaticCaps* pStaticCaps, CSLSensorCapability* pSensorCapability,
                              TuningDataManager* pTuningManager, unsigned int cameraId) noexcept {
   CAMX_PROXY_FRAME(frame);
-  const CamxResult result = frame.CallPrevious(&GetStaticCapsHook, pThis, pStaticCaps,
-                                               pSensorCapability, pTuningManager, cameraId);
+  const CamxResult result =
+      frame.CallPrevious(&GetStaticCapsHook, pThis, pStaticCaps, pSensorCapability, pTuningManager, cameraId);
   const uint32_t slotId = Layout::Read(pStaticCaps, Layout::kStaticCapsSlotId);
   REMEDIUM_LOG(StaticCapsSlot, cameraId, slotId);
   // Out-of-range ids are logged above and otherwise ignored; an older entry stays.

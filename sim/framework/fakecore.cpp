@@ -33,21 +33,21 @@ class RemediumCore {
  public:
   virtual ~RemediumCore() = default;                                                // slots 0, 1
   virtual bool IsSwitchOpened(int32_t kind) { return shim::IsSwitchOpened(kind); }  // slot 2
-  virtual void ProtectionCallback(const CallbackMessageRecord& m) {              // slot 3
+  virtual void ProtectionCallback(const CallbackMessageRecord& m) {                 // slot 3
     shim::ProtectionCallback({m.arg0, m.arg1, m.errorCode, m.name, m.messageType});
   }
-  virtual void Slot4() { __builtin_trap(); }                                     // slot 4
-  virtual std::vector<std::string> GetHookArguments(const std::string& hook) {   // slot 5
+  virtual void Slot4() { __builtin_trap(); }                                    // slot 4
+  virtual std::vector<std::string> GetHookArguments(const std::string& hook) {  // slot 5
     return shim::GetHookArguments(hook);
   }
-  virtual void Slot6() { __builtin_trap(); }                                     // slot 6
-  virtual void NotifyHookMessage(const HookNotificationRecord& n) {             // slot 7
+  virtual void Slot6() { __builtin_trap(); }                         // slot 6
+  virtual void NotifyHookMessage(const HookNotificationRecord& n) {  // slot 7
     shim::NotifyHookMessage({n.hookName, n.value});
   }
-  virtual void Slot8() { __builtin_trap(); }                                     // slot 8
-  virtual void Slot9() { __builtin_trap(); }                                     // slot 9
-  virtual void Slot10() { __builtin_trap(); }                                    // slot 10
-  virtual void RecordProbeMessage(const std::string& name, bool result) {        // slot 11
+  virtual void Slot8() { __builtin_trap(); }                               // slot 8
+  virtual void Slot9() { __builtin_trap(); }                               // slot 9
+  virtual void Slot10() { __builtin_trap(); }                              // slot 10
+  virtual void RecordProbeMessage(const std::string& name, bool result) {  // slot 11
     shim::RecordProbeMessage(name, result);
   }
 };

@@ -86,9 +86,7 @@ std::string LibraryDir() {
 
 void InstallCore() { sim::LinkDeviceFile(kCorePath, LibraryDir() + "/com.velora.remedium.core.so"); }
 
-void InstallCoreWithoutEntry() {
-  sim::LinkDeviceFile(kCorePath, LibraryDir() + "/simremediumcore_noentry.so");
-}
+void InstallCoreWithoutEntry() { sim::LinkDeviceFile(kCorePath, LibraryDir() + "/simremediumcore_noentry.so"); }
 
 void RemoveCore() { sim::RemoveDeviceFile(kCorePath); }
 
@@ -98,7 +96,7 @@ constexpr char kMessageCenterPath[] = "/vendor/lib64/com.velora.messagecenter.so
 
 struct MessageCenterState {
   std::mutex mutex;
-  std::map<std::string, std::string> sensorTypes;  // sensor name -> type
+  std::map<std::string, std::string> sensorTypes;                     // sensor name -> type
   std::map<std::string, std::pair<std::string, int64_t>> mostProbed;  // type -> (name, count)
   std::vector<MessageCenterRequest> requests;
 };
@@ -149,9 +147,7 @@ std::vector<MessageCenterRequest> MessageCenterRequests(size_t from) {
   return sim::Tail(Centre().requests, from);
 }
 
-void InstallMessageCenter() {
-  sim::LinkDeviceFile(kMessageCenterPath, LibraryDir() + "/com.velora.messagecenter.so");
-}
+void InstallMessageCenter() { sim::LinkDeviceFile(kMessageCenterPath, LibraryDir() + "/com.velora.messagecenter.so"); }
 
 void InstallMessageCenterWithoutSend() {
   sim::LinkDeviceFile(kMessageCenterPath, LibraryDir() + "/simmessagecenter_nosend.so");
@@ -227,8 +223,7 @@ void NotifyHookMessage(const CoreNotification& notification) {
     std::lock_guard<std::mutex> lock(Core().mutex);
     Core().notifications.push_back(notification);
   }
-  sim::Record("core", "NotifyHookMessage(" + notification.hookName + ", " +
-                          std::to_string(notification.value) + ")");
+  sim::Record("core", "NotifyHookMessage(" + notification.hookName + ", " + std::to_string(notification.value) + ")");
 }
 
 void RecordProbeMessage(const std::string& name, bool result) {

@@ -1,5 +1,3 @@
-#include "sim/hal/simhal.h"
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,8 +6,9 @@
 #include <mutex>
 
 #include "hook/src/camxlayout.h"
-#include "sim/platform/simdevice.h"
+#include "sim/hal/simhal.h"
 #include "sim/hal/simsensorhal.h"
+#include "sim/platform/simdevice.h"
 
 namespace sim::hal {
 namespace {
@@ -111,8 +110,8 @@ Object MakeStaticCaps(uint32_t slotId) {
   return caps;
 }
 
-CamxResult GetStaticCaps(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*,
-                         CamX::TuningDataManager*, unsigned int) {
+CamxResult GetStaticCaps(void*, CamX::SensorModuleStaticCaps*, CSLSensorCapability*, CamX::TuningDataManager*,
+                         unsigned int) {
   return NextResult("GetStaticCaps");
 }
 

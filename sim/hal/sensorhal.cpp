@@ -5,8 +5,8 @@
 
 #include "hook/src/camxlayout.h"
 #include "hook/src/kernelchannel.h"
-#include "sim/platform/simdevice.h"
 #include "sim/hal/simsensorhal.h"
+#include "sim/platform/simdevice.h"
 
 namespace sim::hal {
 
@@ -54,7 +54,9 @@ EepromDataObject::~EepromDataObject() {
       ->~string();
 }
 
-uint32_t EepromDataObject::lastRetryFlag() const { return Layout::Read(m_object.get(), Layout::kEepromDataLastRetryFlag); }
+uint32_t EepromDataObject::lastRetryFlag() const {
+  return Layout::Read(m_object.get(), Layout::kEepromDataLastRetryFlag);
+}
 
 HwSensorInfoObject::HwSensorInfoObject(std::string eepromName) : m_name(std::move(eepromName)) {
   Put(m_info, Layout::kHwSensorInfoFirst, static_cast<const void*>(m_first.get()));

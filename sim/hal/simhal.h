@@ -68,8 +68,7 @@ class Object {
 Object MakeStaticCaps(uint32_t slotId);
 
 // The hooked HAL functions (what the framework core installs the proxies over).
-CamxResult GetStaticCaps(void* pThis, CamX::SensorModuleStaticCaps* pStaticCaps,
-                         CSLSensorCapability* pSensorCapability,
+CamxResult GetStaticCaps(void* pThis, CamX::SensorModuleStaticCaps* pStaticCaps, CSLSensorCapability* pSensorCapability,
                          CamX::TuningDataManager* pTuningManager, unsigned int cameraId);
 
 }  // namespace sim::hal

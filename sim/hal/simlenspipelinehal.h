@@ -5,14 +5,14 @@
 // test can check what the HAL saw after a proxy ran.
 #pragma once
 
-#include <hardware/sensors.h>
-#include <system/camera_metadata.h>
-
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include <hardware/sensors.h>
+#include <system/camera_metadata.h>
 
 #include "sim/hal/simhal.h"
 
@@ -102,8 +102,8 @@ void ActuatorData(void* pThis, CamX::ActuatorDriverData* pActuatorDriverData);
 CamxResult OISRegisterProvider(void* pThis, void* pUnusedArg, const CamX::NCSProviderCap* pProviderCap);
 CamxResult OISCreateI2CInfoCmd(void* pThis, CSLOISI2CInfo* pI2CInfo, int parameter);
 CamxResult ReadLensPositionData(void* pThis);
-CamxResult FormatLensPositionData(void* pThis, CamX::OISLensPositionData* pLensPositionData,
-                                  unsigned char* pBuffer, unsigned long bufferSize);
+CamxResult FormatLensPositionData(void* pThis, CamX::OISLensPositionData* pLensPositionData, unsigned char* pBuffer,
+                                  unsigned long bufferSize);
 CamxResult PostGyroData(void* pThis, CamX::NCSSensorType type, std::vector<sensors_event_t*>& samples);
 void CSLMessageHandler(void* pUserData, CSLMessage* pMessage);
 CamxResult ProcessCaptureRequest(void* pThis, CamX::Camera3CaptureRequest* pRequest);
@@ -119,7 +119,7 @@ GyroBatchSeen LastGyroBatchSeen();
 struct CSLMessageSeen {
   const void* userData;
   const void* message;
-  uint32_t type;      // 0 when the message pointer was null
+  uint32_t type;  // 0 when the message pointer was null
   uint32_t errorCode;
   uint32_t errorWord;
 };

@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "sim/platform/simdevice.h"
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
+#include "sim/platform/simdevice.h"
 #include "sim/platform/simlog.h"
 #include "sim/platform/simproperties.h"
 #include "sim/platform/simshadowhook.h"

@@ -1,9 +1,9 @@
 // libcamera_metadata stand-in: a small tag store with Android's entry record.
-#include "sim/platform/simmetadata.h"
-
 #include <cerrno>
 #include <cstring>
 #include <map>
+
+#include "sim/platform/simmetadata.h"
 
 struct camera_metadata {
   struct Entry {
@@ -14,8 +14,7 @@ struct camera_metadata {
   std::map<uint32_t, Entry> entries;
 };
 
-extern "C" int find_camera_metadata_entry(camera_metadata_t* src, uint32_t tag,
-                                          camera_metadata_entry_t* entry) {
+extern "C" int find_camera_metadata_entry(camera_metadata_t* src, uint32_t tag, camera_metadata_entry_t* entry) {
   if (src == nullptr) return -EINVAL;
   auto it = src->entries.find(tag);
   if (it == src->entries.end()) return -ENOENT;

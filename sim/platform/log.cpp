@@ -1,5 +1,4 @@
 // liblog stand-in: __android_log_print with Android's 1024-byte line limit.
-#include <android/log.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -7,6 +6,8 @@
 #include <cstdio>
 #include <ctime>
 #include <mutex>
+
+#include <android/log.h>
 
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simlog.h"
@@ -75,8 +76,8 @@ std::string FormatLogcat(const LogLine& line) {
   std::strftime(stamp, sizeof(stamp), "%m-%d %H:%M:%S", &local);
   char out[1200];
   std::snprintf(out, sizeof(out), "%s.%03ld %5d %5ld %c %s: %s", stamp, now.tv_nsec / 1000000,
-                static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
-                PriorityLetter(line.priority), line.tag.c_str(), line.text.c_str());
+                static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)), PriorityLetter(line.priority),
+                line.tag.c_str(), line.text.c_str());
   return out;
 }
 

@@ -1,11 +1,11 @@
 // libcutils stand-in: an in-memory, thread-safe property store with Android's
 // semantics for property_get, property_get_int32 and property_set.
-#include <cutils/properties.h>
-
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
 #include <mutex>
+
+#include <cutils/properties.h>
 
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simproperties.h"
@@ -54,8 +54,8 @@ int32_t property_get_int32(const char* key, int32_t default_value) {
   char* end = nullptr;
   const intmax_t parsed = strtoimax(buffer, &end, 0);
   int32_t result = static_cast<int32_t>(parsed);
-  if (((parsed == INTMAX_MIN || parsed == INTMAX_MAX) && errno == ERANGE) || parsed < INT32_MIN ||
-      parsed > INT32_MAX || end == buffer) {
+  if (((parsed == INTMAX_MIN || parsed == INTMAX_MAX) && errno == ERANGE) || parsed < INT32_MIN || parsed > INT32_MAX ||
+      end == buffer) {
     result = default_value;
   }
   errno = savedErrno;

@@ -1,10 +1,10 @@
 // libshadowhook stand-in: answers the three calls a proxy makes from a registry
 // that the test or simulator fills in the installer's place.
-#include <shadowhook.h>
-
 #include <cstdio>
 #include <map>
 #include <mutex>
+
+#include <shadowhook.h>
 
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simshadowhook.h"

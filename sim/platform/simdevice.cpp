@@ -79,8 +79,7 @@ std::atomic<bool> g_anySysfsFd{false};
 long RawOpen(const char* path, int flags, mode_t mode) { return syscall(SYS_openat, AT_FDCWD, path, flags, mode); }
 
 bool IsDevicePath(const char* path) {
-  return path != nullptr && (std::strncmp(path, "/vendor/", 8) == 0 ||
-                             std::strncmp(path, "/odm/", 5) == 0 ||
+  return path != nullptr && (std::strncmp(path, "/vendor/", 8) == 0 || std::strncmp(path, "/odm/", 5) == 0 ||
                              std::strncmp(path, "/sys/", 5) == 0);
 }
 

@@ -1,10 +1,10 @@
 // Builders for the simulated camera metadata (libcamera_metadata.so).
 #pragma once
 
-#include <system/camera_metadata.h>
-
 #include <cstdint>
 #include <vector>
+
+#include <system/camera_metadata.h>
 
 namespace sim {
 

@@ -35,7 +35,6 @@ std::string Shown(const Value* value, FieldKind kind) {
   return kind == FieldKind::kAddress ? Hex(json.get<uint64_t>()) + " (" + json.dump() + ")" : json.dump();
 }
 
-
 Json ToJson(const KernelExpect& expect) {
   Json values = Json::object();
   for (const auto& [index, value] : expect.values) values[std::to_string(index)] = value;

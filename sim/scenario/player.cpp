@@ -2,10 +2,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "sim/harness/harness.h"
-#include "sim/scenario/scenario.h"
-#include "sim/platform/simproperties.h"
 #include "sim/hal/simsensorhal.h"
+#include "sim/harness/harness.h"
+#include "sim/platform/simproperties.h"
+#include "sim/scenario/scenario.h"
 
 namespace sim::scenario {
 namespace {

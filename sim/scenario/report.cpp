@@ -205,9 +205,7 @@ Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResul
   Json& final = report["final"] = {{"properties", total.properties}};
   final["kernelParameter"] = total.kernelParameter ? Json(*total.kernelParameter) : Json();
   final["kernelWrites"] = Each(total.kernelWrites, [](const sim::SysfsWrite& write) {
-    return Json{{"text", KernelText(write)},
-                {"bytes", write.bytes.size()},
-                {"result", write.result}};
+    return Json{{"text", KernelText(write)}, {"bytes", write.bytes.size()}, {"result", write.result}};
   });
   final["notifications"] = Each(total.notifications, [](const auto& notification) {
     return Json{{"hookName", notification.hookName}, {"value", notification.value}};

@@ -170,10 +170,9 @@ std::map<std::string, std::optional<std::string>> Properties(const Node& node) {
   std::map<std::string, std::optional<std::string>> properties;
   for (const auto& [key, value] : node.Members("an object of property names and values")) {
     if (key.empty()) value.Fail("a property name cannot be empty");
-    properties[key] = value.IsNull() ? std::nullopt
-                      : value.value().is_number_integer()
-                          ? std::optional(value.value().dump())
-                          : std::optional(value.String("a property value (a string)"));
+    properties[key] = value.IsNull()                      ? std::nullopt
+                      : value.value().is_number_integer() ? std::optional(value.value().dump())
+                                                          : std::optional(value.String("a property value (a string)"));
   }
   return properties;
 }
@@ -206,8 +205,8 @@ CoreSetup Core(const Node& node) {
   CoreSetup core;
   if (node.Has("present")) core.present = node.At("present").Bool();
   for (const auto& [key, value] : node.MembersOf("switches", "an object of switch kinds and true/false")) {
-    core.switches[static_cast<int32_t>(Index(key, kInt32Min, kInt32Max, value,
-                                             "a switch kind is a number such as \"2\", got \"" + key + "\""))] =
+    core.switches[static_cast<int32_t>(
+        Index(key, kInt32Min, kInt32Max, value, "a switch kind is a number such as \"2\", got \"" + key + "\""))] =
         value.Bool();
   }
   for (const auto& [key, value] : node.MembersOf("hookArguments", "an object of hook names and argument lists")) {
@@ -249,9 +248,8 @@ KernelExpect KernelExpectation(const Node& value) {
   if (value.value().is_string()) return {true, value.String(), {}};
   KernelExpect expect;
   for (const auto& [index, number] : value.Members("the parameter text, an object of index and value, or null")) {
-    expect.values[static_cast<size_t>(
-        Index(index, 0, 63, number, "an index is from \"0\" to \"63\", got \"" + index + "\""))] =
-        number.Any64("a number");
+    expect.values[static_cast<size_t>(Index(
+        index, 0, 63, number, "an index is from \"0\" to \"63\", got \"" + index + "\""))] = number.Any64("a number");
   }
   return expect;
 }
@@ -347,9 +345,9 @@ Expectations Expect(const Node& node, const Step* step) {
     if (key == "callbacks") {
       auto& callbacks = e.callbacks.emplace();
       for (const Node& item : value.Items("an array of protection callbacks")) {
-        callbacks.push_back(Record(
-            item, {{"arg0", word}, {"arg1", word}, {"errorCode", code}, {"name", kText}, {"messageType", kText}},
-            "a callback"));
+        callbacks.push_back(
+            Record(item, {{"arg0", word}, {"arg1", word}, {"errorCode", code}, {"name", kText}, {"messageType", kText}},
+                   "a callback"));
       }
     }
     if (key == "messageCenterRequests") {

@@ -8,16 +8,17 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
-#include "sim/harness/catalogue.h"
-#include "sim/platform/simdevice.h"
+#include <nlohmann/json.hpp>
+
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
+#include "sim/harness/catalogue.h"
+#include "sim/platform/simdevice.h"
 #include "sim/platform/simlog.h"
 
 namespace sim::scenario {

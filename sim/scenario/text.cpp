@@ -87,14 +87,17 @@ std::string Describe(const sim::framework::CoreCallback& callback) {
 }
 
 Json ToJson(const sim::framework::CoreCallback& c) {
-  return {{"arg0", c.arg0}, {"arg1", c.arg1}, {"errorCode", c.errorCode}, {"name", c.name}, {"messageType", c.messageType}};
+  return {
+      {"arg0", c.arg0}, {"arg1", c.arg1}, {"errorCode", c.errorCode}, {"name", c.name}, {"messageType", c.messageType}};
 }
 
 Json ToJson(const sim::framework::MessageCenterRequest& request) {
   Json data = Json::object();
   for (const auto& [key, value] : request.data) {
-    data[key] = value.type == 3 ? Json(value.text) : value.type == 1 ? Json(value.int64Value)
-                : value.type == 0 ? Json(value.intValue) : Json();
+    data[key] = value.type == 3   ? Json(value.text)
+                : value.type == 1 ? Json(value.int64Value)
+                : value.type == 0 ? Json(value.intValue)
+                                  : Json();
   }
   return {{"name", request.name}, {"data", data}};
 }
@@ -185,8 +188,8 @@ Explanation ExplainKernelParameter(const std::string& raw) {
   const size_t before = explanation.lines.size();
   values.resize(CamX::kProbeResultTableSize, 0);  // entries beyond a short table read as 0
   const auto entry = [&values](size_t block, uint32_t camera, const std::string& what) {
-    return " " + what + "[" + std::to_string(block + camera) + "]=" +
-           std::to_string(CamX::BlockEntry(values, block, camera));
+    return " " + what + "[" + std::to_string(block + camera) +
+           "]=" + std::to_string(CamX::BlockEntry(values, block, camera));
   };
   for (uint32_t camera = 0; camera < CamX::kProbeResultBlockSize; ++camera) {
     const int64_t control = CamX::BlockEntry(values, CamX::kApplyControlBlock, camera);

@@ -11,7 +11,6 @@
 // a wrong command line).
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -19,6 +18,8 @@
 #include <iostream>
 #include <string>
 #include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "sim/harness/harness.h"
 #include "sim/scenario/report.h"
@@ -188,8 +189,8 @@ int main(int argc, char** argv) {
   checkOptions.check = true;
   std::vector<std::string> runFiles, checkFiles;
   // The files and options run and check share.
-  const auto playing = [&app](const char* name, const char* what, std::vector<std::string>* files,
-                              RunOptions* options, const char* filesHelp, const char* quietHelp) {
+  const auto playing = [&app](const char* name, const char* what, std::vector<std::string>* files, RunOptions* options,
+                              const char* filesHelp, const char* quietHelp) {
     CLI::App* command = app.add_subcommand(name, what);
     command->add_option("FILE", *files, filesHelp)->required();
     command->add_option("--json", options->jsonPath, "Write a machine-readable report to this file");
@@ -198,9 +199,9 @@ int main(int argc, char** argv) {
         ->check(CLI::IsMember({"auto", "on", "off"}));
     return command;
   };
-  CLI::App* run = playing("run", "Play scenario files and show what the library did, step by step", &runFiles,
-                          &runOptions, "Scenario files (JSON; see sim/scenarios/README.md)",
-                          "Print no timeline (with --json)");
+  CLI::App* run =
+      playing("run", "Play scenario files and show what the library did, step by step", &runFiles, &runOptions,
+              "Scenario files (JSON; see sim/scenarios/README.md)", "Print no timeline (with --json)");
   run->add_flag("--logcat", runOptions.logcat, "Print the library's log lines in logcat's format");
   run->add_flag("-v,--verbose", runOptions.verbose,
                 "Show every log line in the timeline, not only warnings and errors");

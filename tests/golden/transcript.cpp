@@ -9,9 +9,10 @@
 // from run to run, are masked.
 #include <fstream>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
+
+#include <nlohmann/json.hpp>
 
 namespace {
 

@@ -19,8 +19,6 @@
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdarg>
@@ -28,10 +26,13 @@
 #include <cstring>
 #include <string>
 
-#include "sim/harness/harness.h"
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
 #include "sim/hal/simlenspipelinehal.h"
+#include "sim/harness/harness.h"
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -293,8 +294,8 @@ TEST_F(HotPathTest, CountersSeeTheLibrarysOwnAllocationsAndAccesses) {
 #ifndef REMEDIUM_SANITIZED_HEAP
   EXPECT_THAT(firstUse.hookLocks, Ge(1));  // the core is loaded under the client's lock
 #endif
-  auto* registerProvider = library_->Proxy<CamxResult(void*, void*, const CamX::NCSProviderCap*)>(
-      "OISRegisterProviderHook");
+  auto* registerProvider =
+      library_->Proxy<CamxResult(void*, void*, const CamX::NCSProviderCap*)>("OISRegisterProviderHook");
   ASSERT_NE(registerProvider, nullptr);
   EXPECT_THAT(Measure([&] { registerProvider(nullptr, nullptr, nullptr); }).propertyCalls, Ge(1));
 #ifndef REMEDIUM_SANITIZED_HEAP

@@ -3,8 +3,6 @@
 // looks it up, and hook/exports.map (the linker's list) names the same set.
 #include <cxxabi.h>
 #include <elf.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +13,9 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "sim/harness/harness.h"
 

@@ -2,10 +2,11 @@
 // what the bundled scenarios cannot show: the abort comes before the HAL sees
 // the request, request metadata the scenarios cannot build passes unchanged,
 // and the CSL conversion overwrites only the low half of the frame value.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "sim/hal/simlenspipelinehal.h"
 #include "sim/platform/simshadowhook.h"

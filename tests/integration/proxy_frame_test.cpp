@@ -6,15 +6,15 @@
 // it before calling. On arm64 built with branch protection the proxy signs
 // its return address on entry; the address popped must be the plain one,
 // with the authentication bits stripped.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <cstring>
 #include <vector>
 
-#include "sim/platform/simdevice.h"
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "sim/hal/simlenspipelinehal.h"
+#include "sim/platform/simdevice.h"
 #include "sim/platform/simshadowhook.h"
 #include "tests/support/camera_process.h"
 
@@ -25,7 +25,7 @@ extern "C" __attribute__((visibility("hidden"), used)) void* g_callSiteReturn = 
 // instruction after its call, then calls proxy(a0, a1, a2, a3, a4) and returns
 // what the proxy returned. A proxy with fewer parameters ignores the rest.
 extern "C" uint64_t RecordingCallSite(const void* a0, const void* a1, const void* a2, const void* a3, uint64_t a4,
-                                const void* proxy);
+                                      const void* proxy);
 extern "C" char RecordingCallSiteEnd[];
 
 #if defined(__x86_64__)
@@ -163,8 +163,8 @@ TEST_F(ProxyFrameTest, OtherModesNeverPop) {
   for (int mode : {1, 2, -1}) {
     sim::SetHookMode(mode);
     hal::ScriptResults("GetStaticCaps", {-3});
-    EXPECT_EQ(static_cast<int32_t>(RecordingCallSite(nullptr, caps.get(), nullptr, nullptr, 1,
-                                                     Proxy<void>("GetStaticCapsHook"))),
+    EXPECT_EQ(static_cast<int32_t>(
+                  RecordingCallSite(nullptr, caps.get(), nullptr, nullptr, 1, Proxy<void>("GetStaticCapsHook"))),
               -3)
         << mode;
   }

@@ -2,12 +2,13 @@
 // scenarios cannot show: a retry budget of one, the EEPROM name read through
 // the HAL's own pointer chain, and the stop on a camera id beyond the slot
 // table.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdio>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "sim/platform/simshadowhook.h"
 #include "tests/support/fresh_process.h"
@@ -81,8 +82,8 @@ TEST_F(BringUpDeathTest, CameraIdBeyondTheSlotTableTrapsTheProcess) {
   EXPECT_EXIT(RunNodeHook("LoadSensorConfigCmdsHook", node), test::KilledByTrap(), "");
   EXPECT_EXIT(RunNodeHook("LoadSensorInitConfigCmdHook", node), test::KilledByTrap(), "HAL entered");
   const auto submit = [&](uint32_t opcode) {
-    return Proxy<test::SubmitFn>("SensorCreateAndSubmitCommandHook")(
-        node.get(), 1, CamX::I2CRegSettingType{2}, CSLPacketOpcodesSensor{opcode}, 3, 4, nullptr);
+    return Proxy<test::SubmitFn>("SensorCreateAndSubmitCommandHook")(node.get(), 1, CamX::I2CRegSettingType{2},
+                                                                     CSLPacketOpcodesSensor{opcode}, 3, 4, nullptr);
   };
   EXPECT_EXIT(
       {

@@ -1,13 +1,14 @@
 // Scenario files as their authors get them wrong: every problem names the
 // file, the place inside it and what was expected, and no input crashes the
 // loader.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "sim/scenario/scenario.h"
 

@@ -1,12 +1,12 @@
 // Playing scenarios on the simulated phone with the built library, and
 // comparing with their expectations: a mismatch is reported where it happened,
 // with what was expected and what the library did.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <regex>
 #include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"

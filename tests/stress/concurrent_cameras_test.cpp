@@ -19,9 +19,6 @@
 // exactly once per call, and every HAL function that a proxy always calls was
 // called once per call.
 #include <dlfcn.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <shadowhook.h>
 
 #include <array>
 #include <atomic>
@@ -34,14 +31,18 @@
 #include <type_traits>
 #include <vector>
 
-#include "sim/harness/harness.h"
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <shadowhook.h>
+
 #include "hook/src/hook.h"
-#include "sim/platform/simdevice.h"
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
 #include "sim/hal/simlenspipelinehal.h"
-#include "sim/platform/simproperties.h"
 #include "sim/hal/simsensorhal.h"
+#include "sim/harness/harness.h"
+#include "sim/platform/simdevice.h"
+#include "sim/platform/simproperties.h"
 #include "sim/platform/simshadowhook.h"
 
 // ---------------------------------------------------------------------------
@@ -83,17 +84,19 @@ Fn* Next(const char* name) {
 }
 
 // The 19 proxies, each named after the HAL function it is installed over.
-#define REMEDIUM_PROXIES(X)                                                                                  \
-  X(GetStaticCaps) X(SensorProbe) X(InitializeSensorDevice) X(LoadSensorInitConfigCmd) X(LoadSensorConfigCmds) \
-  X(SensorCreateAndSubmitCommand) X(CreateI2CInfoCmd) X(EEPROMDataProbe) X(ProbeEEPROM) X(ReadEEPROMDevice)     \
-  X(EEPROMVerifyChecksum) X(ActuatorData) X(OISRegisterProvider) X(OISCreateI2CInfoCmd) X(ReadLensPositionData) \
-  X(FormatLensPositionData) X(PostGyroData) X(CSLMessageHandler) X(ProcessCaptureRequest)
+#define REMEDIUM_PROXIES(X)                                                                                     \
+  X(GetStaticCaps)                                                                                              \
+  X(SensorProbe) X(InitializeSensorDevice) X(LoadSensorInitConfigCmd) X(LoadSensorConfigCmds)                   \
+      X(SensorCreateAndSubmitCommand) X(CreateI2CInfoCmd) X(EEPROMDataProbe) X(ProbeEEPROM) X(ReadEEPROMDevice) \
+          X(EEPROMVerifyChecksum) X(ActuatorData) X(OISRegisterProvider) X(OISCreateI2CInfoCmd)                 \
+              X(ReadLensPositionData) X(FormatLensPositionData) X(PostGyroData) X(CSLMessageHandler)            \
+                  X(ProcessCaptureRequest)
 
 enum HalFunction {
 #define REMEDIUM_ENUM(name) k##name,
   REMEDIUM_PROXIES(REMEDIUM_ENUM)
 #undef REMEDIUM_ENUM
-  kHalFunctions
+      kHalFunctions
 };
 
 // Per-thread counts, summed after the threads have joined.
@@ -119,10 +122,10 @@ std::map<void*, void*> g_previous;
 }  // namespace
 
 // A call into the simulated platform, hidden from ThreadSanitizer.
-#define REMEDIUM_HIDDEN_SHIM(result, name, mangled, params, args)      \
-  result name params {                                                \
-    [[maybe_unused]] HiddenFromTsan hidden;                           \
-    return Next<result params>(mangled) args;                         \
+#define REMEDIUM_HIDDEN_SHIM(result, name, mangled, params, args) \
+  result name params {                                            \
+    [[maybe_unused]] HiddenFromTsan hidden;                       \
+    return Next<result params>(mangled) args;                     \
   }
 
 // Exported from this program, so that the hook library binds to them.
@@ -146,19 +149,23 @@ REMEDIUM_HIDDEN_SHIM(int, property_set, "property_set", (const char* key, const 
 // The framework fakes' entry points, which the core and message-centre
 // libraries call.
 namespace sim::framework::shim {
-REMEDIUM_HIDDEN_SHIM(bool, MessageCenterSend, "_ZN3sim9framework4shim17MessageCenterSendERKNS0_20MessageCenterRequestEPNS0_18MessageCenterReplyE",
-                     (const MessageCenterRequest& request, MessageCenterReply* reply), (request, reply))
+REMEDIUM_HIDDEN_SHIM(
+    bool, MessageCenterSend,
+    "_ZN3sim9framework4shim17MessageCenterSendERKNS0_20MessageCenterRequestEPNS0_18MessageCenterReplyE",
+    (const MessageCenterRequest& request, MessageCenterReply* reply), (request, reply))
 REMEDIUM_HIDDEN_SHIM(bool, IsSwitchOpened, "_ZN3sim9framework4shim14IsSwitchOpenedEi", (int32_t kind), (kind))
 REMEDIUM_HIDDEN_SHIM(void, ProtectionCallback, "_ZN3sim9framework4shim18ProtectionCallbackERKNS0_12CoreCallbackE",
                      (const CoreCallback& callback), (callback))
-REMEDIUM_HIDDEN_SHIM(std::vector<std::string>, GetHookArguments,
-                     "_ZN3sim9framework4shim16GetHookArgumentsERKNSt3__112basic_stringIcNS2_11char_traitsIcEENS2_9allocatorIcEEEE",
-                     (const std::string& hookName), (hookName))
+REMEDIUM_HIDDEN_SHIM(
+    std::vector<std::string>, GetHookArguments,
+    "_ZN3sim9framework4shim16GetHookArgumentsERKNSt3__112basic_stringIcNS2_11char_traitsIcEENS2_9allocatorIcEEEE",
+    (const std::string& hookName), (hookName))
 REMEDIUM_HIDDEN_SHIM(void, NotifyHookMessage, "_ZN3sim9framework4shim17NotifyHookMessageERKNS0_16CoreNotificationE",
                      (const CoreNotification& notification), (notification))
-REMEDIUM_HIDDEN_SHIM(void, RecordProbeMessage,
-                     "_ZN3sim9framework4shim18RecordProbeMessageERKNSt3__112basic_stringIcNS2_11char_traitsIcEENS2_9allocatorIcEEEEb",
-                     (const std::string& name, bool result), (name, result))
+REMEDIUM_HIDDEN_SHIM(
+    void, RecordProbeMessage,
+    "_ZN3sim9framework4shim18RecordProbeMessageERKNSt3__112basic_stringIcNS2_11char_traitsIcEENS2_9allocatorIcEEEEb",
+    (const std::string& name, bool result), (name, result))
 #undef REMEDIUM_HIDDEN_SHIM
 }  // namespace sim::framework::shim
 
@@ -211,9 +218,9 @@ class StressTest : public ::testing::Test {
     library_ = phone_.StartCameraProcess(&error);
     ASSERT_NE(library_, nullptr) << error;
     // What the core's installer does: each proxy replaces its HAL function.
-#define REMEDIUM_INSTALL(name)                                                                         \
-  proxies_.name = library_->Proxy<std::remove_pointer_t<decltype(proxies_.name)>>(#name "Hook");       \
-  ASSERT_NE(proxies_.name, nullptr) << #name;                                                           \
+#define REMEDIUM_INSTALL(name)                                                                   \
+  proxies_.name = library_->Proxy<std::remove_pointer_t<decltype(proxies_.name)>>(#name "Hook"); \
+  ASSERT_NE(proxies_.name, nullptr) << #name;                                                    \
   g_previous[reinterpret_cast<void*>(proxies_.name)] = QuietHal<k##name>(proxies_.name);
     REMEDIUM_PROXIES(REMEDIUM_INSTALL)
 #undef REMEDIUM_INSTALL
@@ -251,15 +258,15 @@ class StressTest : public ::testing::Test {
 
     start.arrive_and_wait();
     for (int round = 0; round < rounds; ++round) {
-      Check(proxies_.GetStaticCaps(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()),
-                                               nullptr, nullptr, cameraId) == 0);
+      Check(proxies_.GetStaticCaps(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()), nullptr, nullptr,
+                                   cameraId) == 0);
       proxies_.SensorProbe(probe.get(), nullptr, nullptr);
       Check(proxies_.InitializeSensorDevice(node.get()) == 0);
       Check(proxies_.LoadSensorInitConfigCmd(node.get()) == 0);
       Check(proxies_.LoadSensorConfigCmds(node.get()) == 0);
       const auto opcode = static_cast<CSLPacketOpcodesSensor>(round % 2 == 0 ? 2 : 4);
-      Check(proxies_.SensorCreateAndSubmitCommand(node.get(), 0, CamX::I2CRegSettingType{}, opcode, 0, 0,
-                                                              nullptr) == 0);
+      Check(proxies_.SensorCreateAndSubmitCommand(node.get(), 0, CamX::I2CRegSettingType{}, opcode, 0, 0, nullptr) ==
+            0);
       proxies_.CreateI2CInfoCmd(nullptr, sensorI2C.get(), 0);
       proxies_.EEPROMDataProbe(eeprom.get());
       proxies_.ProbeEEPROM(nullptr, eepromInfo.get(), nullptr);

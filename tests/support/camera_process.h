@@ -2,12 +2,12 @@
 // hook library loaded and its proxies installed over the simulated HAL.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <string>
 
-#include "sim/harness/harness.h"
+#include <gtest/gtest.h>
+
 #include "sim/framework/simframework.h"
+#include "sim/harness/harness.h"
 
 namespace test {
 

@@ -4,7 +4,6 @@
 // check, by exec'ing its own command line again; the kernel cannot exec an
 // aarch64 program here, so the child is started through the emulator, with
 // the same options the parent was started with.
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <cstdio>
@@ -12,6 +11,8 @@
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #ifndef REMEDIUM_TEST_EMULATOR
 #error "REMEDIUM_TEST_EMULATOR must name the emulator command, its parts separated by '|'"

@@ -4,25 +4,26 @@
 // start unbuilt, as in a newly started camera process.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
 
+#include <gtest/gtest.h>
+
 #include "sim/harness/harness.h"
 
-#define EXPECT_IN_FRESH_PROCESS(body)                                      \
-  do {                                                                     \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");                       \
-    EXPECT_EXIT(                                                           \
-        {                                                                  \
+#define EXPECT_IN_FRESH_PROCESS(body)                                         \
+  do {                                                                        \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");                           \
+    EXPECT_EXIT(                                                              \
+        {                                                                     \
           dup2(STDERR_FILENO, STDOUT_FILENO); /* failures reach the parent */ \
-          (body)();                                                        \
-          std::fflush(nullptr);                                            \
-          _exit(::testing::Test::HasFailure() ? 1 : 0);                    \
-        },                                                                 \
-        ::testing::ExitedWithCode(0), "");                                 \
+          (body)();                                                           \
+          std::fflush(nullptr);                                               \
+          _exit(::testing::Test::HasFailure() ? 1 : 0);                       \
+        },                                                                    \
+        ::testing::ExitedWithCode(0), "");                                    \
   } while (0)
 
 namespace test {

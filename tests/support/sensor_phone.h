@@ -4,18 +4,18 @@
 // bring-up proxies, and the records a HAL engineer reads afterwards.
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "sim/hal/simsensorhal.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simproperties.h"
-#include "sim/hal/simsensorhal.h"
 #include "tests/support/camera_process.h"
 #include "tests/support/log_matchers.h"
 
@@ -64,7 +64,7 @@ class SensorPhoneTest : public CameraProcessTest {
   void MapCameraToSlot(unsigned int cameraId, uint32_t slotId) {
     sim::hal::Object caps = sim::hal::MakeStaticCaps(slotId);
     Proxy<GetStaticCapsFn>("GetStaticCapsHook")(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()),
-                                                 nullptr, nullptr, cameraId);
+                                                nullptr, nullptr, cameraId);
   }
   CamxResult RunNodeHook(const char* hook, sim::hal::SensorNodeObject& node) {
     return Proxy<ObjectHookFn>(hook)(node.get());

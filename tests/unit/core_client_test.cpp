@@ -1,11 +1,10 @@
 // RemediumClient over the fake framework core: absent, appearing later,
 // present without a usable instance, and broken. What a present core receives
 // from each hook is pinned by the golden transcripts.
-#include "client/interface/remediumclient.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "client/interface/remediumclient.h"
 #include "sim/framework/simframework.h"
 #include "sim/platform/simlog.h"
 #include "tests/support/fresh_process.h"

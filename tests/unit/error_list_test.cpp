@@ -1,8 +1,8 @@
 // CamX::SetErrorFrameworkId: the list of cameras in error in its property.
 #include <gtest/gtest.h>
 
-#include "sim/harness/harness.h"
 #include "hook/src/hook.h"
+#include "sim/harness/harness.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simproperties.h"
 

@@ -2,11 +2,10 @@
 // its transitions, its tolerance of malformed values, its module gate and
 // its log lines. The module configuration and the log level are built once
 // per process, so every case runs in a fresh process.
-#include "core/model/monitor/interface/imagesensorstate.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "core/model/monitor/interface/imagesensorstate.h"
 #include "sim/harness/harness.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simproperties.h"

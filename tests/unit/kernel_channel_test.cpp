@@ -1,13 +1,13 @@
 // The kernel probe-result channel over the simulated module parameter file.
-#include "hook/src/kernelchannel.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <climits>
 #include <filesystem>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "hook/src/kernelchannel.h"
 #include "hook/src/settings.h"
 #include "sim/platform/simdevice.h"
 #include "tests/support/fresh_process.h"
@@ -97,11 +97,12 @@ TEST_F(KernelChannelTest, OpenFailureIsLoggedEmptyOrUnreadableFileIsNot) {
   EXPECT_THAT(CamX::SetSensorProbeResult(0, 0), IsEmpty());
   EXPECT_THAT(CamX::ReadSensorProbeResult(0), IsEmpty());
   CamX::ResetSensorProbeResult(0);
-  const std::string failure = "Failed to open /sys/module/camera/parameters/sensor_apply_settings_control: "
-                              "errnoStr: No such file or directory";
-  EXPECT_THAT(test::LogTexts(), ElementsAre(EndsWith("SetSensorProbeResult() " + failure),
-                                            EndsWith("ReadSensorProbeResult() " + failure),
-                                            EndsWith("ResetSensorProbeResult() " + failure)));
+  const std::string failure =
+      "Failed to open /sys/module/camera/parameters/sensor_apply_settings_control: "
+      "errnoStr: No such file or directory";
+  EXPECT_THAT(test::LogTexts(),
+              ElementsAre(EndsWith("SetSensorProbeResult() " + failure), EndsWith("ReadSensorProbeResult() " + failure),
+                          EndsWith("ResetSensorProbeResult() " + failure)));
   sim::ClearLog();
   sim::WriteDeviceFile(kPath, "");
   EXPECT_THAT(CamX::SetSensorProbeResult(0, 0), IsEmpty());

@@ -1,13 +1,12 @@
 // RemediumLog: the level gate (read once per process), the prefix and the
 // 1024-byte line.
-#include "client/interface/remediumlog.h"
+#include <optional>
+#include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <optional>
-#include <string>
-
+#include "client/interface/remediumlog.h"
 #include "sim/platform/simproperties.h"
 #include "tests/support/fresh_process.h"
 #include "tests/support/log_matchers.h"

@@ -2,13 +2,12 @@
 // answering requests. A centre that is absent or installed later is shown by
 // the framework_absent scenario; one loaded from several camera threads at
 // once, by the stress test under ThreadSanitizer.
-#include "client/interface/messagecenterclient.h"
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <vector>
-
+#include "client/interface/messagecenterclient.h"
 #include "sim/framework/simframework.h"
 #include "sim/platform/simlog.h"
 #include "tests/support/fresh_process.h"

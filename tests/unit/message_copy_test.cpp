@@ -1,7 +1,7 @@
 // Message and MessageData: the copy rules the message centre relies on.
-#include <gtest/gtest.h>
-
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "client/interface/message.h"
 

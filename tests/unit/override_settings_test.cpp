@@ -1,12 +1,11 @@
 // The override-settings reader, the number-list texts and the recovery
 // settings copied into properties.
-#include "hook/src/settings.h"
+#include <climits>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <climits>
-
+#include "hook/src/settings.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simproperties.h"
 #include "tests/support/fresh_process.h"
@@ -23,8 +22,12 @@ using OverrideSettingsTest = test::PhoneTest;
 TEST_F(OverrideSettingsTest, ReadsLinesLiterallyAndLastLineWins) {
   sim::WriteDeviceFile("/odm/etc/camera/camxoverridesettings.txt",
                        "a=1\na=2\nkey\nkey=\nkey==v\n\n=empty\n#c=x\n k = v \nwin=1\r\nSensorModuleRetryTimes=3");
-  const CamX::SettingsMap expected = {{"a", "2"},     {"key", "=v"},   {"", "empty"},
-                                      {"#c", "x"},    {" k ", " v "}, {"win", "1\r"},
+  const CamX::SettingsMap expected = {{"a", "2"},
+                                      {"key", "=v"},
+                                      {"", "empty"},
+                                      {"#c", "x"},
+                                      {" k ", " v "},
+                                      {"win", "1\r"},
                                       {"SensorModuleRetryTimes", "3"}};
   EXPECT_EQ(CamX::ParseConfigFile(CamX::kOverrideSettingsPath), expected);
 }

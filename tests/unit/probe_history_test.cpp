@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/fresh_process.h"
 #include "hook/src/eepromretry.h"
 #include "hook/src/globals.h"
 #include "hook/src/probeinfo.h"
+#include "tests/support/fresh_process.h"
 #include "tests/support/log_matchers.h"
 
 namespace {
@@ -18,9 +18,8 @@ CamX::ProbeInfo SensorHistory(const std::string& name) {
   return CamX::probeInfoMap.With([&](CamX::ProbeInfoMap& map) { return map.at(name); });
 }
 void SetEepromHistory(const std::string& name, std::vector<int64_t> results) {
-  CamX::eepromProbeInfoMap.With([&](CamX::ProbeInfoMap& map) {
-    map[name] = CamX::ProbeInfo{static_cast<uint32_t>(results.size()), results, 0};
-  });
+  CamX::eepromProbeInfoMap.With(
+      [&](CamX::ProbeInfoMap& map) { map[name] = CamX::ProbeInfo{static_cast<uint32_t>(results.size()), results, 0}; });
 }
 
 // Every case uses names of its own: the histories live for the process.
@@ -63,7 +62,7 @@ TEST(CameraNameTest, RejectsOnlyEmptyNamesAndNamesWithAllSixWords) {
   EXPECT_FALSE(CamX::CheckIsCameraName("macro_ultra_wide_tele_depth_front"));
   EXPECT_FALSE(CamX::CheckIsCameraName("frontdepthteleXwideultramacro"));
   EXPECT_TRUE(CamX::CheckIsCameraName("s5k3p9sp_front"));
-  EXPECT_TRUE(CamX::CheckIsCameraName("macro_ultra_wide_tele_depth"));         // five of six
+  EXPECT_TRUE(CamX::CheckIsCameraName("macro_ultra_wide_tele_depth"));        // five of six
   EXPECT_TRUE(CamX::CheckIsCameraName("MACRO_ULTRA_WIDE_TELE_DEPTH_FRONT"));  // case-sensitive
 }
 

@@ -1,8 +1,8 @@
 // The slot id in the HAL's static caps, at the byte offset of the HAL build.
 // What the library does with it is shown by the slot_table scenario.
-#include <gtest/gtest.h>
-
 #include <cstring>
+
+#include <gtest/gtest.h>
 
 #include "sim/hal/simhal.h"
 

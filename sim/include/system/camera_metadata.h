@@ -42,8 +42,7 @@ typedef struct camera_metadata_entry {
 } camera_metadata_entry_t;
 
 // Returns 0 and fills `entry` when the tag is present, -ENOENT otherwise.
-int find_camera_metadata_entry(camera_metadata_t* src, uint32_t tag,
-                               camera_metadata_entry_t* entry);
+int find_camera_metadata_entry(camera_metadata_t* src, uint32_t tag, camera_metadata_entry_t* entry);
 
 #ifdef __cplusplus
 }

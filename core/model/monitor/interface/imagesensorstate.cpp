@@ -1,7 +1,5 @@
 #include "core/model/monitor/interface/imagesensorstate.h"
 
-#include <cutils/properties.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -9,6 +7,8 @@
 #include <cstring>
 #include <ctime>
 #include <regex>
+
+#include <cutils/properties.h>
 
 #include "client/interface/logsites.h"
 #include "client/interface/remediumconfig.h"
@@ -62,8 +62,7 @@ int64_t Seconds(const std::ssub_match& digits) { return std::atoll(digits.str().
 
 }  // namespace
 
-void ImageSensorStateHelper::UpdateImageSensorStateProperty(uint32_t cameraId, std::string stage,
-                                                            std::string result) {
+void ImageSensorStateHelper::UpdateImageSensorStateProperty(uint32_t cameraId, std::string stage, std::string result) {
   if (!ModuleOn()) return;
 
   const PropertyName key(cameraId);
@@ -113,7 +112,8 @@ ImageSensorStateSet ImageSensorStateHelper::GetImageSensorState(uint32_t cameraI
   REMEDIUM_LOG(StateGetValue, key.c_str(), value);
 
   ForEachGroup(value, [&](const std::smatch& match) {
-    REMEDIUM_LOG(StateGetMatch, match[0].str().c_str(), match[1].str().c_str(), match[2].str().c_str(), match[3].str().c_str());
+    REMEDIUM_LOG(StateGetMatch, match[0].str().c_str(), match[1].str().c_str(), match[2].str().c_str(),
+                 match[3].str().c_str());
     set.states[match[1].str()] = {match[2].str(), Seconds(match[3])};
   });
   return set;
