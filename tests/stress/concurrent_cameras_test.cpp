@@ -84,13 +84,14 @@ Fn* Next(const char* name) {
 }
 
 // The 19 proxies, each named after the HAL function it is installed over.
-#define REMEDIUM_PROXIES(X)                                                                                     \
-  X(GetStaticCaps)                                                                                              \
-  X(SensorProbe) X(InitializeSensorDevice) X(LoadSensorInitConfigCmd) X(LoadSensorConfigCmds)                   \
-      X(SensorCreateAndSubmitCommand) X(CreateI2CInfoCmd) X(EEPROMDataProbe) X(ProbeEEPROM) X(ReadEEPROMDevice) \
-          X(EEPROMVerifyChecksum) X(ActuatorData) X(OISRegisterProvider) X(OISCreateI2CInfoCmd)                 \
-              X(ReadLensPositionData) X(FormatLensPositionData) X(PostGyroData) X(CSLMessageHandler)            \
-                  X(ProcessCaptureRequest)
+// clang-format off
+#define REMEDIUM_PROXIES(X) \
+  X(GetStaticCaps) X(SensorProbe) X(InitializeSensorDevice) X(LoadSensorInitConfigCmd) \
+  X(LoadSensorConfigCmds) X(SensorCreateAndSubmitCommand) X(CreateI2CInfoCmd) X(EEPROMDataProbe) \
+  X(ProbeEEPROM) X(ReadEEPROMDevice) X(EEPROMVerifyChecksum) X(ActuatorData) X(OISRegisterProvider) \
+  X(OISCreateI2CInfoCmd) X(ReadLensPositionData) X(FormatLensPositionData) X(PostGyroData) \
+  X(CSLMessageHandler) X(ProcessCaptureRequest)
+// clang-format on
 
 enum HalFunction {
 #define REMEDIUM_ENUM(name) k##name,
