@@ -80,7 +80,7 @@ std::vector<long> StringToArray64(const std::string& text, int) {
   std::vector<long> values;
   // Every number but the last takes two characters at least; the kernel
   // table's 64 values are read into one allocation.
-  values.reserve(std::min<size_t>(text.size() / 2 + 1, 64));
+  values.reserve(std::min<size_t>((text.size() / 2) + 1, 64));
   const char* p = text.data();
   const char* const end = p + text.size();
   long value = 0;

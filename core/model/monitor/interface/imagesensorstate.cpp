@@ -84,7 +84,7 @@ void ImageSensorStateHelper::UpdateImageSensorStateProperty(uint32_t cameraId, s
     if (!resultValid) return;
     // The pattern's group 1 is one of the three letters.
     const char letter = *match[1].first;
-    Stage& entry = *std::find_if(states.begin(), states.end(), [letter](const Stage& s) { return s.letter == letter; });
+    Stage& entry = *std::ranges::find(states, letter, &Stage::letter);
     if (match[1] == stage) {
       entry.state = {result, BootSeconds()};
     } else {
