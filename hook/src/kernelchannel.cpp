@@ -27,7 +27,8 @@ static_assert(logsite::TakesOneString(logsite::SetProbeResultOpenFailureFormat) 
               logsite::TakesOneString(logsite::ReadProbeResultOpenFailureFormat) &&
               logsite::TakesOneString(logsite::ReadProbeResultReadTextFormat) &&
               logsite::TakesOneString(logsite::ResetProbeResultOpenFailureFormat) &&
-              logsite::TakesOneString(logsite::ResetProbeResultReadTextFormat));
+              logsite::TakesOneString(logsite::ResetProbeResultReadTextFormat) &&
+              logsite::TakesOneString(logsite::InitResultOpenFailureFormat));
 constexpr ChannelLogSites kSetSites{logsite::kSetProbeResultOpenFailure, logsite::kSetProbeResultReadText};
 constexpr ChannelLogSites kReadSites{logsite::kReadProbeResultOpenFailure, logsite::kReadProbeResultReadText};
 constexpr ChannelLogSites kResetSites{logsite::kResetProbeResultOpenFailure, logsite::kResetProbeResultReadText};
@@ -136,9 +137,7 @@ ProbeResultTable ReadSensorInitResult(uint32_t /*unused*/) {
   const int fd = open(kSensorApplySettingsControlPath, O_RDONLY);
   // Descriptor 0 counts as a failure too and is left open.
   if (fd < 1) {
-    char errorText[100];
-    OsUtils::StrError(errorText, sizeof(errorText), errno);
-    REMEDIUM_LOG(InitResultOpenFailure, errorText);
+    LogOpenFailure(logsite::kInitResultOpenFailure, errno);
     return {};
   }
   const ssize_t count = read(fd, text, sizeof(text) - 1);
