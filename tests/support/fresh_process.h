@@ -13,6 +13,11 @@
 
 #include "sim/harness/harness.h"
 
+// The coverage build's profile writer of this program (weak: null in every
+// other build). _exit skips the writer exit() would run, so a fresh process
+// writes its counters itself before it leaves.
+extern "C" __attribute__((weak)) int __llvm_profile_write_file(void);
+
 #define EXPECT_IN_FRESH_PROCESS(body)                                         \
   do {                                                                        \
     GTEST_FLAG_SET(death_test_style, "threadsafe");                           \
@@ -21,6 +26,7 @@
           dup2(STDERR_FILENO, STDOUT_FILENO); /* failures reach the parent */ \
           (body)();                                                           \
           std::fflush(nullptr);                                               \
+          if (__llvm_profile_write_file != nullptr) __llvm_profile_write_file(); \
           _exit(::testing::Test::HasFailure() ? 1 : 0);                       \
         },                                                                    \
         ::testing::ExitedWithCode(0), "");                                    \
