@@ -18,18 +18,18 @@
 // writes its counters itself before it leaves.
 extern "C" __attribute__((weak)) int __llvm_profile_write_file(void);
 
-#define EXPECT_IN_FRESH_PROCESS(body)                                         \
-  do {                                                                        \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");                           \
-    EXPECT_EXIT(                                                              \
-        {                                                                     \
-          dup2(STDERR_FILENO, STDOUT_FILENO); /* failures reach the parent */ \
-          (body)();                                                           \
-          std::fflush(nullptr);                                               \
+#define EXPECT_IN_FRESH_PROCESS(body)                                            \
+  do {                                                                           \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");                              \
+    EXPECT_EXIT(                                                                 \
+        {                                                                        \
+          dup2(STDERR_FILENO, STDOUT_FILENO); /* failures reach the parent */    \
+          (body)();                                                              \
+          std::fflush(nullptr);                                                  \
           if (__llvm_profile_write_file != nullptr) __llvm_profile_write_file(); \
-          _exit(::testing::Test::HasFailure() ? 1 : 0);                       \
-        },                                                                    \
-        ::testing::ExitedWithCode(0), "");                                    \
+          _exit(::testing::Test::HasFailure() ? 1 : 0);                          \
+        },                                                                       \
+        ::testing::ExitedWithCode(0), "");                                       \
   } while (0)
 
 namespace test {

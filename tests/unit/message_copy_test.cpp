@@ -50,4 +50,30 @@ TEST(MessageDataTest, SourceWithoutBytesKeepsTheOldBufferButCopiesTypeAndSize) {
   }
 }
 
+// Assigning a message replaces its name and every entry: keys the source
+// lacks are gone, shared keys take the source's values as deep copies, and
+// assigning a message to itself keeps it whole.
+TEST(MessageTest, AssignmentReplacesNameAndEveryEntryWithDeepCopies) {
+  const uint8_t bytes[] = {4, 5};
+  Message source("GET_MOST_PROBE_SENSOR_NAME");
+  source.m_data["sensor_type"].SetString("rear_main");
+  source.m_data["payload"].SetBuffer(bytes, sizeof(bytes));
+  Message destination("stale");
+  destination.m_data["sensor_type"].SetString("front");
+  destination.m_data["record_count"].SetInt64(100);
+  destination = source;
+  EXPECT_EQ(destination.m_name, "GET_MOST_PROBE_SENSOR_NAME");
+  ASSERT_EQ(destination.m_data.size(), 2u);
+  EXPECT_EQ(destination.m_data.count("record_count"), 0u);
+  EXPECT_EQ(destination.m_data.at("sensor_type").GetString(), "rear_main");
+  EXPECT_NE(destination.m_data.at("payload").GetBuffer(), source.m_data.at("payload").GetBuffer());
+  EXPECT_EQ(Bytes(destination.m_data.at("payload")), (std::vector<uint8_t>{4, 5}));
+
+  Message& alias = destination;
+  destination = alias;
+  EXPECT_EQ(destination.m_name, "GET_MOST_PROBE_SENSOR_NAME");
+  EXPECT_EQ(destination.m_data.size(), 2u);
+  EXPECT_EQ(destination.m_data.at("sensor_type").GetString(), "rear_main");
+}
+
 }  // namespace
