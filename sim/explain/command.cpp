@@ -1,6 +1,6 @@
-#include "sim/explain/story.h"
-
 #include <ostream>
+
+#include "sim/explain/story.h"
 
 namespace explain {
 

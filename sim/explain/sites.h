@@ -21,9 +21,9 @@ enum class SiteRole {
 };
 
 struct SiteTeaching {
-  const char* name;        // the site's name in REMEDIUM_LOG_SITES
+  const char* name;  // the site's name in REMEDIUM_LOG_SITES
   SiteRole role;
-  const char* conversions; // the format's conversions in order, one letter each: d x s p
+  const char* conversions;  // the format's conversions in order, one letter each: d x s p
 };
 
 // The role of every site, in table order; the teaching of one site, or null.

@@ -41,7 +41,6 @@ namespace {
 long long Number(std::string_view text) {
   return std::strtoll(std::string(text).c_str(), nullptr, text.substr(0, 2) == "0x" ? 16 : 10);
 }
-long long Hex(std::string_view text) { return std::strtoll(std::string(text).c_str(), nullptr, 16); }
 
 std::string Plural(long long n, const std::string& word) {
   return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
@@ -186,17 +185,15 @@ struct StorySink::State {
                          ", umd (CamX) " + std::to_string(attempt.umd) + ", kmd (kernel) " +
                          std::to_string(attempt.kmd);
       if (attempt.reads.size() >= 2) {
-        add("bypass-refused", "bypass tried on " + attempt.sensor +
-                                  ": the probe or the kernel failed (kernel table: " +
+        add("bypass-refused", "bypass tried on " + attempt.sensor + ": the probe or the kernel failed (kernel table: " +
                                   sim::scenario::DescribeKernelText(attempt.reads.front()) + "); probed again");
       } else if (attempt.Candidate()) {
         add("bypass-refused",
             "bypass not tried for " + attempt.sensor + ": " +
                 (attempt.coreMissingForSwitch ? "the core is missing, so its switch counts as closed"
                  : !attempt.frequent          ? "not the module this slot has used most (none recorded yet)"
-                 : attempt.eepromVerdicts >= 2 && !attempt.lastEepromVerdict
-                     ? "the EEPROM retry decision said no"
-                     : "the core's bypass switch is closed"));
+                 : attempt.eepromVerdicts >= 2 && !attempt.lastEepromVerdict ? "the EEPROM retry decision said no"
+                                                                             : "the core's bypass switch is closed"));
       }
       outcome = attempt.umd == 0 ? "kept" : "failed";
       if (attempt.resetAfterOutcome && kernelRetryArmed && attempt.Candidate()) {
@@ -236,8 +233,8 @@ struct StorySink::State {
       outcome = "kept";
       how = "without probing (camera id 16 or more)";
     } else {
-      add("sensor-probe", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
-                              ": its outcome is not in the log");
+      add("sensor-probe",
+          "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor + ": its outcome is not in the log");
       outcome = "unknown";
     }
     for (Event& event : events) {
@@ -452,9 +449,10 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
   if (name == "ProbeLastResult" || name == "SetProbeResultReadText") return;
   if (name == "SetProbeResultWrite") {
     kernelRetryArmed = true;
-    here("kernel-retry-armed", "kernel retry armed: the last module of a multi-sourced slot is marked for a "
-                               "kernel-assisted re-probe (" +
-                                   sim::scenario::DescribeKernelText(field(0)) + ")");
+    here("kernel-retry-armed",
+         "kernel retry armed: the last module of a multi-sourced slot is marked for a "
+         "kernel-assisted re-probe (" +
+             sim::scenario::DescribeKernelText(field(0)) + ")");
     return;
   }
   if (name == "ProbeOutcome") {
@@ -506,8 +504,9 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     const long long result = number(2);
     CameraStory& camera = Camera(attempt.camera);
     const int n = ++camera.eepromAttempts;
-    Add(attempt.camera, Make("eeprom-probe", "EEPROM data probe attempt " + std::to_string(n) + ": " + attempt.sensor +
-                                                 ", result " + std::to_string(result),
+    Add(attempt.camera, Make("eeprom-probe",
+                             "EEPROM data probe attempt " + std::to_string(n) + ": " + attempt.sensor + ", result " +
+                                 std::to_string(result),
                              n));
     if (result == 0 && !attempt.verdicts.empty() && attempt.verdicts.back() && (attempt.frequent || attempt.never)) {
       Add(attempt.camera, Make("forced-eeprom-success",
@@ -570,8 +569,8 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     const int cameraId = static_cast<int>(number(0));
     thread.lastCamera = cameraId;
     if (number(1) != number(2)) {
-      Add(cameraId, Make("init-failure-hidden", "init failure hidden: CamX's result " + field(1) +
-                                                    " reported as " + field(2) + " (init state " + field(3) + ")"));
+      Add(cameraId, Make("init-failure-hidden", "init failure hidden: CamX's result " + field(1) + " reported as " +
+                                                    field(2) + " (init state " + field(3) + ")"));
     }
     return;
   }
@@ -586,9 +585,9 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     const int cameraId = static_cast<int>(number(0));
     thread.lastCamera = cameraId;
     if (number(1) != number(3) || number(2) != 0) {
-      Add(cameraId, Make("config-failure-hidden", "init settings failure hidden: CamX's result " + field(1) +
-                                                      ", kernel init failed " + field(2) + ", reported as " +
-                                                      field(3)));
+      Add(cameraId,
+          Make("config-failure-hidden", "init settings failure hidden: CamX's result " + field(1) +
+                                            ", kernel init failed " + field(2) + ", reported as " + field(3)));
     }
     return;
   }
@@ -708,8 +707,8 @@ std::vector<std::string> SummaryLines(const Story& story) {
     for (const ProcessStory& process : story.boots[b].processes) {
       for (const auto& [id, camera] : process.cameras) {
         if (id < 0 && camera.events.empty()) continue;
-        lines.push_back((story.boots.size() > 1 ? "boot " + std::to_string(b + 1) + ", " : std::string()) +
-                        "process " + std::to_string(process.pid) + ", " + CameraSummary(camera));
+        lines.push_back((story.boots.size() > 1 ? "boot " + std::to_string(b + 1) + ", " : std::string()) + "process " +
+                        std::to_string(process.pid) + ", " + CameraSummary(camera));
       }
     }
   }

@@ -20,11 +20,11 @@ using Json = nlohmann::ordered_json;
 
 // One thing the library did or decided, with where the log said it.
 struct Event {
-  std::string time;  // the log's timestamp, empty when the format has none
-  std::string where; // "FILE:LINE"
-  std::string kind;  // a stable name: "sensor-probe", "bypass-taken", ... (kEventKinds)
-  std::string text;  // in words
-  int attempt = 0;   // the camera's sensor or EEPROM probe attempt it belongs to (0: none)
+  std::string time;   // the log's timestamp, empty when the format has none
+  std::string where;  // "FILE:LINE"
+  std::string kind;   // a stable name: "sensor-probe", "bypass-taken", ... (kEventKinds)
+  std::string text;   // in words
+  int attempt = 0;    // the camera's sensor or EEPROM probe attempt it belongs to (0: none)
 };
 
 // Every event kind the story writes, with its meaning.
@@ -44,9 +44,9 @@ struct CameraStory {
   // For the summary.
   std::string lastSensor;
   int lastAttempt = 0;
-  std::string lastOutcome;          // "kept", "failed", "reported probed"
-  std::string lastHow;              // "by bypass", ...
-  std::vector<std::string> notes;   // "init failure hidden", ... (each once)
+  std::string lastOutcome;         // "kept", "failed", "reported probed"
+  std::string lastHow;             // "by bypass", ...
+  std::vector<std::string> notes;  // "init failure hidden", ... (each once)
 };
 
 struct ProcessStory {

@@ -23,6 +23,9 @@
 
 #include "sim/harness/harness.h"
 #include "sim/scenario/report.h"
+#ifdef REMEDIUM_EXPLAIN
+#include "sim/explain/story.h"
+#endif
 #include "sim/scenario/scenario.h"
 
 namespace {
@@ -225,6 +228,16 @@ int main(int argc, char** argv) {
   decode->add_option("--as", decodeAs, "Kind of value: auto, state, errors or kernel")
       ->check(CLI::IsMember({"auto", "state", "errors", "kernel"}));
 
+#ifdef REMEDIUM_EXPLAIN
+  std::vector<std::string> explainFiles;
+  bool explainJson = false;
+  CLI::App* explain = app.add_subcommand("explain",
+                                         "Tell what the library decided, from a phone's logcat, bug report, "
+                                         "getprop dump or kernel parameter text");
+  explain->add_option("FILE", explainFiles, "Inputs, any mix; the format is read from the content")->required();
+  explain->add_flag("--json", explainJson, "The story as JSON");
+#endif
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -235,6 +248,9 @@ int main(int argc, char** argv) {
     if (*run) return Play(runFiles, runOptions);
     if (*check) return Play(checkFiles, checkOptions);
     if (*hooks) return ListHooks(libraryPath);
+#ifdef REMEDIUM_EXPLAIN
+    if (*explain) return explain::RunExplain(explainFiles, explainJson, std::cout, std::cerr);
+#endif
     if (*decode && decode->remaining().empty()) {
       std::fprintf(stderr, "remedium-sim: decode needs a TEXT (a state, an error id list or a kernel parameter)\n");
       return kExitError;

@@ -27,11 +27,16 @@ const std::vector<Format> kFormats = {Format::kRecords};
 
 std::string FormatName(Format format) {
   switch (format) {
-    case Format::kRecords: return "records";
-    case Format::kThreadtime: return "threadtime";
-    case Format::kBrief: return "brief";
-    case Format::kTime: return "time";
-    case Format::kBugreport: return "bug report";
+    case Format::kRecords:
+      return "records";
+    case Format::kThreadtime:
+      return "threadtime";
+    case Format::kBrief:
+      return "brief";
+    case Format::kTime:
+      return "time";
+    case Format::kBugreport:
+      return "bug report";
   }
   return "?";
 }
@@ -59,9 +64,12 @@ std::vector<Record> WithNoise(const std::vector<LibraryLine>& lines) {
   };
   size_t n = 0;
   for (const LibraryLine& line : lines) {
-    if (n % 3 == 0) records.push_back({time(), 612, 640, 'D', "ActivityManager", "Start proc 4312:com.example/u0a1", SIZE_MAX});
-    if (n % 5 == 1) records.push_back({time(), line.pid, line.pid + 3, 'I', "CamX", "[CORE_CFG] sensor probe thread busy", SIZE_MAX});
-    if (n % 7 == 2) records.push_back({time(), 991, 991, 'W', "[REMEDIUM]x", "not the library: hook.cpp:17 X() y", SIZE_MAX});
+    if (n % 3 == 0)
+      records.push_back({time(), 612, 640, 'D', "ActivityManager", "Start proc 4312:com.example/u0a1", SIZE_MAX});
+    if (n % 5 == 1)
+      records.push_back({time(), line.pid, line.pid + 3, 'I', "CamX", "[CORE_CFG] sensor probe thread busy", SIZE_MAX});
+    if (n % 7 == 2)
+      records.push_back({time(), 991, 991, 'W', "[REMEDIUM]x", "not the library: hook.cpp:17 X() y", SIZE_MAX});
     records.push_back({time(), line.pid, line.pid, line.level, line.tag, line.message, line.step});
     ++n;
   }
@@ -109,9 +117,10 @@ explain::Story Explain(const std::vector<LibraryLine>& lines, Format format, std
 #ifdef REMEDIUM_EXPLAIN_READER
   std::string text;
   if (format == Format::kBugreport) {
-    text = "========================================================\n== dumpstate: 2026-11-23 05:10:00\n"
-           "========================================================\n\n"
-           "------ SYSTEM LOG (logcat -v threadtime -v printable -v uid -d *:v) ------\n";
+    text =
+        "========================================================\n== dumpstate: 2026-11-23 05:10:00\n"
+        "========================================================\n\n"
+        "------ SYSTEM LOG (logcat -v threadtime -v printable -v uid -d *:v) ------\n";
     for (int i = 0; i < 5; ++i) stepOfLine->push_back(SIZE_MAX);
   }
   for (const Record& r : records) {

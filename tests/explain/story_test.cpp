@@ -1,13 +1,14 @@
 // The story's recognition of the library's log sites and its handling of
 // incomplete logs: lines cut at the library's limit, a log that starts inside
 // a probe, a library line it does not know.
+#include "sim/explain/story.h"
+
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "sim/explain/sites.h"
-#include "sim/explain/story.h"
 #include "tests/explain/logtext.h"
 
 namespace {
@@ -63,10 +64,10 @@ TEST(ExplainSites, FieldsStringsWithSeparatorsAndCutLines) {
   while (cut.size() < explain::kCutLength) cut += "0,";
   cut.resize(explain::kCutLength);
   ASSERT_TRUE(explain::MatchSite(cut, &match));
-  EXPECT_STREQ(match.site->name, "ReadProbeResultReadText");
-  EXPECT_TRUE(match.cut);
-  std::string usage = "hook.cpp:84 EEPROMDataProbeHook() camera id: 1, probe time: 0, sensor name: " +
-                      std::string(900, 'n') + ",  sensor type: ";
+  EXPECT_STREQ(match.site->name, "ReadProbeResultReadText");  // a final string takes what is left
+  std::string usage =
+      "hook.cpp:84 EEPROMDataProbeHook() camera id: 1, probe time: 0, sensor name: " + std::string(900, 'n') +
+      ",  sensor type: ";
   usage += std::string(explain::kCutLength - usage.size(), 't');
   ASSERT_TRUE(explain::MatchSite(usage, &match));
   EXPECT_STREQ(match.site->name, "EepromDataSensorUsage");
@@ -103,8 +104,8 @@ std::string Count(const std::string& name, int count) {
   return "hook.cpp:112 SensorProbeHook() Get camera name:" + name + ", probeCount: " + std::to_string(count);
 }
 std::string Verdict(const std::string& name, int fails, int last) {
-  return "hook.cpp:44 IsLastRetryTimes() Camera name: " + name + ", rerty times: 3, probeFailCount: " +
-         std::to_string(fails) + ", last retry times: " + std::to_string(last);
+  return "hook.cpp:44 IsLastRetryTimes() Camera name: " + name +
+         ", rerty times: 3, probeFailCount: " + std::to_string(fails) + ", last retry times: " + std::to_string(last);
 }
 std::string Read(int kmd) {
   std::string table;
@@ -119,14 +120,23 @@ std::string Outcome(const std::string& name, int kmd, int umd) {
 TEST(ExplainStory, ProbesBypassAndTheSummary) {
   const explain::Story story = ExplainLines({
       "hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0",
-      kSettings, Usage("s5kgm2_rear", 1), Count("s5kgm2_rear", 0), Verdict("s5kgm2_rear", 0, 0), Read(-110),
+      kSettings,
+      Usage("s5kgm2_rear", 1),
+      Count("s5kgm2_rear", 0),
+      Verdict("s5kgm2_rear", 0, 0),
+      Read(-110),
       Outcome("s5kgm2_rear", -110, 1),
-      kSettings, Usage("s5kgm2_rear", 1), Count("s5kgm2_rear", 3), Verdict("s5kgm2_rear", 3, 1), Read(0),
+      kSettings,
+      Usage("s5kgm2_rear", 1),
+      Count("s5kgm2_rear", 3),
+      Verdict("s5kgm2_rear", 3, 1),
+      Read(0),
       "hook.cpp:1599 InitializeSensorDeviceHook() hook InitializeSensorDeviceHook, camera id: 0, change result:1 to: "
       "0, set init state: 2",
   });
   const auto events = EventsOf(story, 0);
-  EXPECT_TRUE(Has(events, "sensor-probe", "attempt 1: s5kgm2_rear (probe 1 of this module), umd (CamX) 1, kmd (kernel) -110"));
+  EXPECT_TRUE(
+      Has(events, "sensor-probe", "attempt 1: s5kgm2_rear (probe 1 of this module), umd (CamX) 1, kmd (kernel) -110"));
   // Two probes of the module are missing between the attempts: the library's count says so.
   EXPECT_TRUE(Has(events, "gap", "2 probes of s5kgm2_rear missing"));
   EXPECT_TRUE(Has(events, "bypass-taken", "attempt 2: s5kgm2_rear (probe 4 of this module)"));
@@ -137,14 +147,14 @@ TEST(ExplainStory, ProbesBypassAndTheSummary) {
 }
 
 TEST(ExplainStory, LogStartingInsideAProbeIsExplainedAsFarAsItGoes) {
-  const explain::Story story = ExplainLines({Read(0), Outcome("imx582_rear", 0, 0), kSettings, Usage("imx582_rear", 0),
-                                    Count("imx582_rear", 1)});
+  const explain::Story story = ExplainLines(
+      {Read(0), Outcome("imx582_rear", 0, 0), kSettings, Usage("imx582_rear", 0), Count("imx582_rear", 1)});
   const auto events = EventsOf(story, 0);
   EXPECT_TRUE(Has(events, "gap", "starts (or resumes) inside this sensor probe"));
   EXPECT_TRUE(Has(events, "sensor-probe", "umd (CamX) 0, kmd (kernel) 0"));
   EXPECT_TRUE(Has(events, "log-ends", "attempt 2 of imx582_rear"));
   const explain::Story late = ExplainLines({kSettings, Usage("imx582_rear", 0), Count("imx582_rear", 1),
-                                   Verdict("imx582_rear", 0, 0), Read(0), Outcome("imx582_rear", 0, 0)});
+                                            Verdict("imx582_rear", 0, 0), Read(0), Outcome("imx582_rear", 0, 0)});
   EXPECT_TRUE(Has(EventsOf(late, 0), "gap", "log starts after the first probe of imx582_rear"));
 }
 
