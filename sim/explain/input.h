@@ -12,10 +12,10 @@ struct LogLine {
   uint64_t lineNumber;         // 1-based line in that input/member
   std::string_view timestamp;  // as the log wrote it ("11-23 05:09:38.562"), empty in brief format
   int pid = -1;
-  int tid = -1;                // -1 when the format has none (brief, time)
-  char level = '?';            // V D I W E F
-  std::string_view tag;        // "[REMEDIUM]" for the library's lines
-  std::string_view message;    // the text after "TAG: ", without the line end
+  int tid = -1;              // -1 when the format has none (brief, time)
+  char level = '?';          // V D I W E F
+  std::string_view tag;      // "[REMEDIUM]" for the library's lines
+  std::string_view message;  // the text after "TAG: ", without the line end
 };
 
 class InputSink {
@@ -24,9 +24,9 @@ class InputSink {
   // A new input begins: a file, or a bug report (a bug report is a new boot for the story).
   enum class InputKind { kLogcat, kBugreport, kGetprop, kKernelText };
   virtual void BeginInput(std::string_view source, InputKind kind) = 0;
-  virtual void Log(const LogLine& line) = 0;                                       // every log line, any tag
+  virtual void Log(const LogLine& line) = 0;  // every log line, any tag
   virtual void Property(std::string_view source, std::string_view key, std::string_view value) = 0;
-  virtual void KernelText(std::string_view source, std::string_view text) = 0;   // the parameter's text
+  virtual void KernelText(std::string_view source, std::string_view text) = 0;  // the parameter's text
   virtual void EndInput(std::string_view source) = 0;
 };
 
