@@ -131,13 +131,13 @@ class LineReader {
           skipping_ = false;
           continue;
         }
-        line = Strip({from, length});
+        line = Cut(Strip({from, length}));
         ++lineNumber_;
         return 1;
       }
       if (eof_) {
         if (pos_ == end_) return 0;
-        line = Strip({from, end_ - pos_});
+        line = Cut(Strip({from, end_ - pos_}));
         pos_ = end_;
         if (skipping_) return 0;
         ++lineNumber_;
@@ -146,12 +146,11 @@ class LineReader {
       if (end_ - pos_ >= kMaxLine) {
         // An over-long line: pass its first part (at a character boundary), skip the rest.
         const bool first = !skipping_;
+        const std::string_view start(from, end_ - pos_);
         skipping_ = true;
         pos_ = end_;
         if (first) {
-          size_t length = kMaxLine;
-          while (length > 0 && (static_cast<unsigned char>(from[length]) & 0xC0) == 0x80) --length;
-          line = {from, length};
+          line = Cut(start);
           ++lineNumber_;
           return 1;
         }
@@ -163,6 +162,13 @@ class LineReader {
   uint64_t LineNumber() const { return lineNumber_; }
 
  private:
+  // A line longer than kMaxLine loses its end, at a character boundary.
+  static std::string_view Cut(std::string_view line) {
+    if (line.size() <= kMaxLine) return line;
+    size_t length = kMaxLine;
+    while (length > 0 && (static_cast<unsigned char>(line[length]) & 0xC0) == 0x80) --length;
+    return line.substr(0, length);
+  }
   static std::string_view Strip(std::string_view line) {
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     return line;
@@ -245,7 +251,15 @@ bool Detect(std::string_view name, std::string_view prefix, bool wholeFile, Form
   std::string_view rest = prefix;
   if (!wholeFile) {
     const size_t lastNewline = rest.rfind('\n');
-    rest = lastNewline == std::string_view::npos ? std::string_view{} : rest.substr(0, lastNewline + 1);
+    if (lastNewline != std::string_view::npos) {
+      rest = rest.substr(0, lastNewline + 1);
+    } else {
+      // One long first line: its start, at a character boundary, tells the format.
+      size_t length = rest.size();
+      while (length > 0 && (static_cast<unsigned char>(rest[length - 1]) & 0xC0) == 0x80) --length;
+      if (length > 0 && static_cast<unsigned char>(rest[length - 1]) >= 0xC0) --length;
+      rest = rest.substr(0, length);
+    }
   }
   uint64_t lineNumber = 0;
   int nonBlank = 0;
@@ -407,7 +421,9 @@ bool ReadText(std::string_view name, ByteSource& source, InputSink& sink, std::s
   LineReader reader(source);
   if (!reader.Fill(error)) return false;
   Format format;
-  if (!Detect(name, reader.Buffered(), reader.AtEnd(), format, error)) return false;
+  const std::string_view buffered = reader.Buffered();
+  const bool wholeFile = reader.AtEnd() && buffered.size() <= kDetectBytes;
+  if (!Detect(name, buffered.substr(0, kDetectBytes), wholeFile, format, error)) return false;
   if (detected != nullptr) *detected = format;
   if (format == Format::kZip) return true;
   return StreamText(name, format, reader, sink, error);
