@@ -5,6 +5,7 @@
 //   remedium-sim check FILE...        plays them and compares with their expectations
 //   remedium-sim hooks                lists the proxies the library exports
 //   remedium-sim decode TEXT...       explains a state property, error list or kernel parameter
+//   remedium-sim explain FILE...      tells what the library decided, from a phone's logs and properties
 //
 // Exit status: 0 done, 1 an expectation not met (check) or a proxy missing
 // (hooks), 2 a problem to fix first (a malformed scenario, a missing library,
@@ -22,10 +23,8 @@
 #include <CLI/CLI.hpp>
 
 #include "sim/harness/harness.h"
-#include "sim/scenario/report.h"
-#ifdef REMEDIUM_EXPLAIN
 #include "sim/explain/story.h"
-#endif
+#include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"
 
 namespace {
@@ -228,7 +227,6 @@ int main(int argc, char** argv) {
   decode->add_option("--as", decodeAs, "Kind of value: auto, state, errors or kernel")
       ->check(CLI::IsMember({"auto", "state", "errors", "kernel"}));
 
-#ifdef REMEDIUM_EXPLAIN
   std::vector<std::string> explainFiles;
   bool explainJson = false;
   CLI::App* explain = app.add_subcommand("explain",
@@ -236,7 +234,6 @@ int main(int argc, char** argv) {
                                          "getprop dump or kernel parameter text");
   explain->add_option("FILE", explainFiles, "Inputs, any mix; the format is read from the content")->required();
   explain->add_flag("--json", explainJson, "The story as JSON");
-#endif
 
   try {
     app.parse(argc, argv);
@@ -248,9 +245,7 @@ int main(int argc, char** argv) {
     if (*run) return Play(runFiles, runOptions);
     if (*check) return Play(checkFiles, checkOptions);
     if (*hooks) return ListHooks(libraryPath);
-#ifdef REMEDIUM_EXPLAIN
     if (*explain) return explain::RunExplain(explainFiles, explainJson, std::cout, std::cerr);
-#endif
     if (*decode && decode->remaining().empty()) {
       std::fprintf(stderr, "remedium-sim: decode needs a TEXT (a state, an error id list or a kernel parameter)\n");
       return kExitError;

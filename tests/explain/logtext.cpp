@@ -18,12 +18,8 @@ LibraryLine ParseEventLog(const std::string& text, int pid, size_t step) {
   return line;
 }
 
-#ifdef REMEDIUM_EXPLAIN_READER
 const std::vector<Format> kFormats = {Format::kRecords, Format::kThreadtime, Format::kBrief, Format::kTime,
                                       Format::kBugreport};
-#else
-const std::vector<Format> kFormats = {Format::kRecords};
-#endif
 
 std::string FormatName(Format format) {
   switch (format) {
@@ -114,7 +110,6 @@ explain::Story Explain(const std::vector<LibraryLine>& lines, Format format, std
     sink.EndInput("roundtrip");
     return sink.Finish();
   }
-#ifdef REMEDIUM_EXPLAIN_READER
   std::string text;
   if (format == Format::kBugreport) {
     text =
@@ -139,9 +134,6 @@ explain::Story Explain(const std::vector<LibraryLine>& lines, Format format, std
   std::string error;
   EXPECT_TRUE(explain::ReadInputBytes("roundtrip", text, sink, &error)) << error;
   return sink.Finish();
-#else
-  return sink.Finish();
-#endif
 }
 
 }  // namespace test
