@@ -64,6 +64,7 @@ struct SensorAttempt {
   bool partial = false;        // the log starts inside it
   bool protection = false;
   std::string protectionArgument;
+  int protectionArguments = 0, protectionFaults = 0;
   bool settingsMissing = false;
   bool sawUsage = false, sawCount = false;
   bool frequent = false, never = false, lastRetry = false;
@@ -92,6 +93,7 @@ struct Thread {
   int lastCamera = -1;
   std::vector<std::string> arguments;  // EEPROM hooks' "arg:" lines
   std::string submitStage;
+  int skippedCamera = -1;  // the camera whose bring-up step this thread just skipped
 };
 
 }  // namespace
@@ -127,6 +129,7 @@ struct StorySink::State {
     if (event.kind == "eeprom-fault-injected") Note(camera, "EEPROM fault injected");
     if (event.kind == "forced-eeprom-success") Note(camera, "EEPROM success forced");
     if (event.kind == "kernel-retry-armed") Note(camera, "kernel retry armed");
+    if (event.kind == "bringup-skipped") Note(camera, "bring-up skipped after a failed probe");
     if (event.kind == "core-missing") Note(camera, "core missing");
     if (event.kind == "message-centre-missing") Note(camera, "message centre missing");
     if (event.kind == "gap") Note(camera, "log incomplete");
@@ -173,8 +176,13 @@ struct StorySink::State {
     std::string outcome = "failed";
     std::string how;
     if (attempt.protection) {
-      outcome = "failed";
-      how = "by a protection fault";
+      add("sensor-probe", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
+                              " on the core's protection path (" + Plural(attempt.protectionArguments, "argument") +
+                              " checked): " +
+                              (attempt.protectionFaults > 0 ? "reported failed (1)"
+                                                            : "CamX's result returned (not logged)"));
+      outcome = attempt.protectionFaults > 0 ? "failed" : "probed (result not logged)";
+      how = attempt.protectionFaults > 0 ? "by a protection fault" : "on the protection path";
     } else if (attempt.settingsMissing) {
       add("sensor-probe", "sensor probe attempt " + std::to_string(number) +
                               ": override settings missing (retry times or module number 0, or no camera id): a "
@@ -203,12 +211,13 @@ struct StorySink::State {
         how = "";
       }
       events.insert(events.begin(), Event{attempt.start.time, attempt.start.where, "sensor-probe", text, number});
-    } else if (!attempt.reads.empty() && !atEnd) {
+    } else if (!attempt.reads.empty() && (!atEnd || BypassReadLast(attempt, cameraId))) {
       const std::vector<int64_t> table = sim::scenario::ParseNumberList(attempt.reads.back(), 64);
       if (table.size() == CamX::kProbeResultTableSize) {
         add("bypass-taken", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor + module +
                                 " failing on its last retry but the slot's most-used module: reported probed "
-                                "(bypass), state P/I/C=S, core told");
+                                "(bypass), state P/I/C=S, core told" +
+                                (atEnd ? " (its last line; a bypass writes none after the kernel read)" : ""));
         outcome = "kept";
         how = "by bypass";
       } else {
@@ -245,6 +254,19 @@ struct StorySink::State {
     camera.lastAttempt = number;
     camera.lastOutcome = outcome;
     camera.lastHow = how;
+  }
+
+  // A probe whose lines stop (the log or the process ends) right after the
+  // kernel read of a bypass attempt: the bypass decision said yes (its second
+  // EEPROM verdict), and the table shows the camera's kernel result 0. A
+  // failed attempt would have gone on at once to a second probe and read.
+  static bool BypassReadLast(const SensorAttempt& attempt, int cameraId) {
+    if (attempt.reads.size() != 1 || attempt.eepromVerdicts < 2 || !attempt.lastEepromVerdict || !attempt.frequent ||
+        cameraId < 0 || cameraId >= 16) {
+      return false;
+    }
+    const std::vector<int64_t> table = sim::scenario::ParseNumberList(attempt.reads.front(), 64);
+    return table.size() == CamX::kProbeResultTableSize && table[static_cast<size_t>(cameraId) + 32] == 0;
   }
 
   SensorAttempt& Probe(Thread& thread, bool starts) {
@@ -382,22 +404,32 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     attempt.settingsMissing = name == "ProbeSettingsMissing";
     return;
   }
+  // The protection path logs an "arg:" and "sensor name:" pair per argument
+  // of the core, and nothing else. Pairs of one sensor continue the attempt
+  // (one probe with several arguments and several probes in a row look the
+  // same); a pair naming another sensor begins a new one.
   if (name == "ProbeProtectionArgument") {
     const bool continues = thread.probe && thread.probe->protection && thread.probe->protectionArgument.empty();
     SensorAttempt& attempt = Probe(thread, !continues);
-    attempt.partial = false;
-    attempt.events.clear();
     attempt.protection = true;
     attempt.protectionArgument = field(0);
     return;
   }
   if (name == "ProbeProtectionSensorName") {
+    if (thread.probe && thread.probe->protection && !thread.probe->sensor.empty() &&
+        thread.probe->sensor != field(0)) {
+      const std::string argument = thread.probe->protectionArgument;
+      Probe(thread, true).protection = true;
+      thread.probe->protectionArgument = argument;
+    }
     SensorAttempt& attempt = Probe(thread, false);
     attempt.protection = true;
     attempt.sensor = field(0);
     const std::string argument = attempt.protectionArgument;
     attempt.protectionArgument.clear();
+    ++attempt.protectionArguments;
     if (IsCameraName(argument) && attempt.sensor.find(argument) != std::string::npos) {
+      ++attempt.protectionFaults;
       attempt.events.push_back(Make("protection-fault", "protection fault injected: the core's argument \"" + argument +
                                                             "\" names " + attempt.sensor +
                                                             ", CamX is told the probe failed (1)"));
@@ -565,9 +597,15 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
   }
 
   // Bring-up.
+  // After a skip the change line shows the library's own result 1 for the
+  // step that was not run: no failure of CamX was hidden, the skip says it all.
+  const bool afterSkip = thread.skippedCamera >= 0;
+  const int skipped = thread.skippedCamera;
+  thread.skippedCamera = -1;
   if (name == "InitDeviceChanged") {
     const int cameraId = static_cast<int>(number(0));
     thread.lastCamera = cameraId;
+    if (afterSkip && skipped == cameraId) return;
     if (number(1) != number(2)) {
       Add(cameraId, Make("init-failure-hidden", "init failure hidden: CamX's result " + field(1) + " reported as " +
                                                     field(2) + " (init state " + field(3) + ")"));
@@ -578,7 +616,10 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     const int cameraId = static_cast<int>(number(0));
     thread.lastCamera = cameraId;
     Add(cameraId, Make("bringup-skipped", std::string(name == "InitDeviceSkip" ? "initialisation" : "configuration") +
-                                              " skipped: the probe is recorded failed"));
+                                              " skipped: the probe is recorded failed; recorded " +
+                                              (name == "InitDeviceSkip" ? "I" : "C") +
+                                              "=F, error id set, CamX told success (0)"));
+    thread.skippedCamera = cameraId;
     return;
   }
   if (name == "InitConfigChanged") {
@@ -594,6 +635,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
   if (name == "ConfigCmdsChanged") {
     const int cameraId = static_cast<int>(number(0));
     thread.lastCamera = cameraId;
+    if (afterSkip && skipped == cameraId) return;
     if (number(1) != number(2)) {
       Add(cameraId, Make("config-failure-hidden",
                          "configuration failure hidden: CamX's result " + field(1) + " reported as " + field(2)));
