@@ -176,11 +176,10 @@ struct StorySink::State {
     std::string outcome = "failed";
     std::string how;
     if (attempt.protection) {
-      add("sensor-probe", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
-                              " on the core's protection path (" + Plural(attempt.protectionArguments, "argument") +
-                              " checked): " +
-                              (attempt.protectionFaults > 0 ? "reported failed (1)"
-                                                            : "CamX's result returned (not logged)"));
+      add("sensor-probe",
+          "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
+              " on the core's protection path (" + Plural(attempt.protectionArguments, "argument") + " checked): " +
+              (attempt.protectionFaults > 0 ? "reported failed (1)" : "CamX's result returned (not logged)"));
       outcome = attempt.protectionFaults > 0 ? "failed" : "probed (result not logged)";
       how = attempt.protectionFaults > 0 ? "by a protection fault" : "on the protection path";
     } else if (attempt.settingsMissing) {
@@ -416,8 +415,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     return;
   }
   if (name == "ProbeProtectionSensorName") {
-    if (thread.probe && thread.probe->protection && !thread.probe->sensor.empty() &&
-        thread.probe->sensor != field(0)) {
+    if (thread.probe && thread.probe->protection && !thread.probe->sensor.empty() && thread.probe->sensor != field(0)) {
       const std::string argument = thread.probe->protectionArgument;
       Probe(thread, true).protection = true;
       thread.probe->protectionArgument = argument;
@@ -741,6 +739,17 @@ std::set<int> CamerasOf(const BootStory& boot) {
 
 constexpr char kErrorIds[] = "persist.vendor.camera.errorFrameworkId";
 
+// The library drops lines below the level in this property (INFO, 4, when unset); almost all its
+// decisions are logged at INFO, so above it the log is silent and only the recorded state tells.
+std::optional<std::string> LogLevelNote(const BootStory& boot) {
+  const auto level = boot.properties.find("persist.vendor.camera.remedium.loglevel");
+  if (level == boot.properties.end()) return std::nullopt;
+  const long long value = std::atoll(level->second.c_str());
+  if (value <= 4) return std::nullopt;
+  return "persist.vendor.camera.remedium.loglevel is " + level->second +
+         ": the library drops its INFO lines (most decisions); the recorded state below is the record";
+}
+
 }  // namespace
 
 std::vector<std::string> SummaryLines(const Story& story) {
@@ -780,6 +789,7 @@ std::string FormatStory(const Story& story) {
         }
       }
     }
+    if (const std::optional<std::string> quiet = LogLevelNote(boot)) out += "  " + *quiet + "\n";
     const std::set<int> ids = CamerasOf(boot);
     const bool anyState = !boot.properties.empty() || boot.kernelText;
     if (anyState) out += "  recorded state\n";
@@ -838,7 +848,9 @@ Json StoryJson(const Story& story) {
     if (const auto ids = boot.properties.find(kErrorIds); ids != boot.properties.end()) {
       errorIds = {{"value", ids->second}, {"lines", sim::scenario::ExplainErrorFrameworkIds(ids->second).lines}};
     }
+    const std::optional<std::string> quiet = LogLevelNote(boot);
     boots.push_back({{"source", boot.source},
+                     {"logLevelNote", quiet ? Json(*quiet) : Json()},
                      {"processes", processes},
                      {"recordedState", state},
                      {"errorFrameworkIds", errorIds},

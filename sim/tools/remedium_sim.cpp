@@ -22,8 +22,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "sim/harness/harness.h"
 #include "sim/explain/story.h"
+#include "sim/harness/harness.h"
 #include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"
 

@@ -1,12 +1,11 @@
 #include "tests/explain/logtext.h"
 
-#include <zip.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
 
 #include <gtest/gtest.h>
+#include <zip.h>
 
 namespace test {
 
@@ -21,8 +20,8 @@ LibraryLine ParseEventLog(const std::string& text, int pid, size_t step) {
   return line;
 }
 
-const std::vector<Format> kFormats = {Format::kRecords,   Format::kThreadtime, Format::kBrief,
-                                      Format::kTime,      Format::kBugreport,  Format::kBugreportZip};
+const std::vector<Format> kFormats = {Format::kRecords, Format::kThreadtime, Format::kBrief,
+                                      Format::kTime,    Format::kBugreport,  Format::kBugreportZip};
 
 std::string FormatName(Format format) {
   switch (format) {
@@ -85,8 +84,8 @@ std::vector<Record> WithNoise(const std::vector<LibraryLine>& lines) {
     if (n % 7 == 2)
       records.push_back({time(), 991, 991, 'W', "[REMEDIUM]x", "not the library: hook.cpp:17 X() y", SIZE_MAX});
     if (n % 11 == 4)
-      records.push_back({time(), line.pid, line.pid + 5, 'E', "CamX", "[ERROR][SENSOR ] sensor probe: no ack",
-                         SIZE_MAX});
+      records.push_back(
+          {time(), line.pid, line.pid + 5, 'E', "CamX", "[ERROR][SENSOR ] sensor probe: no ack", SIZE_MAX});
     records.push_back({time(), line.pid, line.pid, line.level, line.tag, line.message, line.step});
     ++n;
   }
@@ -119,8 +118,8 @@ std::string LogText(const std::vector<Record>& records, Format format, const std
     } else if (format == Format::kTime) {
       std::snprintf(head, sizeof(head), "%s %c/%s(%5d): ", r.time.c_str(), r.level, r.tag.c_str(), r.pid);
     } else if (bugreport) {
-      std::snprintf(head, sizeof(head), "%s %5s %5d %5d %c %-8s: ", r.time.c_str(), r.pid == 1 ? "root" : "1047",
-                    r.pid, r.tid, r.level, r.tag.c_str());
+      std::snprintf(head, sizeof(head), "%s %5s %5d %5d %c %-8s: ", r.time.c_str(), r.pid == 1 ? "root" : "1047", r.pid,
+                    r.tid, r.level, r.tag.c_str());
     } else {
       std::snprintf(head, sizeof(head), "%s %5d %5d %c %-8s: ", r.time.c_str(), r.pid, r.tid, r.level, r.tag.c_str());
     }
@@ -198,10 +197,11 @@ explain::Story Explain(const std::vector<LibraryLine>& lines, Format format, con
     return sink.Finish();
   }
   const std::string text = LogText(records, format, properties, stepOfLine);
-  std::string path = base + "." + (format == Format::kThreadtime ? "threadtime"
-                                   : format == Format::kBrief    ? "brief"
-                                   : format == Format::kTime     ? "time"
-                                                                 : "bugreport");
+  std::string path = base + "." +
+                     (format == Format::kThreadtime ? "threadtime"
+                      : format == Format::kBrief    ? "brief"
+                      : format == Format::kTime     ? "time"
+                                                    : "bugreport");
   if (format == Format::kBugreportZip) {
     path += ".zip";
     EXPECT_TRUE(WriteZip(path, "bugreport-vela-AP3A.240905.015.A2-2026-11-23-05-10-00.txt", text)) << path;
