@@ -109,10 +109,12 @@ class ZipMemberSource final : public ByteSource {
 // the format can be told before any line is taken.
 class LineReader {
  public:
-  explicit LineReader(ByteSource& source) : source_(source), buffer_(new char[kBufferSize]) {}
+  // `capacity`: the buffer's size, kBufferSize but for inputs known to be smaller.
+  explicit LineReader(ByteSource& source, size_t capacity = kBufferSize)
+      : source_(source), capacity_(capacity), maxLine_(std::min(kMaxLine, capacity - 1)), buffer_(new char[capacity]) {}
 
   bool Fill(std::string* error) {
-    while (!eof_ && end_ < kDetectBytes) {
+    while (!eof_ && end_ < std::min(kDetectBytes, maxLine_)) {
       if (!ReadMore(error)) return false;
     }
     return true;
@@ -143,7 +145,7 @@ class LineReader {
         ++lineNumber_;
         return 1;
       }
-      if (end_ - pos_ >= kMaxLine) {
+      if (end_ - pos_ >= maxLine_) {
         // An over-long line: pass its first part (at a character boundary), skip the rest.
         const bool first = !skipping_;
         const std::string_view start(from, end_ - pos_);
@@ -162,10 +164,10 @@ class LineReader {
   uint64_t LineNumber() const { return lineNumber_; }
 
  private:
-  // A line longer than kMaxLine loses its end, at a character boundary.
-  static std::string_view Cut(std::string_view line) {
-    if (line.size() <= kMaxLine) return line;
-    size_t length = kMaxLine;
+  // A line longer than the limit loses its end, at a character boundary.
+  std::string_view Cut(std::string_view line) const {
+    if (line.size() <= maxLine_) return line;
+    size_t length = maxLine_;
     while (length > 0 && (static_cast<unsigned char>(line[length]) & 0xC0) == 0x80) --length;
     return line.substr(0, length);
   }
@@ -180,7 +182,7 @@ class LineReader {
       end_ -= pos_;
       pos_ = 0;
     }
-    const long got = source_.Read(buffer_.get() + end_, kBufferSize - end_, error);
+    const long got = source_.Read(buffer_.get() + end_, capacity_ - end_, error);
     if (got < 0) return false;
     if (got == 0) eof_ = true;
     end_ += static_cast<size_t>(got);
@@ -188,6 +190,8 @@ class LineReader {
   }
 
   ByteSource& source_;
+  size_t capacity_;
+  size_t maxLine_;  // below the capacity, so that a full buffer always holds an over-long line
   std::unique_ptr<char[]> buffer_;
   size_t pos_ = 0;
   size_t end_ = 0;
@@ -417,8 +421,8 @@ bool StreamText(std::string_view name, Format format, LineReader& reader, InputS
 // A text input from a source: detect, then stream. A zip is not taken here
 // (the caller opens zips); one inside a zip is an error.
 bool ReadText(std::string_view name, ByteSource& source, InputSink& sink, std::string* error,
-              Format* detected = nullptr) {
-  LineReader reader(source);
+              Format* detected = nullptr, size_t capacity = kBufferSize) {
+  LineReader reader(source, capacity);
   if (!reader.Fill(error)) return false;
   Format format;
   const std::string_view buffered = reader.Buffered();
@@ -493,8 +497,16 @@ bool ReadZip(std::string_view name, zip_source_t* source, InputSink& sink, std::
     return false;
   }
   ZipMemberSource memberSource(file, source_name);
+  // A small member gets a buffer its size (many small zips cost little).
+  size_t capacity = kBufferSize;
+  zip_stat_t stat;
+  zip_stat_init(&stat);
+  if (zip_stat_index(archive.get(), static_cast<zip_uint64_t>(index), 0, &stat) == 0 && (stat.valid & ZIP_STAT_SIZE)) {
+    capacity =
+        std::clamp(static_cast<size_t>(std::min<zip_uint64_t>(stat.size, kBufferSize)) + 1, size_t{4096}, kBufferSize);
+  }
   Format format;
-  if (!ReadText(source_name, memberSource, sink, error, &format)) return false;
+  if (!ReadText(source_name, memberSource, sink, error, &format, capacity)) return false;
   if (format == Format::kZip) {
     *error = source_name + ": a zip inside the zip, not a bug report";
     return false;
@@ -548,8 +560,10 @@ bool ReadInputBytes(std::string_view name, std::string_view bytes, InputSink& si
     zip_error_fini(&zipError);
     return ReadZip(name, source, sink, error);
   }
+  // Bytes in memory that fit in less than the whole buffer get a buffer their size (plus the
+  // one byte that shows the end), so that many small inputs cost little.
   MemorySource source(bytes);
-  return ReadText(name, source, sink, error);
+  return ReadText(name, source, sink, error, nullptr, std::clamp(bytes.size() + 1, size_t{4096}, kBufferSize));
 }
 
 }  // namespace explain
