@@ -285,7 +285,8 @@ bool Detect(std::string_view name, std::string_view prefix, bool wholeFile, Form
       format = Format::kBugreport;
       return true;
     }
-    std::string_view key, value;
+    std::string_view key;
+    std::string_view value;
     if (first && ParsePropertyLine(line, key, value)) {
       format = Format::kGetprop;
       return true;
@@ -360,11 +361,11 @@ bool StreamText(std::string_view name, Format format, LineReader& reader, InputS
         break;
       case Format::kBugreport: {
         if (line.starts_with("------ ")) {
-          const std::string_view section_name = SectionName(line);
-          if (!section_name.empty()) {
-            section = section_name == "SYSTEM LOG"          ? Section::kLog
-                      : section_name == "SYSTEM PROPERTIES" ? Section::kProperties
-                                                            : Section::kOther;
+          const std::string_view sectionName = SectionName(line);
+          if (!sectionName.empty()) {
+            section = Section::kOther;
+            if (sectionName == "SYSTEM LOG") section = Section::kLog;
+            if (sectionName == "SYSTEM PROPERTIES") section = Section::kProperties;
             break;
           }
         }
@@ -377,7 +378,8 @@ bool StreamText(std::string_view name, Format format, LineReader& reader, InputS
             sink.Log(log);
           }
         } else {
-          std::string_view key, value;
+          std::string_view key;
+          std::string_view value;
           if (ParsePropertyLine(line, key, value)) sink.Property(name, key, value);
         }
         break;
@@ -385,7 +387,8 @@ bool StreamText(std::string_view name, Format format, LineReader& reader, InputS
       case Format::kGetprop: {
         if (!CheckText(name, lineNumber, line, error)) return false;
         if (IsBlank(line)) break;
-        std::string_view key, value;
+        std::string_view key;
+        std::string_view value;
         if (!ParsePropertyLine(line, key, value)) {
           *error = At(name, lineNumber) + ": not a \"[key]: [value]\" line in a getprop dump";
           return false;
@@ -491,12 +494,12 @@ bool ReadZip(std::string_view name, zip_source_t* source, InputSink& sink, std::
   }
 
   zip_file_t* file = zip_fopen_index(archive.get(), static_cast<zip_uint64_t>(index), 0);
-  const std::string source_name = std::string(name) + "!" + member;
+  const std::string memberName = std::string(name) + "!" + member;
   if (file == nullptr) {
-    *error = source_name + ": cannot read the zip member (" + zip_strerror(archive.get()) + ")";
+    *error = memberName + ": cannot read the zip member (" + zip_strerror(archive.get()) + ")";
     return false;
   }
-  ZipMemberSource memberSource(file, source_name);
+  ZipMemberSource memberSource(file, memberName);
   // A small member gets a buffer its size (many small zips cost little).
   size_t capacity = kBufferSize;
   zip_stat_t stat;
@@ -506,9 +509,9 @@ bool ReadZip(std::string_view name, zip_source_t* source, InputSink& sink, std::
         std::clamp(static_cast<size_t>(std::min<zip_uint64_t>(stat.size, kBufferSize)) + 1, size_t{4096}, kBufferSize);
   }
   Format format;
-  if (!ReadText(source_name, memberSource, sink, error, &format, capacity)) return false;
+  if (!ReadText(memberName, memberSource, sink, error, &format, capacity)) return false;
   if (format == Format::kZip) {
-    *error = source_name + ": a zip inside the zip, not a bug report";
+    *error = memberName + ": a zip inside the zip, not a bug report";
     return false;
   }
   return true;
