@@ -41,6 +41,9 @@ constexpr size_t kDetectBytes = size_t{64} << 10;
 constexpr int kDetectLines = 16;
 constexpr size_t kMaxMainEntry = 4096;  // main_entry.txt holds one member name
 
+// Editors on Windows may put one before UTF-8 text.
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
 constexpr char kNotRecognised[] = ": not a logcat, bug report, getprop dump or kernel parameter text";
 
 // Where the bytes come from: a file, memory, or a zip member.
@@ -134,7 +137,7 @@ class LineReader {
           continue;
         }
         line = Cut(Strip({from, length}));
-        ++lineNumber_;
+        if (lineNumber_++ == 0 && line.starts_with(kByteOrderMark)) line.remove_prefix(3);
         return 1;
       }
       if (eof_) {
@@ -142,7 +145,7 @@ class LineReader {
         line = Cut(Strip({from, end_ - pos_}));
         pos_ = end_;
         if (skipping_) return 0;
-        ++lineNumber_;
+        if (lineNumber_++ == 0 && line.starts_with(kByteOrderMark)) line.remove_prefix(3);
         return 1;
       }
       if (end_ - pos_ >= maxLine_) {
@@ -240,6 +243,11 @@ bool Detect(std::string_view name, std::string_view prefix, bool wholeFile, Form
     format = Format::kZip;
     return true;
   }
+  if (prefix.starts_with("\xFF\xFE") || prefix.starts_with("\xFE\xFF")) {
+    *error = std::string(name) + ": UTF-16 text; save it as UTF-8";
+    return false;
+  }
+  if (prefix.starts_with(kByteOrderMark)) prefix.remove_prefix(3);
   if (prefix.find('\0') != std::string_view::npos) {
     // Only the kernel parameter's text may carry NULs: the padding after its numbers.
     const size_t nul = prefix.find('\0');
