@@ -41,6 +41,9 @@ constexpr size_t kDetectBytes = size_t{64} << 10;
 constexpr int kDetectLines = 16;
 constexpr size_t kMaxMainEntry = 4096;  // main_entry.txt holds one member name
 
+// Editors on Windows may put one before UTF-8 text.
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
 constexpr char kNotRecognised[] = ": not a logcat, bug report, getprop dump or kernel parameter text";
 
 // Where the bytes come from: a file, memory, or a zip member.
@@ -109,10 +112,12 @@ class ZipMemberSource final : public ByteSource {
 // the format can be told before any line is taken.
 class LineReader {
  public:
-  explicit LineReader(ByteSource& source) : source_(source), buffer_(new char[kBufferSize]) {}
+  // `capacity`: the buffer's size, kBufferSize but for inputs known to be smaller.
+  explicit LineReader(ByteSource& source, size_t capacity = kBufferSize)
+      : source_(source), capacity_(capacity), maxLine_(std::min(kMaxLine, capacity - 1)), buffer_(new char[capacity]) {}
 
   bool Fill(std::string* error) {
-    while (!eof_ && end_ < kDetectBytes) {
+    while (!eof_ && end_ < std::min(kDetectBytes, maxLine_)) {
       if (!ReadMore(error)) return false;
     }
     return true;
@@ -132,7 +137,7 @@ class LineReader {
           continue;
         }
         line = Cut(Strip({from, length}));
-        ++lineNumber_;
+        if (lineNumber_++ == 0 && line.starts_with(kByteOrderMark)) line.remove_prefix(3);
         return 1;
       }
       if (eof_) {
@@ -140,10 +145,10 @@ class LineReader {
         line = Cut(Strip({from, end_ - pos_}));
         pos_ = end_;
         if (skipping_) return 0;
-        ++lineNumber_;
+        if (lineNumber_++ == 0 && line.starts_with(kByteOrderMark)) line.remove_prefix(3);
         return 1;
       }
-      if (end_ - pos_ >= kMaxLine) {
+      if (end_ - pos_ >= maxLine_) {
         // An over-long line: pass its first part (at a character boundary), skip the rest.
         const bool first = !skipping_;
         const std::string_view start(from, end_ - pos_);
@@ -162,10 +167,10 @@ class LineReader {
   uint64_t LineNumber() const { return lineNumber_; }
 
  private:
-  // A line longer than kMaxLine loses its end, at a character boundary.
-  static std::string_view Cut(std::string_view line) {
-    if (line.size() <= kMaxLine) return line;
-    size_t length = kMaxLine;
+  // A line longer than the limit loses its end, at a character boundary.
+  std::string_view Cut(std::string_view line) const {
+    if (line.size() <= maxLine_) return line;
+    size_t length = maxLine_;
     while (length > 0 && (static_cast<unsigned char>(line[length]) & 0xC0) == 0x80) --length;
     return line.substr(0, length);
   }
@@ -180,7 +185,7 @@ class LineReader {
       end_ -= pos_;
       pos_ = 0;
     }
-    const long got = source_.Read(buffer_.get() + end_, kBufferSize - end_, error);
+    const long got = source_.Read(buffer_.get() + end_, capacity_ - end_, error);
     if (got < 0) return false;
     if (got == 0) eof_ = true;
     end_ += static_cast<size_t>(got);
@@ -188,6 +193,8 @@ class LineReader {
   }
 
   ByteSource& source_;
+  size_t capacity_;
+  size_t maxLine_;  // below the capacity, so that a full buffer always holds an over-long line
   std::unique_ptr<char[]> buffer_;
   size_t pos_ = 0;
   size_t end_ = 0;
@@ -236,6 +243,11 @@ bool Detect(std::string_view name, std::string_view prefix, bool wholeFile, Form
     format = Format::kZip;
     return true;
   }
+  if (prefix.starts_with("\xFF\xFE") || prefix.starts_with("\xFE\xFF")) {
+    *error = std::string(name) + ": UTF-16 text; save it as UTF-8";
+    return false;
+  }
+  if (prefix.starts_with(kByteOrderMark)) prefix.remove_prefix(3);
   if (prefix.find('\0') != std::string_view::npos) {
     // Only the kernel parameter's text may carry NULs: the padding after its numbers.
     const size_t nul = prefix.find('\0');
@@ -281,7 +293,8 @@ bool Detect(std::string_view name, std::string_view prefix, bool wholeFile, Form
       format = Format::kBugreport;
       return true;
     }
-    std::string_view key, value;
+    std::string_view key;
+    std::string_view value;
     if (first && ParsePropertyLine(line, key, value)) {
       format = Format::kGetprop;
       return true;
@@ -356,11 +369,11 @@ bool StreamText(std::string_view name, Format format, LineReader& reader, InputS
         break;
       case Format::kBugreport: {
         if (line.starts_with("------ ")) {
-          const std::string_view section_name = SectionName(line);
-          if (!section_name.empty()) {
-            section = section_name == "SYSTEM LOG"          ? Section::kLog
-                      : section_name == "SYSTEM PROPERTIES" ? Section::kProperties
-                                                            : Section::kOther;
+          const std::string_view sectionName = SectionName(line);
+          if (!sectionName.empty()) {
+            section = Section::kOther;
+            if (sectionName == "SYSTEM LOG") section = Section::kLog;
+            if (sectionName == "SYSTEM PROPERTIES") section = Section::kProperties;
             break;
           }
         }
@@ -373,7 +386,8 @@ bool StreamText(std::string_view name, Format format, LineReader& reader, InputS
             sink.Log(log);
           }
         } else {
-          std::string_view key, value;
+          std::string_view key;
+          std::string_view value;
           if (ParsePropertyLine(line, key, value)) sink.Property(name, key, value);
         }
         break;
@@ -381,7 +395,8 @@ bool StreamText(std::string_view name, Format format, LineReader& reader, InputS
       case Format::kGetprop: {
         if (!CheckText(name, lineNumber, line, error)) return false;
         if (IsBlank(line)) break;
-        std::string_view key, value;
+        std::string_view key;
+        std::string_view value;
         if (!ParsePropertyLine(line, key, value)) {
           *error = At(name, lineNumber) + ": not a \"[key]: [value]\" line in a getprop dump";
           return false;
@@ -417,8 +432,8 @@ bool StreamText(std::string_view name, Format format, LineReader& reader, InputS
 // A text input from a source: detect, then stream. A zip is not taken here
 // (the caller opens zips); one inside a zip is an error.
 bool ReadText(std::string_view name, ByteSource& source, InputSink& sink, std::string* error,
-              Format* detected = nullptr) {
-  LineReader reader(source);
+              Format* detected = nullptr, size_t capacity = kBufferSize) {
+  LineReader reader(source, capacity);
   if (!reader.Fill(error)) return false;
   Format format;
   const std::string_view buffered = reader.Buffered();
@@ -487,16 +502,24 @@ bool ReadZip(std::string_view name, zip_source_t* source, InputSink& sink, std::
   }
 
   zip_file_t* file = zip_fopen_index(archive.get(), static_cast<zip_uint64_t>(index), 0);
-  const std::string source_name = std::string(name) + "!" + member;
+  const std::string memberName = std::string(name) + "!" + member;
   if (file == nullptr) {
-    *error = source_name + ": cannot read the zip member (" + zip_strerror(archive.get()) + ")";
+    *error = memberName + ": cannot read the zip member (" + zip_strerror(archive.get()) + ")";
     return false;
   }
-  ZipMemberSource memberSource(file, source_name);
+  ZipMemberSource memberSource(file, memberName);
+  // A small member gets a buffer its size (many small zips cost little).
+  size_t capacity = kBufferSize;
+  zip_stat_t stat;
+  zip_stat_init(&stat);
+  if (zip_stat_index(archive.get(), static_cast<zip_uint64_t>(index), 0, &stat) == 0 && (stat.valid & ZIP_STAT_SIZE)) {
+    capacity =
+        std::clamp(static_cast<size_t>(std::min<zip_uint64_t>(stat.size, kBufferSize)) + 1, size_t{4096}, kBufferSize);
+  }
   Format format;
-  if (!ReadText(source_name, memberSource, sink, error, &format)) return false;
+  if (!ReadText(memberName, memberSource, sink, error, &format, capacity)) return false;
   if (format == Format::kZip) {
-    *error = source_name + ": a zip inside the zip, not a bug report";
+    *error = memberName + ": a zip inside the zip, not a bug report";
     return false;
   }
   return true;
@@ -548,8 +571,10 @@ bool ReadInputBytes(std::string_view name, std::string_view bytes, InputSink& si
     zip_error_fini(&zipError);
     return ReadZip(name, source, sink, error);
   }
+  // Bytes in memory that fit in less than the whole buffer get a buffer their size (plus the
+  // one byte that shows the end), so that many small inputs cost little.
   MemorySource source(bytes);
-  return ReadText(name, source, sink, error);
+  return ReadText(name, source, sink, error, nullptr, std::clamp(bytes.size() + 1, size_t{4096}, kBufferSize));
 }
 
 }  // namespace explain

@@ -102,8 +102,9 @@ bool ParseBriefBody(std::string_view text, size_t at, LogLine& line) {
   if (text.size() < at + 2 || !IsLevel(text[at]) || text[at + 1] != '/') return false;
   line.level = text[at];
   const size_t tagBegin = at + 2;
-  const size_t close = text.find("): ", tagBegin);
-  const size_t end = close != std::string_view::npos ? close : (text.ends_with(")") ? text.size() - 1 : close);
+  // The parenthesis that closes the ids: before ": message", or at the end of a line without a message.
+  size_t end = text.find("): ", tagBegin);
+  if (end == std::string_view::npos && text.ends_with(")")) end = text.size() - 1;
   if (end == std::string_view::npos) return false;
   const size_t open = text.rfind('(', end);
   if (open == std::string_view::npos || open < tagBegin) return false;

@@ -165,6 +165,19 @@ TEST(ExplainReaderTest, ThreadtimeWithYearAndWithUidColumn) {
   EXPECT_EQ(line.timestamp, "11-23 05:09:38.562123");
 }
 
+TEST(ExplainReaderTest, ByteOrderMarkBeforeTheFirstLineIsSkipped) {
+  const Result result = ReadBytes(
+      "\xEF\xBB\xBF"
+      "11-23 05:09:38.562  7219  7221 I [REMEDIUM]: first\n");
+  ASSERT_TRUE(result.ok) << result.error;
+  ASSERT_EQ(result.sink.logs.size(), 1u);
+  EXPECT_EQ(result.sink.logs[0].timestamp, "11-23 05:09:38.562");
+  EXPECT_EQ(ReadBytes("\xEF\xBB\xBF"
+                      "[a]: [1]\n")
+                .sink.properties.size(),
+            1u);
+}
+
 TEST(ExplainReaderTest, BriefAndTimeLinesHaveNoThread) {
   const Result result = ReadBytes(
       "I/[REMEDIUM]( 7219): hook.cpp:17 GetStaticCapsHook() camera id: 0\n"
@@ -373,6 +386,11 @@ TEST(ExplainReaderTest, BadTextInputsNameTheFileAndLine) {
   std::string log;
   for (int i = 0; i < 3000; ++i) log += "11-23 05:09:38.562  1  2 I T: a line of some length\n";
   EXPECT_EQ(ErrorOf(log + std::string("a\0b\n", 4)), "bad.txt:3001: binary data (a NUL byte) in a text input");
+  EXPECT_EQ(ErrorOf(std::string("\xFF\xFE"
+                                "1\0"
+                                "1\0",
+                                6)),
+            "bad.txt: UTF-16 text; save it as UTF-8");
   // An overlong encoding and a surrogate are not UTF-8 either.
   EXPECT_FALSE(IsValidUtf8("\xc0\xaf"));
   EXPECT_FALSE(IsValidUtf8("\xed\xa0\x80"));
