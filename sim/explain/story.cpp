@@ -739,6 +739,12 @@ std::set<int> CamerasOf(const BootStory& boot) {
 
 constexpr char kErrorIds[] = "persist.vendor.camera.errorFrameworkId";
 
+// The library logs nothing when a capture request orders the abort, so a new
+// PID is all a log shows of it.
+constexpr char kNewProcess[] =
+    "the previous camera process ended: a restart, a crash, or a capture request's ordered abort (the library logs "
+    "none of them)";
+
 // The library drops lines below the level in this property (INFO, 4, when unset); almost all its
 // decisions are logged at INFO, so above it the log is silent and only the recorded state tells.
 std::optional<std::string> LogLevelNote(const BootStory& boot) {
@@ -780,6 +786,7 @@ std::string FormatStory(const Story& story) {
     for (const ProcessStory& process : boot.processes) {
       out += "  camera process " + std::to_string(process.pid) +
              (process.firstTime.empty() ? "" : ", " + process.firstTime + " to " + process.lastTime) + "\n";
+      if (&process != &boot.processes.front()) out += "    " + std::string(kNewProcess) + "\n";
       for (const auto& [id, camera] : process.cameras) {
         if (camera.events.empty()) continue;
         out += "    " + CameraTitle(camera) + "\n";
@@ -839,8 +846,11 @@ Json StoryJson(const Story& story) {
                       {"events", events}};
         cameras.push_back(entry);
       }
-      processes.push_back(
-          {{"pid", process.pid}, {"first", process.firstTime}, {"last", process.lastTime}, {"cameras", cameras}});
+      processes.push_back({{"pid", process.pid},
+                           {"first", process.firstTime},
+                           {"last", process.lastTime},
+                           {"previousEnded", &process != &boot.processes.front() ? Json(kNewProcess) : Json()},
+                           {"cameras", cameras}});
     }
     Json state = Json::object();
     for (int id : CamerasOf(boot)) state[std::to_string(id)] = FinalState(boot, id);
