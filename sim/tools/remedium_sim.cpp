@@ -5,6 +5,7 @@
 //   remedium-sim check FILE...        plays them and compares with their expectations
 //   remedium-sim hooks                lists the proxies the library exports
 //   remedium-sim decode TEXT...       explains a state property, error list or kernel parameter
+//   remedium-sim explain FILE...      tells what the library decided, from a phone's logs and properties
 //
 // Exit status: 0 done, 1 an expectation not met (check) or a proxy missing
 // (hooks), 2 a problem to fix first (a malformed scenario, a missing library,
@@ -21,6 +22,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "sim/explain/story.h"
 #include "sim/harness/harness.h"
 #include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"
@@ -225,6 +227,14 @@ int main(int argc, char** argv) {
   decode->add_option("--as", decodeAs, "Kind of value: auto, state, errors or kernel")
       ->check(CLI::IsMember({"auto", "state", "errors", "kernel"}));
 
+  std::vector<std::string> explainFiles;
+  bool explainJson = false;
+  CLI::App* explain = app.add_subcommand("explain",
+                                         "Tell what the library decided, from a phone's logcat, bug report, "
+                                         "getprop dump or kernel parameter text");
+  explain->add_option("FILE", explainFiles, "Inputs, any mix; the format is read from the content")->required();
+  explain->add_flag("--json", explainJson, "The story as JSON");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -235,6 +245,7 @@ int main(int argc, char** argv) {
     if (*run) return Play(runFiles, runOptions);
     if (*check) return Play(checkFiles, checkOptions);
     if (*hooks) return ListHooks(libraryPath);
+    if (*explain) return explain::RunExplain(explainFiles, explainJson, std::cout, std::cerr);
     if (*decode && decode->remaining().empty()) {
       std::fprintf(stderr, "remedium-sim: decode needs a TEXT (a state, an error id list or a kernel parameter)\n");
       return kExitError;

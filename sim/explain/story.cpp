@@ -1,0 +1,880 @@
+#include "sim/explain/story.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <set>
+
+#include "client/interface/messagecenterclient.h"
+#include "hook/src/kernelchannel.h"
+#include "sim/explain/sites.h"
+#include "sim/scenario/report.h"
+
+namespace explain {
+
+const EventKind kEventKinds[] = {
+    {"sensor-probe", "a sensor probe attempt: its CamX (umd) and kernel (kmd) results"},
+    {"eeprom-probe", "an EEPROM data probe attempt and the result the library returned"},
+    {"eeprom-fault-injected", "the core named this EEPROM: the library reported it failed"},
+    {"protection-fault", "the core named this sensor: the library reported its probe failed"},
+    {"bypass-taken", "a failing most-used module was reported probed (bypass)"},
+    {"bypass-refused", "the module qualified for a bypass that did not happen, and why"},
+    {"kernel-retry-armed", "the camera was marked in the kernel parameter for a kernel-assisted re-probe"},
+    {"kernel-retry-verdict", "after the kernel retry: probe recorded failed, CamX told success"},
+    {"forced-eeprom-success", "an EEPROM failure on the last retry was reported as success"},
+    {"init-failure-hidden", "a failed sensor initialisation was reported as success"},
+    {"config-failure-hidden", "a failed init-settings or configuration load or submit was reported as success"},
+    {"bringup-skipped", "initialisation or configuration skipped because the probe is recorded failed"},
+    {"i2c-address", "an I2C slave address switched or as the library left it"},
+    {"ois-provider-forced", "OIS provider registration reported 1 without the HAL's registration"},
+    {"gyro-timestamp-shifted", "a gyro sample's timestamp was moved back"},
+    {"core-missing", "the framework core was missing at this call"},
+    {"message-centre-missing", "the message centre (or its send function) was missing"},
+    {"settings-missing", "the override-settings file could not be opened"},
+    {"kernel-unavailable", "the kernel parameter could not be opened or read"},
+    {"gap", "the log lacks lines the library wrote (starts late, or a gap)"},
+    {"log-ends", "the log ends inside this probe"},
+};
+const size_t kEventKindCount = std::size(kEventKinds);
+
+namespace {
+
+long long Number(std::string_view text) {
+  return std::strtoll(std::string(text).c_str(), nullptr, text.substr(0, 2) == "0x" ? 16 : 10);
+}
+
+std::string Plural(long long n, const std::string& word) {
+  return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
+}
+
+// The library's sensor name filter: true unless the name is empty or holds every role word.
+bool IsCameraName(std::string_view name) {
+  if (name.empty()) return false;
+  for (const char* word : {"macro", "ultra", "wide", "tele", "depth", "front"}) {
+    if (name.find(word) == std::string_view::npos) return true;
+  }
+  return false;
+}
+
+// A sensor probe attempt as its lines arrive on one thread.
+struct SensorAttempt {
+  Event start;  // time and place of the first line
+  std::string sensor;
+  int camera = -1;
+  long long moduleProbe = -1;  // this module's earlier probes, from the library's count
+  bool partial = false;        // the log starts inside it
+  bool protection = false;
+  std::string protectionArgument;
+  int protectionArguments = 0, protectionFaults = 0;
+  bool settingsMissing = false;
+  bool sawUsage = false, sawCount = false;
+  bool frequent = false, never = false, lastRetry = false;
+  int eepromVerdicts = 0;
+  bool lastEepromVerdict = false;
+  bool coreMissingForSwitch = false;
+  std::vector<std::string> reads;
+  bool kernelUnavailable = false;
+  bool outcome = false;
+  long long umd = 0, kmd = 0;
+  bool resetAfterOutcome = false;
+  std::vector<Event> events;  // kept until the camera is known
+  bool Candidate() const { return (frequent || never) && (lastRetry || lastEepromVerdict); }
+};
+
+struct EepromAttempt {
+  int camera = -1;
+  std::string sensor;
+  bool frequent = false, never = false;
+  std::vector<bool> verdicts;
+};
+
+struct Thread {
+  std::optional<SensorAttempt> probe;
+  std::optional<EepromAttempt> eeprom;
+  int lastCamera = -1;
+  std::vector<std::string> arguments;  // EEPROM hooks' "arg:" lines
+  std::string submitStage;
+  int skippedCamera = -1;  // the camera whose bring-up step this thread just skipped
+};
+
+}  // namespace
+
+struct StorySink::State {
+  Story story;
+  std::string source;
+  std::map<std::pair<int, int>, Thread> threads;  // by (pid, tid) of the current process
+  std::map<std::string, int> cameraOfSensor;
+  std::map<std::string, long long> sensorProbesSeen, eepromProbesSeen;
+  bool kernelRetryArmed = false;
+  std::string where, time;
+
+  BootStory& Boot() {
+    if (story.boots.empty()) story.boots.push_back({source, {}, {}, {}});
+    return story.boots.back();
+  }
+  ProcessStory& Process() { return Boot().processes.back(); }
+  CameraStory& Camera(int id) {
+    CameraStory& camera = Process().cameras[id];
+    camera.id = id;
+    return camera;
+  }
+
+  Event Make(const std::string& kind, const std::string& text, int attempt = 0) const {
+    return {time, where, kind, text, attempt};
+  }
+  void Add(int cameraId, Event event) {
+    CameraStory& camera = Camera(cameraId);
+    if (event.kind == "init-failure-hidden") Note(camera, "init failure hidden");
+    if (event.kind == "config-failure-hidden") Note(camera, "config failure hidden");
+    if (event.kind == "protection-fault") Note(camera, "protection fault injected");
+    if (event.kind == "eeprom-fault-injected") Note(camera, "EEPROM fault injected");
+    if (event.kind == "forced-eeprom-success") Note(camera, "EEPROM success forced");
+    if (event.kind == "kernel-retry-armed") Note(camera, "kernel retry armed");
+    if (event.kind == "bringup-skipped") Note(camera, "bring-up skipped after a failed probe");
+    if (event.kind == "core-missing") Note(camera, "core missing");
+    if (event.kind == "message-centre-missing") Note(camera, "message centre missing");
+    if (event.kind == "gap") Note(camera, "log incomplete");
+    camera.events.push_back(std::move(event));
+  }
+  static void Note(CameraStory& camera, const std::string& note) {
+    if (std::find(camera.notes.begin(), camera.notes.end(), note) == camera.notes.end()) camera.notes.push_back(note);
+  }
+
+  void NewProcess(int pid) {
+    CloseAll();
+    threads.clear();
+    cameraOfSensor.clear();
+    sensorProbesSeen.clear();
+    eepromProbesSeen.clear();
+    kernelRetryArmed = false;
+    Boot().processes.push_back({pid, time, time, {}});
+  }
+
+  void CloseAll() {
+    for (auto& [key, thread] : threads) CloseProbe(thread, true);
+  }
+
+  // Ends a sensor probe attempt: decides what its lines show, then files its events under its camera.
+  void CloseProbe(Thread& thread, bool atEnd) {
+    if (!thread.probe) return;
+    SensorAttempt attempt = std::move(*thread.probe);
+    thread.probe.reset();
+    int cameraId = attempt.camera;
+    if (cameraId < 0 && cameraOfSensor.count(attempt.sensor) != 0) cameraId = cameraOfSensor[attempt.sensor];
+    if (cameraId < 0) cameraId = thread.lastCamera;
+    if (cameraId >= 0) thread.lastCamera = cameraId;
+    CameraStory& camera = Camera(cameraId);
+    const int number = ++camera.sensorAttempts;
+    std::vector<Event> events = std::move(attempt.events);
+    const auto add = [&](const std::string& kind, const std::string& text) {
+      Event event = attempt.start;
+      event.kind = kind;
+      event.text = text;
+      events.push_back(event);
+    };
+    const std::string module =
+        attempt.moduleProbe >= 0 ? " (probe " + std::to_string(attempt.moduleProbe + 1) + " of this module)" : "";
+    std::string outcome = "failed";
+    std::string how;
+    if (attempt.protection) {
+      add("sensor-probe",
+          "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
+              " on the core's protection path (" + Plural(attempt.protectionArguments, "argument") + " checked): " +
+              (attempt.protectionFaults > 0 ? "reported failed (1)" : "CamX's result returned (not logged)"));
+      outcome = attempt.protectionFaults > 0 ? "failed" : "probed (result not logged)";
+      how = attempt.protectionFaults > 0 ? "by a protection fault" : "on the protection path";
+    } else if (attempt.settingsMissing) {
+      add("sensor-probe", "sensor probe attempt " + std::to_string(number) +
+                              ": override settings missing (retry times or module number 0, or no camera id): a "
+                              "plain probe, its result not logged");
+      outcome = "probed without the library's logic";
+    } else if (attempt.outcome) {
+      std::string text = "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor + module +
+                         ", umd (CamX) " + std::to_string(attempt.umd) + ", kmd (kernel) " +
+                         std::to_string(attempt.kmd);
+      if (attempt.reads.size() >= 2) {
+        add("bypass-refused", "bypass tried on " + attempt.sensor + ": the probe or the kernel failed (kernel table: " +
+                                  sim::scenario::DescribeKernelText(attempt.reads.front()) + "); probed again");
+      } else if (attempt.Candidate()) {
+        add("bypass-refused",
+            "bypass not tried for " + attempt.sensor + ": " +
+                (attempt.coreMissingForSwitch ? "the core is missing, so its switch counts as closed"
+                 : !attempt.frequent          ? "not the module this slot has used most (none recorded yet)"
+                 : attempt.eepromVerdicts >= 2 && !attempt.lastEepromVerdict ? "the EEPROM retry decision said no"
+                                                                             : "the core's bypass switch is closed"));
+      }
+      outcome = attempt.umd == 0 ? "kept" : "failed";
+      if (attempt.resetAfterOutcome && kernelRetryArmed && attempt.Candidate()) {
+        add("kernel-retry-verdict", "after the kernel retry: " + attempt.sensor +
+                                        " recorded failed (P=F, error id set), CamX told success (0)");
+        outcome = "reported probed after the kernel retry";
+        how = "";
+      }
+      events.insert(events.begin(), Event{attempt.start.time, attempt.start.where, "sensor-probe", text, number});
+    } else if (!attempt.reads.empty() && (!atEnd || BypassReadLast(attempt, cameraId))) {
+      const std::vector<int64_t> table = sim::scenario::ParseNumberList(attempt.reads.back(), 64);
+      if (table.size() == CamX::kProbeResultTableSize) {
+        add("bypass-taken", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor + module +
+                                " failing on its last retry but the slot's most-used module: reported probed "
+                                "(bypass), state P/I/C=S, core told" +
+                                (atEnd ? " (its last line; a bypass writes none after the kernel read)" : ""));
+        outcome = "kept";
+        how = "by bypass";
+      } else {
+        add("kernel-unavailable", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
+                                      ": kernel table of " + std::to_string(table.size()) +
+                                      " values, no bookkeeping; CamX's result returned");
+        outcome = "unknown";
+      }
+      ++sensorProbesSeen[attempt.sensor];
+    } else if (attempt.kernelUnavailable) {
+      add("sensor-probe", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
+                              ": kernel parameter unavailable, no bookkeeping; CamX's result returned");
+      outcome = "unknown";
+    } else if (atEnd) {
+      add("log-ends", "sensor probe attempt " + std::to_string(number) + " of " +
+                          (attempt.sensor.empty() ? "an unnamed sensor" : attempt.sensor) +
+                          ": the log ends before its outcome");
+      outcome = "unknown (log ends)";
+    } else if (attempt.sawUsage && !attempt.sawCount) {
+      add("sensor-probe", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
+                              ": camera id 16 or more, reported probed without probing");
+      outcome = "kept";
+      how = "without probing (camera id 16 or more)";
+    } else {
+      add("sensor-probe",
+          "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor + ": its outcome is not in the log");
+      outcome = "unknown";
+    }
+    for (Event& event : events) {
+      event.attempt = number;
+      Add(cameraId, std::move(event));
+    }
+    if (!attempt.sensor.empty()) camera.lastSensor = attempt.sensor;
+    camera.lastAttempt = number;
+    camera.lastOutcome = outcome;
+    camera.lastHow = how;
+  }
+
+  // A probe whose lines stop (the log or the process ends) right after the
+  // kernel read of a bypass attempt: the bypass decision said yes (its second
+  // EEPROM verdict), and the table shows the camera's kernel result 0. A
+  // failed attempt would have gone on at once to a second probe and read.
+  static bool BypassReadLast(const SensorAttempt& attempt, int cameraId) {
+    if (attempt.reads.size() != 1 || attempt.eepromVerdicts < 2 || !attempt.lastEepromVerdict || !attempt.frequent ||
+        cameraId < 0 || cameraId >= 16) {
+      return false;
+    }
+    const std::vector<int64_t> table = sim::scenario::ParseNumberList(attempt.reads.front(), 64);
+    return table.size() == CamX::kProbeResultTableSize && table[static_cast<size_t>(cameraId) + 32] == 0;
+  }
+
+  SensorAttempt& Probe(Thread& thread, bool starts) {
+    if (starts) CloseProbe(thread, false);
+    if (!thread.probe) {
+      thread.probe.emplace();
+      thread.probe->start = Make("sensor-probe", "");
+      thread.probe->partial = !starts;
+      if (!starts) {
+        thread.probe->events.push_back(Make("gap", "the log starts (or resumes) inside this sensor probe"));
+      }
+    }
+    return *thread.probe;
+  }
+
+  // The first probe of a name in this process says how many the library had already made.
+  void CheckProbeCount(std::map<std::string, long long>& seen, const std::string& name, long long count, int cameraId,
+                       const std::string& what, std::vector<Event>* into) {
+    const auto it = seen.find(name);
+    const long long known = it == seen.end() ? 0 : it->second;
+    if (count > known) {
+      const std::string text =
+          it == seen.end() ? "log starts after the first " + (count == 1 ? what : Plural(count, what)) + " of " + name
+                           : "gap in the log: " + Plural(count - known, what) + " of " + name + " missing";
+      Event event = Make("gap", text);
+      if (into != nullptr) {
+        into->push_back(event);
+      } else {
+        Add(cameraId, event);
+      }
+    }
+    seen[name] = count;
+  }
+
+  void Library(const LogLine& line, const SiteMatch& match);
+};
+
+StorySink::StorySink() : state_(new State) {}
+StorySink::~StorySink() { delete state_; }
+
+void StorySink::BeginInput(std::string_view source, InputKind kind) {
+  state_->source = std::string(source);
+  if (kind == InputKind::kBugreport || state_->story.boots.empty()) {
+    state_->CloseAll();
+    state_->threads.clear();
+    state_->story.boots.push_back({std::string(source), {}, {}, {}});
+  }
+}
+
+void StorySink::EndInput(std::string_view) {}
+
+void StorySink::Property(std::string_view, std::string_view key, std::string_view value) {
+  state_->Boot().properties[std::string(key)] = std::string(value);
+}
+
+void StorySink::KernelText(std::string_view, std::string_view text) { state_->Boot().kernelText = std::string(text); }
+
+void StorySink::Log(const LogLine& line) {
+  State& s = *state_;
+  const bool library = line.tag == "[REMEDIUM]";
+  const bool messageCentre = line.tag == kMessageCenterLogTag;
+  if (!library && !messageCentre) return;
+  ++s.story.libraryLines;
+  s.where = std::string(line.source) + ":" + std::to_string(line.lineNumber);
+  s.time = std::string(line.timestamp);
+  BootStory& boot = s.Boot();
+  if (boot.processes.empty() || boot.processes.back().pid != line.pid) s.NewProcess(line.pid);
+  s.Process().lastTime = s.time;
+  Thread& thread = s.threads[{line.pid, line.tid}];
+  if (messageCentre) {
+    if (line.message == "m_pMessageCenterSendMessageFuncPtr is NULL" || line.message == "m_pRemediumCore is NULL") {
+      const std::string text = line.message == "m_pRemediumCore is NULL"
+                                   ? "the message centre library is missing"
+                                   : "the message centre's send function is missing: its answer is empty";
+      if (thread.probe) {
+        thread.probe->events.push_back(s.Make("message-centre-missing", text));
+      } else {
+        s.Add(thread.eeprom ? thread.eeprom->camera : thread.lastCamera, s.Make("message-centre-missing", text));
+      }
+    } else {
+      s.story.unrecognised.push_back({s.where, std::string(line.message)});
+    }
+    return;
+  }
+  SiteMatch match;
+  if (!MatchSite(line.message, &match)) {
+    s.story.unrecognised.push_back({s.where, std::string(line.message)});
+    return;
+  }
+  s.Library(line, match);
+}
+
+void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
+  Thread& thread = threads[{line.pid, line.tid}];
+  const std::string name = match.site->name;
+  const auto field = [&match](size_t i) { return i < match.fields.size() ? std::string(match.fields[i]) : ""; };
+  const auto number = [&match](size_t i) { return i < match.fields.size() ? Number(match.fields[i]) : 0; };
+  const bool complete = !match.cut;
+  const auto here = [&](const std::string& kind, const std::string& text) {
+    if (thread.probe) {
+      thread.probe->events.push_back(Make(kind, text));
+    } else {
+      Add(thread.eeprom ? thread.eeprom->camera : thread.lastCamera, Make(kind, text));
+    }
+  };
+
+  if (name.ends_with("NullCore")) {
+    const std::string function = match.site->function;
+    if (name == "IsSwitchOpenedNullCore" && thread.probe) thread.probe->coreMissingForSwitch = true;
+    here("core-missing", "the framework core is missing (" + function + ")");
+    return;
+  }
+  if (name == "SettingsOpenFailure") {
+    here("settings-missing", "override settings file not opened: " + field(0));
+    return;
+  }
+  if (name.ends_with("OpenFailure")) {
+    if (thread.probe && name == "ReadProbeResultOpenFailure") thread.probe->kernelUnavailable = true;
+    here("kernel-unavailable", "kernel parameter not opened (" + std::string(match.site->function) + "): " + field(0));
+    return;
+  }
+  if (name == "StaticCapsSlot") {
+    thread.lastCamera = static_cast<int>(number(0));
+    if (match.fields.size() >= 2) Camera(thread.lastCamera).slot = static_cast<int>(number(1));
+    return;
+  }
+  if (name.starts_with("State")) {
+    if (name == "StateUpdateRead") thread.lastCamera = static_cast<int>(number(0));
+    return;
+  }
+
+  // Sensor probe.
+  if (name == "ProbeSettings" || name == "ProbeSettingsMissing") {
+    SensorAttempt& attempt = Probe(thread, true);
+    attempt.settingsMissing = name == "ProbeSettingsMissing";
+    return;
+  }
+  // The protection path logs an "arg:" and "sensor name:" pair per argument
+  // of the core, and nothing else. Pairs of one sensor continue the attempt
+  // (one probe with several arguments and several probes in a row look the
+  // same); a pair naming another sensor begins a new one.
+  if (name == "ProbeProtectionArgument") {
+    const bool continues = thread.probe && thread.probe->protection && thread.probe->protectionArgument.empty();
+    SensorAttempt& attempt = Probe(thread, !continues);
+    attempt.protection = true;
+    attempt.protectionArgument = field(0);
+    return;
+  }
+  if (name == "ProbeProtectionSensorName") {
+    if (thread.probe && thread.probe->protection && !thread.probe->sensor.empty() && thread.probe->sensor != field(0)) {
+      const std::string argument = thread.probe->protectionArgument;
+      Probe(thread, true).protection = true;
+      thread.probe->protectionArgument = argument;
+    }
+    SensorAttempt& attempt = Probe(thread, false);
+    attempt.protection = true;
+    attempt.sensor = field(0);
+    const std::string argument = attempt.protectionArgument;
+    attempt.protectionArgument.clear();
+    ++attempt.protectionArguments;
+    if (IsCameraName(argument) && attempt.sensor.find(argument) != std::string::npos) {
+      ++attempt.protectionFaults;
+      attempt.events.push_back(Make("protection-fault", "protection fault injected: the core's argument \"" + argument +
+                                                            "\" names " + attempt.sensor +
+                                                            ", CamX is told the probe failed (1)"));
+    }
+    return;
+  }
+  if (name == "ProbeSensorUsage") {
+    SensorAttempt& attempt = Probe(thread, thread.probe && thread.probe->sawUsage);
+    attempt.sensor = field(0);
+    attempt.sawUsage = true;
+    attempt.frequent = number(2) != 0;
+    attempt.never = number(3) != 0;
+    return;
+  }
+  if (name == "ProbeMostProbed") {
+    Probe(thread, false);
+    return;
+  }
+  if (name == "ProbeCount") {
+    SensorAttempt& attempt = Probe(thread, thread.probe && thread.probe->sawCount);
+    attempt.sensor = field(0);
+    attempt.sawCount = true;
+    if (complete) {
+      attempt.moduleProbe = number(1);
+      CheckProbeCount(sensorProbesSeen, attempt.sensor, attempt.moduleProbe, -1, "probe", &attempt.events);
+    }
+    return;
+  }
+  if (name == "LastRetryVerdict") {
+    SensorAttempt& attempt = Probe(thread, false);
+    if (attempt.sensor.empty()) attempt.sensor = field(0);
+    attempt.lastRetry = number(3) != 0;
+    return;
+  }
+  if (name == "EepromBypassProbeCount") {
+    Probe(thread, false);
+    return;
+  }
+  if (name == "EepromBypassVerdict") {
+    SensorAttempt& attempt = Probe(thread, false);
+    ++attempt.eepromVerdicts;
+    attempt.lastEepromVerdict = number(4) != 0;
+    return;
+  }
+  if (name == "ReadProbeResultReadText") {
+    if (thread.probe && !thread.probe->outcome) thread.probe->reads.push_back(field(0));
+    return;
+  }
+  if (name == "ProbeLastResult" || name == "SetProbeResultReadText") return;
+  if (name == "SetProbeResultWrite") {
+    kernelRetryArmed = true;
+    here("kernel-retry-armed",
+         "kernel retry armed: the last module of a multi-sourced slot is marked for a "
+         "kernel-assisted re-probe (" +
+             sim::scenario::DescribeKernelText(field(0)) + ")");
+    return;
+  }
+  if (name == "ProbeOutcome") {
+    SensorAttempt& attempt = Probe(thread, thread.probe && thread.probe->outcome);
+    attempt.sensor = field(0);
+    attempt.camera = static_cast<int>(number(1));
+    attempt.kmd = number(2);
+    attempt.umd = number(3);
+    attempt.outcome = complete;
+    cameraOfSensor[attempt.sensor] = attempt.camera;
+    thread.lastCamera = attempt.camera;
+    ++sensorProbesSeen[attempt.sensor];
+    return;
+  }
+  if (name == "ResetProbeResultReadText" || name == "ResetProbeResultWrite") {
+    if (thread.probe && thread.probe->outcome) thread.probe->resetAfterOutcome = true;
+    return;
+  }
+  if (name == "InitResultReadText") return;
+
+  // Everything below is outside the sensor probe: it ends one still open on this thread.
+  CloseProbe(thread, false);
+
+  if (name == "EepromDataSettings") {
+    thread.eeprom.emplace();
+    thread.eeprom->camera = static_cast<int>(number(2));
+    return;
+  }
+  if (name == "EepromDataSensorUsage" || name == "EepromLastRetryVerdict") {
+    if (!thread.eeprom) {
+      thread.eeprom.emplace();
+      Add(thread.lastCamera, Make("gap", "the log starts (or resumes) inside an EEPROM data probe"));
+    }
+    if (name == "EepromDataSensorUsage") {
+      thread.eeprom->camera = static_cast<int>(number(0));
+      thread.eeprom->sensor = field(2);
+      thread.eeprom->frequent = number(4) != 0;
+      thread.eeprom->never = number(5) != 0;
+      cameraOfSensor[thread.eeprom->sensor] = thread.eeprom->camera;
+    } else {
+      thread.eeprom->verdicts.push_back(number(3) != 0);
+    }
+    return;
+  }
+  if (name == "EepromDataOutcome") {
+    EepromAttempt attempt = thread.eeprom.value_or(EepromAttempt{});
+    attempt.camera = static_cast<int>(number(0));
+    attempt.sensor = field(1);
+    const long long result = number(2);
+    CameraStory& camera = Camera(attempt.camera);
+    const int n = ++camera.eepromAttempts;
+    Add(attempt.camera, Make("eeprom-probe",
+                             "EEPROM data probe attempt " + std::to_string(n) + ": " + attempt.sensor + ", result " +
+                                 std::to_string(result),
+                             n));
+    if (result == 0 && !attempt.verdicts.empty() && attempt.verdicts.back() && (attempt.frequent || attempt.never)) {
+      Add(attempt.camera, Make("forced-eeprom-success",
+                               "forced EEPROM success: " + attempt.sensor + " failed every retry but is " +
+                                   (attempt.frequent ? "the slot's most-used module" : "of a type never probed") +
+                                   ": reported 0 (and recorded as a success)"));
+    }
+    thread.lastCamera = attempt.camera;
+    thread.eeprom = attempt;
+    return;
+  }
+  if (name == "EepromProbeRecorded") {
+    const int cameraId = thread.eeprom ? thread.eeprom->camera : thread.lastCamera;
+    if (complete) {
+      auto& seen = eepromProbesSeen;
+      const std::string sensor = field(0);
+      seen.emplace(sensor, 0);
+      CheckProbeCount(seen, sensor, number(1) - 1, cameraId, "EEPROM probe", nullptr);
+      seen[sensor] = number(1);
+    }
+    thread.eeprom.reset();
+    return;
+  }
+  if (name == "ProbeEepromArgument" || name == "ReadEepromArgument") {
+    thread.arguments.push_back(field(0));
+    return;
+  }
+  if (name == "ProbeEepromOutcome" || name == "ReadEepromSensorName") {
+    const std::string module = field(0);
+    std::vector<std::string> arguments;
+    if (name == "ReadEepromSensorName") {
+      if (!thread.arguments.empty()) arguments.push_back(thread.arguments.back());
+    } else {
+      arguments = thread.arguments;
+    }
+    const int cameraId = cameraOfSensor.count(module) != 0 ? cameraOfSensor[module] : thread.lastCamera;
+    for (const std::string& argument : arguments) {
+      if (IsCameraName(argument) && module.find(argument) != std::string::npos) {
+        Add(cameraId, Make("eeprom-fault-injected",
+                           std::string(name == "ProbeEepromOutcome" ? "EEPROM probe" : "EEPROM read") + " of " +
+                               module + " reported failed (1): the core's argument \"" + argument + "\" names it"));
+        break;
+      }
+    }
+    if (name == "ProbeEepromOutcome") {
+      Add(cameraId, Make("eeprom-probe", "EEPROM probe of " + module + ": result " + field(1)));
+    }
+    if (name == "ProbeEepromOutcome" || !thread.arguments.empty()) {
+      if (name == "ProbeEepromOutcome") {
+        thread.arguments.clear();
+      } else {
+        thread.arguments.pop_back();
+      }
+    }
+    return;
+  }
+
+  // Bring-up.
+  // After a skip the change line shows the library's own result 1 for the
+  // step that was not run: no failure of CamX was hidden, the skip says it all.
+  const bool afterSkip = thread.skippedCamera >= 0;
+  const int skipped = thread.skippedCamera;
+  thread.skippedCamera = -1;
+  if (name == "InitDeviceChanged") {
+    const int cameraId = static_cast<int>(number(0));
+    thread.lastCamera = cameraId;
+    if (afterSkip && skipped == cameraId) return;
+    if (number(1) != number(2)) {
+      Add(cameraId, Make("init-failure-hidden", "init failure hidden: CamX's result " + field(1) + " reported as " +
+                                                    field(2) + " (init state " + field(3) + ")"));
+    }
+    return;
+  }
+  if (name == "InitDeviceSkip" || name == "ConfigCmdsSkip") {
+    const int cameraId = static_cast<int>(number(0));
+    thread.lastCamera = cameraId;
+    Add(cameraId, Make("bringup-skipped", std::string(name == "InitDeviceSkip" ? "initialisation" : "configuration") +
+                                              " skipped: the probe is recorded failed; recorded " +
+                                              (name == "InitDeviceSkip" ? "I" : "C") +
+                                              "=F, error id set, CamX told success (0)"));
+    thread.skippedCamera = cameraId;
+    return;
+  }
+  if (name == "InitConfigChanged") {
+    const int cameraId = static_cast<int>(number(0));
+    thread.lastCamera = cameraId;
+    if (number(1) != number(3) || number(2) != 0) {
+      Add(cameraId,
+          Make("config-failure-hidden", "init settings failure hidden: CamX's result " + field(1) +
+                                            ", kernel init failed " + field(2) + ", reported as " + field(3)));
+    }
+    return;
+  }
+  if (name == "ConfigCmdsChanged") {
+    const int cameraId = static_cast<int>(number(0));
+    thread.lastCamera = cameraId;
+    if (afterSkip && skipped == cameraId) return;
+    if (number(1) != number(2)) {
+      Add(cameraId, Make("config-failure-hidden",
+                         "configuration failure hidden: CamX's result " + field(1) + " reported as " + field(2)));
+    }
+    return;
+  }
+  if (name == "SubmitInitialConfigCode" || name == "SubmitConfigCode") {
+    thread.submitStage = name == "SubmitInitialConfigCode" ? "initial settings" : "configuration";
+    return;
+  }
+  if (name == "SubmitInitialConfigChanged" || name == "SubmitConfigChanged") {
+    if (number(0) != number(1)) {
+      const std::string stage = name == "SubmitInitialConfigChanged" ? "initial settings" : "configuration";
+      Add(thread.lastCamera, Make("config-failure-hidden", stage + " submit failure hidden: CamX's result " + field(0) +
+                                                               " reported as " + field(1)));
+    }
+    return;
+  }
+  if (name == "SensorI2CSlaveAddress") {
+    Add(thread.lastCamera, Make("i2c-address", "sensor I2C slave address now 0x" + field(0)));
+    return;
+  }
+  if (name == "ActuatorNames") return;
+  if (name == "ActuatorAddressChanged") {
+    Add(-1, Make("i2c-address", "actuator I2C slave address switched to 0x" + field(0) + " (the core named it)"));
+    return;
+  }
+  if (name == "ActuatorAddress") return;
+  if (name == "OisProviderResult") {
+    Add(-1, Make("ois-provider-forced", "OIS provider registration reported " + field(0) + ", the HAL's not run"));
+    return;
+  }
+  if (name == "OisI2CSlaveAddress") {
+    Add(-1, Make("i2c-address", "OIS I2C slave address switched to 0x" + field(0)));
+    return;
+  }
+  if (name == "GyroTimestampModified") {
+    Add(-1, Make("gyro-timestamp-shifted", "gyro sample timestamp moved back to " + field(0)));
+    return;
+  }
+  if (name == "GyroSampleTimestamp") return;
+  // A site without a handler is still shown, never dropped.
+  story.unrecognised.push_back({where, std::string(line.message)});
+}
+
+Story StorySink::Finish() {
+  state_->CloseAll();
+  state_->threads.clear();
+  return std::move(state_->story);
+}
+
+namespace {
+
+std::string CameraTitle(const CameraStory& camera) {
+  if (camera.id < 0) return "no camera named (lens, OIS, gyro, process-wide)";
+  return "camera " + std::to_string(camera.id) + (camera.slot ? " (slot " + std::to_string(*camera.slot) + ")" : "");
+}
+
+std::string CameraSummary(const CameraStory& camera) {
+  std::string text = CameraTitle(camera) + ": ";
+  if (camera.lastAttempt > 0) {
+    text += (camera.lastSensor.empty() ? "a sensor" : camera.lastSensor) + " " + camera.lastOutcome + " on attempt " +
+            std::to_string(camera.lastAttempt) + (camera.lastHow.empty() ? "" : " " + camera.lastHow);
+  } else if (camera.eepromAttempts > 0) {
+    text += "no sensor probe in the log, " + Plural(camera.eepromAttempts, "EEPROM data probe");
+  } else {
+    text += Plural(static_cast<long long>(camera.events.size()), "event");
+  }
+  for (const std::string& note : camera.notes) text += "; " + note;
+  return text;
+}
+
+std::vector<std::string> FinalState(const BootStory& boot, int cameraId) {
+  std::vector<std::string> lines;
+  const auto state = boot.properties.find("vendor.debug.camera.imagesensorstate." + std::to_string(cameraId));
+  if (state != boot.properties.end()) {
+    for (const std::string& line : sim::scenario::ExplainImageSensorState(state->second).lines) {
+      lines.push_back("state " + state->second + ": " + line);
+    }
+  }
+  if (boot.kernelText) {
+    const std::string prefix = "camera " + std::to_string(cameraId) + ":";
+    for (const std::string& line : sim::scenario::ExplainKernelParameter(*boot.kernelText).lines) {
+      if (line.starts_with(prefix)) lines.push_back("kernel table:" + line.substr(prefix.size()));
+    }
+  }
+  return lines;
+}
+
+std::set<int> CamerasOf(const BootStory& boot) {
+  std::set<int> ids;
+  for (const ProcessStory& process : boot.processes) {
+    for (const auto& [id, camera] : process.cameras) {
+      if (id >= 0) ids.insert(id);
+    }
+  }
+  const std::string prefix = "vendor.debug.camera.imagesensorstate.";
+  for (const auto& [key, value] : boot.properties) {
+    if (key.starts_with(prefix)) ids.insert(std::atoi(key.c_str() + prefix.size()));
+  }
+  return ids;
+}
+
+constexpr char kErrorIds[] = "persist.vendor.camera.errorFrameworkId";
+
+// The library logs nothing when a capture request orders the abort, so a new
+// PID is all a log shows of it.
+constexpr char kNewProcess[] =
+    "the previous camera process ended: a restart, a crash, or a capture request's ordered abort (the library logs "
+    "none of them)";
+
+// The library drops lines below the level in this property (INFO, 4, when unset); almost all its
+// decisions are logged at INFO, so above it the log is silent and only the recorded state tells.
+std::optional<std::string> LogLevelNote(const BootStory& boot) {
+  const auto level = boot.properties.find("persist.vendor.camera.remedium.loglevel");
+  if (level == boot.properties.end()) return std::nullopt;
+  const long long value = std::atoll(level->second.c_str());
+  if (value <= 4) return std::nullopt;
+  return "persist.vendor.camera.remedium.loglevel is " + level->second +
+         ": the library drops its INFO lines (most decisions); the recorded state below is the record";
+}
+
+}  // namespace
+
+std::vector<std::string> SummaryLines(const Story& story) {
+  std::vector<std::string> lines;
+  for (size_t b = 0; b < story.boots.size(); ++b) {
+    for (const ProcessStory& process : story.boots[b].processes) {
+      for (const auto& [id, camera] : process.cameras) {
+        if (id < 0 && camera.events.empty()) continue;
+        lines.push_back((story.boots.size() > 1 ? "boot " + std::to_string(b + 1) + ", " : std::string()) + "process " +
+                        std::to_string(process.pid) + ", " + CameraSummary(camera));
+      }
+    }
+  }
+  return lines;
+}
+
+std::string FormatStory(const Story& story) {
+  std::string out = "summary\n";
+  const std::vector<std::string> summary = SummaryLines(story);
+  for (const std::string& line : summary) out += "  " + line + "\n";
+  if (summary.empty()) out += "  no camera story: the inputs hold no line of the library\n";
+  if (!story.unrecognised.empty()) {
+    out += "  " + Plural(static_cast<long long>(story.unrecognised.size()), "library line") + " not recognised\n";
+  }
+  for (size_t b = 0; b < story.boots.size(); ++b) {
+    const BootStory& boot = story.boots[b];
+    out += "\nboot " + std::to_string(b + 1) + " (" + boot.source + ")\n";
+    for (const ProcessStory& process : boot.processes) {
+      out += "  camera process " + std::to_string(process.pid) +
+             (process.firstTime.empty() ? "" : ", " + process.firstTime + " to " + process.lastTime) + "\n";
+      if (&process != &boot.processes.front()) out += "    " + std::string(kNewProcess) + "\n";
+      for (const auto& [id, camera] : process.cameras) {
+        if (camera.events.empty()) continue;
+        out += "    " + CameraTitle(camera) + "\n";
+        for (const Event& event : camera.events) {
+          out += "      " + (event.time.empty() ? std::string() : event.time + "  ") + event.kind + ": " + event.text +
+                 "\n";
+        }
+      }
+    }
+    if (const std::optional<std::string> quiet = LogLevelNote(boot)) out += "  " + *quiet + "\n";
+    const std::set<int> ids = CamerasOf(boot);
+    const bool anyState = !boot.properties.empty() || boot.kernelText;
+    if (anyState) out += "  recorded state\n";
+    for (int id : ids) {
+      const std::vector<std::string> lines = FinalState(boot, id);
+      if (lines.empty()) continue;
+      out += "    camera " + std::to_string(id) + "\n";
+      for (const std::string& line : lines) out += "      " + line + "\n";
+    }
+    if (const auto errors = boot.properties.find(kErrorIds); errors != boot.properties.end()) {
+      out += "    error framework ids \"" + errors->second + "\"\n";
+      for (const std::string& line : sim::scenario::ExplainErrorFrameworkIds(errors->second).lines) {
+        out += "      " + line + "\n";
+      }
+    }
+  }
+  if (!story.unrecognised.empty()) {
+    out += "\nlibrary lines not recognised\n";
+    for (const Unrecognised& line : story.unrecognised) out += "  " + line.where + ": " + line.text + "\n";
+  }
+  return out;
+}
+
+Json StoryJson(const Story& story) {
+  Json boots = Json::array();
+  for (const BootStory& boot : story.boots) {
+    Json processes = Json::array();
+    for (const ProcessStory& process : boot.processes) {
+      Json cameras = Json::array();
+      for (const auto& [id, camera] : process.cameras) {
+        Json events = Json::array();
+        for (const Event& event : camera.events) {
+          events.push_back({{"time", event.time},
+                            {"where", event.where},
+                            {"kind", event.kind},
+                            {"attempt", event.attempt},
+                            {"text", event.text}});
+        }
+        Json entry = {{"camera", id < 0 ? Json() : Json(id)},
+                      {"slot", camera.slot ? Json(*camera.slot) : Json()},
+                      {"summary", CameraSummary(camera)},
+                      {"sensor", camera.lastSensor},
+                      {"attempt", camera.lastAttempt},
+                      {"outcome", camera.lastOutcome},
+                      {"how", camera.lastHow},
+                      {"notes", camera.notes},
+                      {"events", events}};
+        cameras.push_back(entry);
+      }
+      processes.push_back({{"pid", process.pid},
+                           {"first", process.firstTime},
+                           {"last", process.lastTime},
+                           {"previousEnded", &process != &boot.processes.front() ? Json(kNewProcess) : Json()},
+                           {"cameras", cameras}});
+    }
+    Json state = Json::object();
+    for (int id : CamerasOf(boot)) state[std::to_string(id)] = FinalState(boot, id);
+    Json errorIds = Json();
+    if (const auto ids = boot.properties.find(kErrorIds); ids != boot.properties.end()) {
+      errorIds = {{"value", ids->second}, {"lines", sim::scenario::ExplainErrorFrameworkIds(ids->second).lines}};
+    }
+    const std::optional<std::string> quiet = LogLevelNote(boot);
+    boots.push_back({{"source", boot.source},
+                     {"logLevelNote", quiet ? Json(*quiet) : Json()},
+                     {"processes", processes},
+                     {"recordedState", state},
+                     {"errorFrameworkIds", errorIds},
+                     {"kernelParameter", boot.kernelText ? Json(*boot.kernelText) : Json()}});
+  }
+  Json unrecognised = Json::array();
+  for (const Unrecognised& line : story.unrecognised) {
+    unrecognised.push_back({{"where", line.where}, {"text", line.text}});
+  }
+  return {{"tool", "remedium-sim"},
+          {"command", "explain"},
+          {"summary", SummaryLines(story)},
+          {"boots", boots},
+          {"unrecognised", unrecognised}};
+}
+
+}  // namespace explain
