@@ -96,9 +96,8 @@ class Player {
       Apply();
       if (m_hooks.leakAfter && *m_hooks.leakAfter == m_index) m_leaked = open("/proc/self/status", O_RDONLY);
       if (call && OpenDescriptors() != descriptors) {
-        Violation("no descriptor left open",
-                  std::to_string(descriptors) + " open before the call, " + std::to_string(OpenDescriptors()) +
-                      " after");
+        Violation("no descriptor left open", std::to_string(descriptors) + " open before the call, " +
+                                                 std::to_string(OpenDescriptors()) + " after");
       }
       CheckKernelWrites();
       CheckProperties(before, call);

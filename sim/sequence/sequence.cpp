@@ -1,43 +1,43 @@
 #include "sim/sequence/sequence.h"
 
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <algorithm>
 #include <climits>
 #include <limits>
 #include <type_traits>
 
+#include <fuzzer/FuzzedDataProvider.h>
 #include <nlohmann/json.hpp>
 
 #include "sim/scenario/scenario.h"
 
 namespace sim::sequence {
 
-const std::vector<std::string> kSensors = {"s5kgm2_rear", "ov16a1q_front", "imx582_rear", "s5k3m5_aux",
-                                           "gc02m1_macro", "macro_ultra_wide_tele_depth_front_cam"};
+const std::vector<std::string> kSensors = {"s5kgm2_rear", "ov16a1q_front", "imx582_rear",
+                                           "s5k3m5_aux",  "gc02m1_macro",  "macro_ultra_wide_tele_depth_front_cam"};
 const std::vector<std::string> kEeproms = {"s5kgm2_rear_gt24p64", "imx582_rear_otp", "ov16a1q_front_otp"};
 const std::vector<std::string> kActuators = {"s5kgm2_rear_ak7377", "imx582_rear_dw9800"};
 const std::vector<std::string> kPropertyKeys = {
-    "persist.vendor.camera.cloud.remedium.modswitch",    "persist.vendor.camera.errorFrameworkId",
-    "persist.vendor.camera.remedium.loglevel",           "persist.vendor.camera.enableEarlyPipelineActivate",
-    "persist.vendor.camera.enableSATWideAlwaysOn",       "persist.vendor.camera.isEarlysettingsEnable",
-    "persist.vendor.camera.isSatFollowFingersOpt",       "vendor.debug.camera.numPCRsBeforeStreamOn",
-    "vendor.debug.camera.imagesensorstate.0",            "vendor.debug.camera.imagesensorstate.1",
-    "vendor.debug.camera.imagesensorstate.2",            "vendor.debug.camera.imagesensorstate.15",
+    "persist.vendor.camera.cloud.remedium.modswitch", "persist.vendor.camera.errorFrameworkId",
+    "persist.vendor.camera.remedium.loglevel",        "persist.vendor.camera.enableEarlyPipelineActivate",
+    "persist.vendor.camera.enableSATWideAlwaysOn",    "persist.vendor.camera.isEarlysettingsEnable",
+    "persist.vendor.camera.isSatFollowFingersOpt",    "vendor.debug.camera.numPCRsBeforeStreamOn",
+    "vendor.debug.camera.imagesensorstate.0",         "vendor.debug.camera.imagesensorstate.1",
+    "vendor.debug.camera.imagesensorstate.2",         "vendor.debug.camera.imagesensorstate.15",
     "vendor.debug.camera.imagesensorstate.16"};
 
 namespace {
 
 using Kind = Op::Kind;
 
-const std::vector<std::string> kHookNames = {"SensorProbeProtection", "SensorProbeI2CError", "ProbeEEPROMProtection",
-                                             "EEPROMI2C", "SensorProbeHook", "EEPROMDataProbeHook"};
-const std::vector<std::string> kArgumentTexts = {"s5kgm2", "ov16a1q_front", "", "rear", "24", "3",
-                                                 "macro_ultra_wide_tele_depth_front"};
+const std::vector<std::string> kHookNames = {"SensorProbeProtection", "SensorProbeI2CError",
+                                             "ProbeEEPROMProtection", "EEPROMI2C",
+                                             "SensorProbeHook",       "EEPROMDataProbeHook"};
+const std::vector<std::string> kArgumentTexts = {
+    "s5kgm2", "ov16a1q_front", "", "rear", "24", "3", "macro_ultra_wide_tele_depth_front"};
 const std::vector<std::string> kSensorTypes = {"rear", "front", "aux", "wide", ""};
-const std::vector<std::string> kPropertyValues = {"0",   "1",     "64",    "65535", "-1",
-                                                  "2,1", "2,1,3", "1,1,1", "9,9,9,9,9,9,9,9",
-                                                  "<P:S:10><I:F:20><C:-:0>", "<P:S:1>", "", "true"};
+const std::vector<std::string> kPropertyValues = {
+    "0",       "1", "64",  "65535", "-1", "2,1", "2,1,3", "1,1,1", "9,9,9,9,9,9,9,9", "<P:S:10><I:F:20><C:-:0>",
+    "<P:S:1>", "",  "true"};
 
 // Reads operations with FuzzedDataProvider.
 class Reader {
@@ -358,8 +358,8 @@ std::string Describe(const Op& op) {
     case Kind::kCall: {
       const CatalogueEntry& entry = Catalogue()[op.entry];
       if (entry.invoke == nullptr) {
-        return "SetErrorFrameworkId(" + std::to_string(op.args.camera.value_or(0)) + ", " +
-               std::to_string(op.isError) + ")";
+        return "SetErrorFrameworkId(" + std::to_string(op.args.camera.value_or(0)) + ", " + std::to_string(op.isError) +
+               ")";
       }
       std::string text = Title(entry, op.args);
       if (!entry.returnsNothing) text += " hal " + std::to_string(op.hal);
@@ -373,8 +373,9 @@ std::string Describe(const Op& op) {
     case Kind::kHookArguments:
       return "core arguments " + op.name + ": [" + Names(op.texts) + "]";
     case Kind::kMessageCenter:
-      return std::string("message centre ") +
-             (op.number == 0 ? "removed" : op.number == 1 ? "installed" : "without its send entry");
+      return std::string("message centre ") + (op.number == 0   ? "removed"
+                                               : op.number == 1 ? "installed"
+                                                                : "without its send entry");
     case Kind::kSensorType:
       return "message centre: " + op.name + " has type \"" + op.text + "\"";
     case Kind::kMostProbed:
@@ -418,8 +419,8 @@ void AddChanges(const scenario::Changes& changes, std::vector<Op>* ops) {
     for (const auto& [hook, arguments] : changes.core->hookArguments) {
       Op& op = add(Kind::kHookArguments);
       op.name = kHookNames[IndexOf(kHookNames, hook)];
-      op.texts.assign(arguments.begin(), arguments.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(
-                                                                 arguments.size(), 3)));
+      op.texts.assign(arguments.begin(),
+                      arguments.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(arguments.size(), 3)));
     }
   }
   if (changes.messageCenter) {

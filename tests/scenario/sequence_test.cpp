@@ -1,6 +1,8 @@
 // Call sequences (the call-sequence fuzzer's inputs): the byte form reads back
 // as written, a sequence converted to a scenario file does on the phone what
 // the sequence does, and a broken invariant is reported with the operation.
+#include "sim/sequence/sequence.h"
+
 #include <filesystem>
 #include <random>
 #include <regex>
@@ -13,7 +15,6 @@
 #include "sim/platform/simlog.h"
 #include "sim/platform/simproperties.h"
 #include "sim/scenario/scenario.h"
-#include "sim/sequence/sequence.h"
 
 namespace {
 
