@@ -103,21 +103,11 @@ class Checker {
       records.push_back(record.name + (record.result ? " failed" : " probed"));
     for (int32_t kind : slice.switchQueries) kinds.push_back(std::to_string(kind));
     Texts(e.notifications, notifications, path + "notifications");
-    std::vector<Json> callbacks, requests;
-    std::vector<std::string> shownCallbacks, shownRequests;
-    for (const auto& callback : slice.callbacks) {
-      callbacks.push_back(ToJson(callback));
-      shownCallbacks.push_back(Describe(callback));
-    }
-    for (const auto& request : slice.requests) {
-      requests.push_back(ToJson(request));
-      shownRequests.push_back(DescribeRequest(request));
-    }
-    Records(e.callbacks, callbacks, shownCallbacks, path + "callbacks");
+    Records(e.callbacks, slice.callbacks, Describe, path + "callbacks");
     Texts(e.probeRecords, records, path + "probeRecords");
     Texts(e.switchQueries, kinds, path + "switchQueries");
     Texts(e.argumentQueries, slice.argumentQueries, path + "argumentQueries");
-    Records(e.requests, requests, shownRequests, path + "messageCenterRequests");
+    Records(e.requests, slice.requests, DescribeRequest, path + "messageCenterRequests");
     if (e.log) Log(*e.log, slice, path + "log");
     for (const std::string& text : e.noLog.value_or(std::vector<std::string>{})) {
       const auto hit = std::find_if(slice.log.begin(), slice.log.end(),
@@ -191,15 +181,17 @@ class Checker {
   }
 
   // Records in order, each compared on the members its expectation gives.
-  void Records(const std::optional<std::vector<Json>>& expected, const std::vector<Json>& records,
-               const std::vector<std::string>& shown, const std::string& path) {
+  template <typename T>
+  void Records(const std::optional<std::vector<Json>>& expected, const std::vector<T>& records,
+               std::string (*describe)(const T&), const std::string& path) {
     if (!expected) return;
-    std::vector<std::string> want;
+    std::vector<std::string> want, shown;
     bool same = expected->size() == records.size();
     for (size_t i = 0; i < expected->size(); ++i) {
       want.push_back((*expected)[i].dump());
-      same = same && Matches((*expected)[i], records[i]);
+      same = same && Matches((*expected)[i], ToJson(records[i]));
     }
+    for (const T& record : records) shown.push_back(describe(record));
     Compare(same, path, List(want), List(shown));
   }
 

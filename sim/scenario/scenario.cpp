@@ -224,11 +224,10 @@ MessageCenterSetup MessageCenter(const Node& node) {
     centre.sensorTypes[key] = value.String("a sensor type");
   }
   for (const auto& [key, value] : node.MembersOf("mostProbed", "an object of sensor types and answers")) {
-    const Json answer = Record(value,
-                               {{"sensor", [](const Node& v) { return Json(v.String("a sensor name")); }},
-                                {"recordCount", [](const Node& v) { return Json(v.Any64("a record count")); }}},
-                               "a most-probed answer");
-    centre.mostProbed[key] = {answer.value("sensor", ""), answer.value("recordCount", int64_t{0})};
+    value.OnlyKeys({"sensor", "recordCount"}, "a most-probed answer");
+    MostProbed& answer = centre.mostProbed[key];
+    if (value.Has("sensor")) answer.sensor = value.At("sensor").String("a sensor name");
+    if (value.Has("recordCount")) answer.recordCount = value.At("recordCount").Any64("a record count");
   }
   return centre;
 }
