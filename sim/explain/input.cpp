@@ -31,6 +31,7 @@
 #include <zip.h>
 
 #include "sim/explain/logline.h"
+#include "sim/records/records.h"
 
 namespace explain {
 namespace {
@@ -209,11 +210,8 @@ bool IsZip(std::string_view bytes) { return bytes.starts_with("PK\x03\x04") || b
 
 bool IsBlank(std::string_view line) { return line.find_first_not_of(" \t") == std::string_view::npos; }
 
-std::string_view TrimSpace(std::string_view text) {
-  const size_t begin = text.find_first_not_of(" \t\r\n");
-  if (begin == std::string_view::npos) return {};
-  return text.substr(begin, text.find_last_not_of(" \t\r\n") + 1 - begin);
-}
+// Blanks and line ends; form feeds and vertical tabs count as text.
+std::string_view TrimSpace(std::string_view text) { return sim::records::Trim(text, " \t\r\n"); }
 
 // The kernel parameter's text with any NUL padding and white space around it removed.
 std::string_view KernelTextOf(std::string_view text) {
@@ -283,7 +281,7 @@ bool Detect(std::string_view name, std::string_view prefix, bool wholeFile, Form
     rest = newline == std::string_view::npos ? std::string_view{} : rest.substr(newline + 1);
     if (line.ends_with('\r')) line.remove_suffix(1);
     ++lineNumber;
-    if (!IsValidUtf8(line)) {
+    if (!sim::records::IsUtf8(line)) {
       *error = At(name, lineNumber) + ": invalid UTF-8";
       return false;
     }
@@ -339,7 +337,7 @@ bool CheckText(std::string_view name, uint64_t lineNumber, std::string_view line
     *error = At(name, lineNumber) + ": binary data (a NUL byte)" + " in a text input";
     return false;
   }
-  if (!IsValidUtf8(line)) {
+  if (!sim::records::IsUtf8(line)) {
     *error = At(name, lineNumber) + ": invalid UTF-8";
     return false;
   }

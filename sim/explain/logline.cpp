@@ -2,7 +2,8 @@
 
 #include <climits>
 #include <cstdint>
-#include <cstring>
+
+#include "sim/records/records.h"
 
 namespace explain {
 namespace {
@@ -27,11 +28,6 @@ bool ParseId(std::string_view text, int& value) {
 std::string_view TrimRight(std::string_view text) {
   while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
   return text;
-}
-
-std::string_view Trim(std::string_view text) {
-  while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
-  return TrimRight(text);
 }
 
 // "MM-DD HH:MM:SS.fff" (fraction of 1 to 9 digits), with an optional
@@ -108,8 +104,9 @@ bool ParseBriefBody(std::string_view text, size_t at, LogLine& line) {
   if (end == std::string_view::npos) return false;
   const size_t open = text.rfind('(', end);
   if (open == std::string_view::npos || open < tagBegin) return false;
-  std::string_view ids = Trim(text.substr(open + 1, end - open - 1));
-  if (const size_t colon = ids.find(':'); colon != std::string_view::npos) ids = Trim(ids.substr(colon + 1));
+  std::string_view ids = sim::records::Trim(text.substr(open + 1, end - open - 1), " ");
+  if (const size_t colon = ids.find(':'); colon != std::string_view::npos)
+    ids = sim::records::Trim(ids.substr(colon + 1), " ");
   if (!ParseId(ids, line.pid)) return false;
   line.tid = -1;
   line.tag = TrimRight(text.substr(tagBegin, open - tagBegin));
@@ -160,47 +157,6 @@ bool IsNumberList(std::string_view text) {
     ++at;
     if (at == text.size()) return values >= 2;  // the parameter's text may end with a comma
   }
-}
-
-bool IsValidUtf8(std::string_view bytes) {
-  const auto* at = reinterpret_cast<const unsigned char*>(bytes.data());
-  const unsigned char* const end = at + bytes.size();
-  while (at < end) {
-    // Plain ASCII, eight bytes at a time.
-    if (end - at >= 8) {
-      uint64_t word;
-      std::memcpy(&word, at, sizeof word);
-      if ((word & 0x8080808080808080ULL) == 0) {
-        at += 8;
-        continue;
-      }
-    }
-    const unsigned char c = *at;
-    if (c < 0x80) {
-      ++at;
-      continue;
-    }
-    size_t length;
-    uint32_t lowest;
-    uint32_t point;
-    if ((c & 0xE0) == 0xC0) {
-      length = 2, lowest = 0x80, point = c & 0x1F;
-    } else if ((c & 0xF0) == 0xE0) {
-      length = 3, lowest = 0x800, point = c & 0x0F;
-    } else if ((c & 0xF8) == 0xF0) {
-      length = 4, lowest = 0x10000, point = c & 0x07;
-    } else {
-      return false;
-    }
-    if (static_cast<size_t>(end - at) < length) return false;
-    for (size_t i = 1; i < length; ++i) {
-      if ((at[i] & 0xC0) != 0x80) return false;
-      point = (point << 6) | (at[i] & 0x3F);
-    }
-    if (point < lowest || point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF)) return false;
-    at += length;
-  }
-  return true;
 }
 
 }  // namespace explain

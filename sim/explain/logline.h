@@ -1,5 +1,5 @@
 // Parsing of single input lines: logcat's text formats, getprop's lines, the
-// kernel parameter's number list, and UTF-8 validity. No state, no allocation:
+// kernel parameter's number list. No state, no allocation:
 // every result points into the line it was given.
 #pragma once
 
@@ -36,9 +36,5 @@ bool ParsePropertyLine(std::string_view text, std::string_view& key, std::string
 // commas ("0,0,-19,..."), at least two of them. Surrounding white space is
 // the caller's to strip.
 bool IsNumberList(std::string_view text);
-
-// True when `bytes` is well-formed UTF-8 (no overlong forms, no surrogates,
-// nothing above U+10FFFF).
-bool IsValidUtf8(std::string_view bytes);
 
 }  // namespace explain

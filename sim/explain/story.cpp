@@ -7,7 +7,7 @@
 #include "client/interface/messagecenterclient.h"
 #include "hook/src/kernelchannel.h"
 #include "sim/explain/sites.h"
-#include "sim/scenario/report.h"
+#include "sim/records/records.h"
 
 namespace explain {
 
@@ -193,7 +193,7 @@ struct StorySink::State {
                          std::to_string(attempt.kmd);
       if (attempt.reads.size() >= 2) {
         add("bypass-refused", "bypass tried on " + attempt.sensor + ": the probe or the kernel failed (kernel table: " +
-                                  sim::scenario::DescribeKernelText(attempt.reads.front()) + "); probed again");
+                                  sim::records::DescribeKernelText(attempt.reads.front()) + "); probed again");
       } else if (attempt.Candidate()) {
         add("bypass-refused",
             "bypass not tried for " + attempt.sensor + ": " +
@@ -211,7 +211,7 @@ struct StorySink::State {
       }
       events.insert(events.begin(), Event{attempt.start.time, attempt.start.where, "sensor-probe", text, number});
     } else if (!attempt.reads.empty() && (!atEnd || BypassReadLast(attempt, cameraId))) {
-      const std::vector<int64_t> table = sim::scenario::ParseNumberList(attempt.reads.back(), 64);
+      const std::vector<int64_t> table = sim::records::ParseNumberList(attempt.reads.back(), 64);
       if (table.size() == CamX::kProbeResultTableSize) {
         add("bypass-taken", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor + module +
                                 " failing on its last retry but the slot's most-used module: reported probed "
@@ -264,7 +264,7 @@ struct StorySink::State {
         cameraId < 0 || cameraId >= 16) {
       return false;
     }
-    const std::vector<int64_t> table = sim::scenario::ParseNumberList(attempt.reads.front(), 64);
+    const std::vector<int64_t> table = sim::records::ParseNumberList(attempt.reads.front(), 64);
     return table.size() == CamX::kProbeResultTableSize && table[static_cast<size_t>(cameraId) + 32] == 0;
   }
 
@@ -482,7 +482,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     here("kernel-retry-armed",
          "kernel retry armed: the last module of a multi-sourced slot is marked for a "
          "kernel-assisted re-probe (" +
-             sim::scenario::DescribeKernelText(field(0)) + ")");
+             sim::records::DescribeKernelText(field(0)) + ")");
     return;
   }
   if (name == "ProbeOutcome") {
@@ -710,13 +710,13 @@ std::vector<std::string> FinalState(const BootStory& boot, int cameraId) {
   std::vector<std::string> lines;
   const auto state = boot.properties.find("vendor.debug.camera.imagesensorstate." + std::to_string(cameraId));
   if (state != boot.properties.end()) {
-    for (const std::string& line : sim::scenario::ExplainImageSensorState(state->second).lines) {
+    for (const std::string& line : sim::records::ExplainImageSensorState(state->second).lines) {
       lines.push_back("state " + state->second + ": " + line);
     }
   }
   if (boot.kernelText) {
     const std::string prefix = "camera " + std::to_string(cameraId) + ":";
-    for (const std::string& line : sim::scenario::ExplainKernelParameter(*boot.kernelText).lines) {
+    for (const std::string& line : sim::records::ExplainKernelParameter(*boot.kernelText).lines) {
       if (line.starts_with(prefix)) lines.push_back("kernel table:" + line.substr(prefix.size()));
     }
   }
@@ -808,7 +808,7 @@ std::string FormatStory(const Story& story) {
     }
     if (const auto errors = boot.properties.find(kErrorIds); errors != boot.properties.end()) {
       out += "    error framework ids \"" + errors->second + "\"\n";
-      for (const std::string& line : sim::scenario::ExplainErrorFrameworkIds(errors->second).lines) {
+      for (const std::string& line : sim::records::ExplainErrorFrameworkIds(errors->second).lines) {
         out += "      " + line + "\n";
       }
     }
@@ -856,7 +856,7 @@ Json StoryJson(const Story& story) {
     for (int id : CamerasOf(boot)) state[std::to_string(id)] = FinalState(boot, id);
     Json errorIds = Json();
     if (const auto ids = boot.properties.find(kErrorIds); ids != boot.properties.end()) {
-      errorIds = {{"value", ids->second}, {"lines", sim::scenario::ExplainErrorFrameworkIds(ids->second).lines}};
+      errorIds = {{"value", ids->second}, {"lines", sim::records::ExplainErrorFrameworkIds(ids->second).lines}};
     }
     const std::optional<std::string> quiet = LogLevelNote(boot);
     boots.push_back({{"source", boot.source},

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "sim/records/records.h"
 #include "sim/scenario/report.h"
 
 namespace sim::scenario {
@@ -145,7 +146,7 @@ class Checker {
 
   void KernelWrites(const Expectations& e, const Slice& slice, const std::string& path) {
     std::string writes = std::to_string(slice.kernelWrites.size()) + " writes";
-    for (const auto& write : slice.kernelWrites) writes += "\n      " + DescribeKernelText(KernelText(write));
+    for (const auto& write : slice.kernelWrites) writes += "\n      " + records::DescribeKernelText(KernelText(write));
     const size_t count = e.kernelWrites ? e.kernelWrites->size() : static_cast<size_t>(e.kernelWriteCount.value_or(0));
     if (!e.kernelWrites && !e.kernelWriteCount) return;
     Compare(slice.kernelWrites.size() == count, path, std::to_string(count) + " writes", writes);
@@ -170,7 +171,7 @@ class Checker {
     } else if (actual && expected.text && *actual != *expected.text) {
       Mismatch(path, Quoted(*expected.text), Quoted(*actual));
     } else if (actual && !expected.text) {
-      const std::vector<int64_t> values = ParseNumberList(*actual, 64);
+      const std::vector<int64_t> values = records::ParseNumberList(*actual, 64);
       for (const auto& [index, value] : expected.values) {
         const std::string got = index < values.size() ? std::to_string(values[index]) : "(no value)";
         const std::string at = "[" + std::to_string(index) + "] = ";

@@ -3,6 +3,8 @@
 #include <map>
 #include <sstream>
 
+#include "sim/records/records.h"
+
 namespace sim::scenario {
 namespace {
 
@@ -21,7 +23,7 @@ std::string EventLine(const sim::Event& event, const TimelineOptions& options) {
     return !options.logcat && (options.allLog || loud) ? "log      " + t : "";
   }
   if (s == "sysfs" && t.rfind(kKernelPrefix, 0) == 0) {
-    return "kernel   parameter written: " + DescribeKernelText(t.substr(sizeof(kKernelPrefix) - 1));
+    return "kernel   parameter written: " + records::DescribeKernelText(t.substr(sizeof(kKernelPrefix) - 1));
   }
   const auto label = kLabels.find(s);
   return label != kLabels.end() ? label->second + t : s + " " + t;
@@ -60,13 +62,14 @@ std::string ResultLine(const StepOutcome& outcome) {
 Json ValidUtf8(Json value) {
   if (value.is_string()) {
     const std::string& text = value.get_ref<const std::string&>();
-    return IsUtf8(text) ? value : Json(EscapeUtf8(text));
+    return records::IsUtf8(text) ? value : Json(records::EscapeUtf8(text));
   }
   if (value.is_array()) {
     for (Json& item : value) item = ValidUtf8(std::move(item));
   } else if (value.is_object()) {
     Json object = Json::object();
-    for (auto& [key, item] : value.items()) object[IsUtf8(key) ? key : EscapeUtf8(key)] = ValidUtf8(std::move(item));
+    for (auto& [key, item] : value.items())
+      object[records::IsUtf8(key) ? key : records::EscapeUtf8(key)] = ValidUtf8(std::move(item));
     return object;
   }
   return value;
@@ -152,7 +155,7 @@ std::string FormatSummary(const Scenario& scenario, const RunResult& run, const 
   for (const auto& callback : total.callbacks) out << "      " << Describe(callback) << "\n";
   out << "   message centre: " << total.requests.size() << " request(s)\n"
       << "   kernel parameter: " << total.kernelWrites.size() << " write(s); now "
-      << (total.kernelParameter ? DescribeKernelText(*total.kernelParameter) : std::string("absent")) << "\n"
+      << (total.kernelParameter ? records::DescribeKernelText(*total.kernelParameter) : std::string("absent")) << "\n"
       << "   log: " << total.log.size() << " line(s), " << errors << " at ERROR\n";
   bool any = false;
   for (const auto& [key, value] : total.properties) {
@@ -161,7 +164,7 @@ std::string FormatSummary(const Scenario& scenario, const RunResult& run, const 
     }
     out << (any ? "" : "   state left on the phone:\n") << "      " << key << " = " << value << "\n";
     any = true;
-    for (const std::string& line : Explain(key + "=" + value).lines) out << "         " << line << "\n";
+    for (const std::string& line : records::Explain(key + "=" + value).lines) out << "         " << line << "\n";
   }
   if (!any) out << "   state left on the phone: no image sensor state or error list property\n";
   if (!run.error.empty()) {

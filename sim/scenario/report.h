@@ -1,7 +1,8 @@
 // What remedium-sim shows of a played scenario: the comparison with its
 // expectations, a readable timeline of each step, a summary, a
-// machine-readable report, and short texts for the library's values
-// (numbers, kernel tables, records, explanations of state values).
+// machine-readable report, and short texts of the simulated phone's records
+// (callbacks, requests, kernel writes). The library's own records in words
+// are sim/records.
 #pragma once
 
 #include <cstdint>
@@ -56,21 +57,8 @@ Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResul
 
 std::string Hex(uint64_t value);
 
-// Whether `text` is valid UTF-8; and `text` made so: each byte outside a
-// valid sequence written as "\xNN" (two hexadecimal digits) and each
-// backslash doubled, so that the bytes can be read back.
-bool IsUtf8(const std::string& text);
-std::string EscapeUtf8(const std::string& text);
-
-// Reads comma-separated decimal numbers the way the library does: a number,
-// then one optional ",", until a number cannot be read or `limit` were read.
-std::vector<int64_t> ParseNumberList(const std::string& text, size_t limit);
-
 // The text of a kernel parameter write, without its NUL padding.
 std::string KernelText(const sim::SysfsWrite& write);
-
-// "64 values; non-zero: [0]=1 [16]=3" and the like.
-std::string DescribeKernelText(const std::string& text);
 
 std::string Describe(const sim::framework::CoreCallback& callback);
 std::string DescribeRequest(const sim::framework::MessageCenterRequest& request);
@@ -78,20 +66,5 @@ std::string DescribeRequest(const sim::framework::MessageCenterRequest& request)
 // a request's "name" and "data".
 Json ToJson(const sim::framework::CoreCallback& callback);
 Json ToJson(const sim::framework::MessageCenterRequest& request);
-
-// Explanations in words, one line per item; `ok` is false when the text is
-// not of the kind asked for.
-struct Explanation {
-  bool ok = true;
-  std::string kind;  // "image sensor state", "error framework id list", "kernel parameter"
-  std::vector<std::string> lines;
-};
-Explanation ExplainImageSensorState(const std::string& value);
-Explanation ExplainErrorFrameworkIds(const std::string& value);
-Explanation ExplainKernelParameter(const std::string& value);
-// Picks the kind from the text ("<P:..." a state; 16 or more numbers a kernel
-// parameter; otherwise an error list). Accepts "name=value" and getprop's
-// "[name]: [value]" as well, using the property name to choose.
-Explanation Explain(const std::string& text);
 
 }  // namespace sim::scenario

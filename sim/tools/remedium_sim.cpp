@@ -24,12 +24,14 @@
 
 #include "sim/explain/story.h"
 #include "sim/harness/harness.h"
+#include "sim/records/records.h"
 #include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"
 
 namespace {
 
 namespace sc = sim::scenario;
+namespace records = sim::records;
 
 constexpr int kExitMismatch = 1;
 constexpr int kExitError = 2;
@@ -167,10 +169,10 @@ int Decode(std::vector<std::string> texts, const std::string& as) {
   }
   int status = 0;
   for (const std::string& text : texts) {
-    const sc::Explanation explanation = as == "state"    ? sc::ExplainImageSensorState(text)
-                                        : as == "errors" ? sc::ExplainErrorFrameworkIds(text)
-                                        : as == "kernel" ? sc::ExplainKernelParameter(text)
-                                                         : sc::Explain(text);
+    const records::Explanation explanation = as == "state"    ? records::ExplainImageSensorState(text)
+                                             : as == "errors" ? records::ExplainErrorFrameworkIds(text)
+                                             : as == "kernel" ? records::ExplainKernelParameter(text)
+                                                              : records::Explain(text);
     std::cout << text << "\n  " << explanation.kind << ":\n";
     for (const std::string& line : explanation.lines) std::cout << "    " << line << "\n";
     if (!explanation.ok) status = kExitError;

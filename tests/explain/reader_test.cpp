@@ -13,6 +13,7 @@
 
 #include "sim/explain/input.h"
 #include "sim/explain/logline.h"
+#include "sim/records/records.h"
 
 namespace explain {
 namespace {
@@ -233,7 +234,7 @@ TEST(ExplainReaderTest, OverlongLineIsCutAndTheNextLinesCountOn) {
   ASSERT_TRUE(result.ok) << result.error;
   ASSERT_EQ(result.sink.logs.size(), 2u);
   EXPECT_LT(result.sink.logs[0].message.size(), 300'000u);
-  EXPECT_TRUE(IsValidUtf8(result.sink.logs[0].message));
+  EXPECT_TRUE(sim::records::IsUtf8(result.sink.logs[0].message));
   EXPECT_EQ(result.sink.logs[1].message, "after");
   EXPECT_EQ(result.sink.logs[1].lineNumber, 2u);
 }
@@ -392,9 +393,8 @@ TEST(ExplainReaderTest, BadTextInputsNameTheFileAndLine) {
                                 6)),
             "bad.txt: UTF-16 text; save it as UTF-8");
   // An overlong encoding and a surrogate are not UTF-8 either.
-  EXPECT_FALSE(IsValidUtf8("\xc0\xaf"));
-  EXPECT_FALSE(IsValidUtf8("\xed\xa0\x80"));
-  EXPECT_TRUE(IsValidUtf8("\xf0\x9f\x93\xb7 camera"));
+  EXPECT_EQ(ErrorOf("\xc0\xaf\n"), "bad.txt:1: invalid UTF-8");
+  EXPECT_EQ(ErrorOf("\xed\xa0\x80\n"), "bad.txt:1: invalid UTF-8");
 }
 
 TEST(ExplainReaderTest, GetpropDumpWithGarbageNamesTheLine) {

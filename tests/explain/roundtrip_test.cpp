@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "sim/explain/story.h"
+#include "sim/records/records.h"
 #include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"
 #include "tests/explain/logtext.h"
@@ -51,7 +52,7 @@ std::set<std::string> Expected(const sc::Json& step) {
       kinds.insert("bypass-taken");
     if (source == "prop" && text.starts_with("vendor.debug.camera.imagesensorstate.")) states += text;
     if (source == "sysfs" && call == "SensorProbe") {
-      const std::vector<int64_t> table = sc::ParseNumberList(text.substr(text.find(": ") + 2), 64);
+      const std::vector<int64_t> table = sim::records::ParseNumberList(text.substr(text.find(": ") + 2), 64);
       for (size_t camera = 0; table.size() == 64 && camera < 16; ++camera) {
         if (table[camera] == 1 && table[camera + 16] == 3) kinds.insert("kernel-retry-armed");
       }

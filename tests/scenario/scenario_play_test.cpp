@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "sim/records/records.h"
 #include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"
 
@@ -152,9 +153,9 @@ TEST(ScenarioPlay, LogTextThatIsNotUtf8IsEscapedInTheReport) {
   ASSERT_NO_THROW(text = report.dump());
   EXPECT_THAT(text, HasSubstr(R"(\\xC3")"));  // the cut character's first byte, at the end of a line
   bool cut = false;
-  for (const sim::LogLine& line : run.total.log) cut = cut || !sc::IsUtf8(line.text);
+  for (const sim::LogLine& line : run.total.log) cut = cut || !sim::records::IsUtf8(line.text);
   EXPECT_TRUE(cut) << "no log line was cut inside a character";
-  EXPECT_EQ(sc::EscapeUtf8("a\\b\xC3"), "a\\\\b\\xC3");
+  EXPECT_EQ(sim::records::EscapeUtf8("a\\b\xC3"), "a\\\\b\\xC3");
 }
 
 // The annotated example of the scenario format's documentation, without its
