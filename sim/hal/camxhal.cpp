@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -97,9 +98,16 @@ void SetVendorTag(const std::string& section, const std::string& name, uint32_t 
   State().vendorTags[{section, name}] = location;
 }
 
+// calloc: a large object comes from fresh zero pages, which are touched only
+// where the caller reads or writes (a static-caps object is over 300 KB of
+// which a call uses a few bytes). malloc's alignment covers any field; should
+// an allocator give less, the object is allocated aligned and cleared.
 Object::Object(size_t size)
-    : m_bytes(static_cast<unsigned char*>(std::aligned_alloc(16, (size + 15) / 16 * 16))), m_size(size) {
-  std::memset(m_bytes.get(), 0, size);
+    : m_bytes(static_cast<unsigned char*>(std::calloc((size + 15) / 16 * 16, 1))), m_size(size) {
+  if (reinterpret_cast<uintptr_t>(m_bytes.get()) % 16 != 0) {
+    m_bytes.reset(static_cast<unsigned char*>(std::aligned_alloc(16, (size + 15) / 16 * 16)));
+    std::memset(m_bytes.get(), 0, size);
+  }
 }
 
 void Object::Deleter::operator()(unsigned char* bytes) const { std::free(bytes); }

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -58,16 +59,36 @@ void ResetRecords() {
   framework::ResetMessageCenter();
 }
 
+// Device roots live in memory (/dev/shm) where the host has it: a phone per
+// fuzz input or test creates and removes a small tree each time, which costs
+// far less on tmpfs than on a disk file system. /tmp otherwise.
+const char* const kRootFolders[] = {"/dev/shm", "/tmp"};
+
+const std::string& RootFolder() {
+  static const std::string folder = [] {
+    for (const char* candidate : kRootFolders) {
+      struct stat info = {};
+      if (stat(candidate, &info) == 0 && S_ISDIR(info.st_mode) && access(candidate, W_OK | X_OK) == 0) {
+        return std::string(candidate);
+      }
+    }
+    return std::string("/tmp");
+  }();
+  return folder;
+}
+
 // Device roots of test processes that ended without their destructors (a
 // death test's child, a crash) are removed by the next phone.
 void RemoveOrphanedRoots() {
   std::error_code ec;
-  for (const auto& entry : std::filesystem::directory_iterator("/tmp", ec)) {
-    const std::string name = entry.path().filename().string();
-    if (name.rfind("remedium-phone-", 0) != 0) continue;
-    const long pid = std::strtol(name.c_str() + 15, nullptr, 10);
-    if (pid > 0 && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) {
-      std::filesystem::remove_all(entry.path(), ec);
+  for (const char* folder : kRootFolders) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) {
+      const std::string name = entry.path().filename().string();
+      if (name.rfind("remedium-phone-", 0) != 0) continue;
+      const long pid = std::strtol(name.c_str() + 15, nullptr, 10);
+      if (pid > 0 && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) {
+        std::filesystem::remove_all(entry.path(), ec);
+      }
     }
   }
 }
@@ -76,9 +97,9 @@ void RemoveOrphanedRoots() {
 
 Phone::Phone() {
   RemoveOrphanedRoots();
-  std::string pattern = "/tmp/remedium-phone-" + std::to_string(getpid()) + "-XXXXXX";
+  std::string pattern = RootFolder() + "/remedium-phone-" + std::to_string(getpid()) + "-XXXXXX";
   const char* made = mkdtemp(pattern.data());
-  m_root = made != nullptr ? made : "/tmp/remedium-phone";
+  m_root = made != nullptr ? made : RootFolder() + "/remedium-phone";
   SetDeviceRoot(m_root);
   ResetProperties();
   ResetRecords();
