@@ -1,7 +1,9 @@
 # A bad input: the command exits 2 (fix your input) with one line on stderr
 # that names the file, and prints nothing else there.
-#   cmake -DPROGRAM=... [-DSUBCOMMAND=explain] -DFILE=... -P bad_input.cmake
-execute_process(COMMAND ${PROGRAM} ${SUBCOMMAND} ${FILE} RESULT_VARIABLE status OUTPUT_VARIABLE out
+#   cmake [-DEMULATOR=...] -DPROGRAM=... [-DSUBCOMMAND=explain] -DFILE=... -P bad_input.cmake
+# EMULATOR: the cross build's emulator command, "|"-separated, or empty.
+string(REPLACE "|" ";" emulator "${EMULATOR}")
+execute_process(COMMAND ${emulator} ${PROGRAM} ${SUBCOMMAND} ${FILE} RESULT_VARIABLE status OUTPUT_VARIABLE out
   ERROR_VARIABLE err)
 string(STRIP "${err}" err)
 if(NOT status EQUAL 2)
