@@ -106,13 +106,15 @@ MessageCenterState& Centre() {
   return *state;
 }
 
-std::string Describe(const MessageCenterRequest& request) {
+}  // namespace
+
+std::string Describe(const MessageCenterRequest& request, bool quoted) {
   std::string text = request.name + "(";
   const char* separator = "";
   for (const auto& [key, value] : request.data) {
     text += separator + key + "=";
     if (value.type == kMessageDataString) {
-      text += value.text;
+      text += quoted ? "\"" + value.text + "\"" : value.text;
     } else if (value.type == kMessageDataInt64) {
       text += std::to_string(value.int64Value);
     } else {
@@ -122,8 +124,6 @@ std::string Describe(const MessageCenterRequest& request) {
   }
   return text + ")";
 }
-
-}  // namespace
 
 void ResetMessageCenter() {
   std::lock_guard<std::mutex> lock(Centre().mutex);
@@ -182,7 +182,8 @@ bool MessageCenterSend(const MessageCenterRequest& request, MessageCenterReply* 
   std::string answer;
   for (const auto& [key, text] : reply->strings) answer += " " + key + "=" + text;
   for (const auto& [key, number] : reply->int64s) answer += " " + key + "=" + std::to_string(number);
-  sim::Record("messagecenter", "SendMessage " + Describe(request) + " ->" + (answer.empty() ? " (none)" : answer));
+  sim::Record("messagecenter",
+              "SendMessage " + Describe(request, false) + " ->" + (answer.empty() ? " (none)" : answer));
   return known;
 }
 

@@ -80,6 +80,9 @@ struct MessageCenterReply {
   std::map<std::string, int64_t> int64s;
 };
 
+// "GET_SENSOR_TYPE(sensor_name=s5kgm2_rear)"; `quoted`: text values in quotes.
+std::string Describe(const MessageCenterRequest& request, bool quoted);
+
 // Forgets the configured answers and the recorded requests.
 void ResetMessageCenter();
 void SetSensorType(const std::string& sensorName, const std::string& type);

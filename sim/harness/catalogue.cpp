@@ -267,57 +267,42 @@ const std::vector<CatalogueEntry> kCatalogue = {
 
 #undef SIM_ENTRY
 
+}  // namespace
+
 std::string Hex(uint64_t value) {
   char text[24];
   std::snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(value));
   return text;
 }
 
-}  // namespace
-
-const char* ArgKey(Arg arg) {
-  switch (arg) {
-    case kCamera:
-    case kCameraOrNull:
-    case kBringUpCamera:
-    case kSubmitCamera:
-    case kModuleCamera:
-      return "camera";
-    case kSlot:
-      return "slot";
-    case kSensor:
-      return "sensor";
-    case kEeprom:
-      return "eeprom";
-    case kActuator:
-      return "actuator";
-    case kOpcode:
-      return "opcode";
-    case kSlaveAddress:
-    case kSlaveAddress16:
-      return "slaveAddress";
-    case kData:
-      return "data";
-    case kSize:
-      return "size";
-    case kTimestamps:
-      return "timestamps";
-    case kSensorType:
-      return "sensorType";
-    case kMessage:
-      return "message";
-    case kUserData:
-      return "userData";
-    case kRecordControl:
-      return "recordControl";
-    case kTagRegistered:
-      return "tagRegistered";
-    case kTagZero:
-      return "tagZero";
-    case kKernel:
-      return "kernel";
-  }
-  return "";
+const ArgSpec& Spec(Arg arg) {
+  // In the order of Arg. `required` is what a call without the key is told it needs.
+  static constexpr ArgSpec kSpecs[] = {
+      {"camera", "a \"camera\""},
+      {"camera", "a \"camera\" (null: the HAL object has no camera id)"},
+      {"camera", "a \"camera\""},
+      {"camera", "a \"camera\""},
+      {"camera", nullptr},
+      {"slot", nullptr},
+      {"sensor", nullptr},
+      {"eeprom", nullptr},
+      {"actuator", nullptr},
+      {"opcode", "an \"opcode\" (2 init, 4 config)"},
+      {"slaveAddress", "a \"slaveAddress\" (such as \"0x18\")"},
+      {"slaveAddress", "a \"slaveAddress\" (such as \"0x18\")"},
+      {"data", nullptr},
+      {"size", nullptr},
+      {"timestamps", "\"timestamps\" (nanoseconds, one per sample)"},
+      {"sensorType", nullptr},
+      {"message", "a \"message\" ({\"type\", \"value\"} or null)"},
+      {"userData", nullptr},
+      {"recordControl", nullptr},
+      {"tagRegistered", nullptr},
+      {"tagZero", nullptr},
+      {"kernel", nullptr},
+  };
+  static_assert(std::size(kSpecs) == static_cast<size_t>(kKernel) + 1, "one entry per Arg, in its order");
+  return kSpecs[static_cast<size_t>(arg)];
 }
 
 void Observed::Set(const std::string& key, Value value) {

@@ -72,7 +72,13 @@ enum class Arg {
   kTagZero,         // "tagZero": a byte at tag 0
   kKernel,          // "kernel": SensorProbe's kernel result per call
 };
-const char* ArgKey(Arg arg);
+// The key a scenario gives an argument kind under, and what a call that
+// lacks a required one is told it needs (null: the key may be left out).
+struct ArgSpec {
+  const char* key;
+  const char* required;
+};
+const ArgSpec& Spec(Arg arg);
 
 // A value the HAL side showed after a call.
 using Fields = std::vector<std::pair<std::string, int64_t>>;
@@ -120,6 +126,8 @@ const CatalogueEntry* FindCatalogueEntry(const std::string& name);
 const CatalogueEntry* FindCall(const std::string& call);
 // The demangled C++ name of the exported symbol.
 std::string Signature(const CatalogueEntry& entry);
+// "0x1a".
+std::string Hex(uint64_t value);
 // A step's title: "SensorProbe(camera 0, s5kgm2_rear)".
 std::string Title(const CatalogueEntry& entry, const CallArgs& args);
 

@@ -97,6 +97,11 @@ std::map<std::string, std::string> AllProperties() {
   return State().values;
 }
 
+void RemoveProperty(const std::string& key) {
+  std::lock_guard<std::mutex> lock(State().mutex);
+  State().values.erase(key);
+}
+
 void ResetProperties() {
   std::lock_guard<std::mutex> lock(State().mutex);
   State().values.clear();

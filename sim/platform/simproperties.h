@@ -11,6 +11,8 @@ namespace sim {
 void PresetProperty(const std::string& key, const std::string& value);
 std::optional<std::string> GetProperty(const std::string& key);
 std::map<std::string, std::string> AllProperties();
+// Forgets one property, as if it had never been set.
+void RemoveProperty(const std::string& key);
 // Forgets every property.
 void ResetProperties();
 // A reboot: only "persist." properties stay.

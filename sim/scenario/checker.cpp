@@ -108,7 +108,9 @@ class Checker {
     Texts(e.probeRecords, records, path + "probeRecords");
     Texts(e.switchQueries, kinds, path + "switchQueries");
     Texts(e.argumentQueries, slice.argumentQueries, path + "argumentQueries");
-    Records(e.requests, slice.requests, DescribeRequest, path + "messageCenterRequests");
+    Records(
+        e.requests, slice.requests, [](const auto& r) { return sim::framework::Describe(r, true); },
+        path + "messageCenterRequests");
     if (e.log) Log(*e.log, slice, path + "log");
     for (const std::string& text : e.noLog.value_or(std::vector<std::string>{})) {
       const auto hit = std::find_if(slice.log.begin(), slice.log.end(),
@@ -182,9 +184,9 @@ class Checker {
   }
 
   // Records in order, each compared on the members its expectation gives.
-  template <typename T>
-  void Records(const std::optional<std::vector<Json>>& expected, const std::vector<T>& records,
-               std::string (*describe)(const T&), const std::string& path) {
+  template <typename T, typename Describer>
+  void Records(const std::optional<std::vector<Json>>& expected, const std::vector<T>& records, Describer describe,
+               const std::string& path) {
     if (!expected) return;
     std::vector<std::string> want, shown;
     bool same = expected->size() == records.size();

@@ -80,12 +80,7 @@ void ApplyChanges(const Changes& changes) {
     Note(std::string("message centre ") + (centre->present ? "installed" : "removed"));
   }
   for (const auto& [key, value] : changes.properties) {
-    std::map<std::string, std::string> kept = sim::AllProperties();
-    kept.erase(key);
-    if (!value) sim::ResetProperties();  // and sets the others again
-    for (const auto& [name, text] : value ? std::map<std::string, std::string>{{key, *value}} : kept) {
-      sim::PresetProperty(name, text);
-    }
+    value ? sim::PresetProperty(key, *value) : sim::RemoveProperty(key);
     Note("property " + key + (value ? "=" + *value : " removed"));
   }
   if (changes.kernelParameter) {

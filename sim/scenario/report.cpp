@@ -218,7 +218,8 @@ Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResul
       Each(total.probeRecords, [](const auto& r) { return Json{{"name", r.name}, {"failed", r.result}}; });
   final["switchQueries"] = total.switchQueries;
   final["argumentQueries"] = total.argumentQueries;
-  final["messageCenterRequests"] = Each(total.requests, [](const auto& request) { return DescribeRequest(request); });
+  final["messageCenterRequests"] =
+      Each(total.requests, [](const auto& request) { return sim::framework::Describe(request, true); });
   final["log"] = Each(total.log, [](const sim::LogLine& line) {
     return Json{{"priority", line.priority}, {"tag", line.tag}, {"text", line.text}};
   });

@@ -55,13 +55,10 @@ std::string FormatSummary(const Scenario& scenario, const RunResult& run, const 
 // The report of one scenario as JSON.
 Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResult& check);
 
-std::string Hex(uint64_t value);
-
 // The text of a kernel parameter write, without its NUL padding.
 std::string KernelText(const sim::SysfsWrite& write);
 
 std::string Describe(const sim::framework::CoreCallback& callback);
-std::string DescribeRequest(const sim::framework::MessageCenterRequest& request);
 // As JSON: a callback's five fields (the report's records, which expectations match);
 // a request's "name" and "data".
 Json ToJson(const sim::framework::CoreCallback& callback);

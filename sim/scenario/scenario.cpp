@@ -509,32 +509,22 @@ class Parser {
     }
     const std::string call = Article(function) + function + " call";
     std::vector<std::string> keys = {"call", "note", "expect", "repeat", "hal"};
-    for (Arg arg : step->hook->args) keys.push_back(ArgKey(arg));
+    for (Arg arg : step->hook->args) keys.push_back(Spec(arg).key);
     node.OnlyKeys(keys, call);
     CallArgs& a = step->args;
     hal::Outcome& after = step->hal.after;
     std::optional<std::vector<CamxResult>> results;
     std::optional<std::vector<std::optional<int64_t>>> kernels;
     const Camera* camera = nullptr;
-    static const std::map<Arg, std::string> kRequired = {
-        {Arg::kCameraOrNull, "a \"camera\" (null: the HAL object has no camera id)"},
-        {Arg::kCamera, "a \"camera\""},
-        {Arg::kBringUpCamera, "a \"camera\""},
-        {Arg::kSubmitCamera, "a \"camera\""},
-        {Arg::kOpcode, "an \"opcode\" (2 init, 4 config)"},
-        {Arg::kSlaveAddress, "a \"slaveAddress\" (such as \"0x18\")"},
-        {Arg::kSlaveAddress16, "a \"slaveAddress\" (such as \"0x18\")"},
-        {Arg::kTimestamps, "\"timestamps\" (nanoseconds, one per sample)"},
-        {Arg::kMessage, "a \"message\" ({\"type\", \"value\"} or null)"}};
     const auto u32 = [](const Node& value, const char* what) {
       return static_cast<uint32_t>(value.Integer(0, kUint32Max, what));
     };
     const auto byte = [](const Node& value) { return static_cast<uint8_t>(value.Integer(0, 255, "a byte value")); };
     for (Arg arg : step->hook->args) {
-      const std::string key = ArgKey(arg);
+      const std::string key = Spec(arg).key;
       const bool has = node.Has(key);
       const Node value = has ? node.At(key) : node;
-      if (!has && kRequired.count(arg) != 0) node.Fail(call + " needs " + kRequired.at(arg));
+      if (!has && Spec(arg).required != nullptr) node.Fail(call + " needs " + Spec(arg).required);
       if (arg == Arg::kCamera || arg == Arg::kBringUpCamera || arg == Arg::kSubmitCamera ||
           (arg == Arg::kCameraOrNull && !(a.cameraAbsent = value.IsNull()))) {
         const bool traps =

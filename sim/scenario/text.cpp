@@ -1,14 +1,6 @@
-#include <cstdio>
-
 #include "sim/scenario/report.h"
 
 namespace sim::scenario {
-
-std::string Hex(uint64_t value) {
-  char text[24];
-  std::snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(value));
-  return text;
-}
 
 std::string KernelText(const sim::SysfsWrite& write) { return write.bytes.substr(0, write.bytes.find('\0')); }
 
@@ -31,17 +23,6 @@ Json ToJson(const sim::framework::MessageCenterRequest& request) {
                                   : Json();
   }
   return {{"name", request.name}, {"data", data}};
-}
-
-std::string DescribeRequest(const sim::framework::MessageCenterRequest& request) {
-  std::string text;
-  for (const auto& [key, value] : request.data) {
-    text += (text.empty() ? "" : ", ") + key + "=" +
-            (value.type == 3   ? "\"" + value.text + "\""
-             : value.type == 1 ? std::to_string(value.int64Value)
-                               : std::to_string(value.intValue));
-  }
-  return request.name + "(" + text + ")";
 }
 
 }  // namespace sim::scenario

@@ -219,14 +219,7 @@ class Player {
         fw::SetMostProbedSensor(op.text, op.name, op.number);
         break;
       case Op::Kind::kProperty:
-        if (op.flag) {
-          sim::PresetProperty(op.name, op.text);
-        } else {
-          std::map<std::string, std::string> kept = sim::AllProperties();
-          kept.erase(op.name);
-          sim::ResetProperties();
-          for (const auto& [key, value] : kept) sim::PresetProperty(key, value);
-        }
+        op.flag ? sim::PresetProperty(op.name, op.text) : sim::RemoveProperty(op.name);
         break;
       case Op::Kind::kKernelParameter:
         op.number == 0 ? sim::RemoveDeviceFile(hal::kProbeResultParameter)
