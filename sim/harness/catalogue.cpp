@@ -275,9 +275,9 @@ std::string Hex(uint64_t value) {
   return text;
 }
 
-const ArgSpec& Spec(Arg arg) {
+const ArgInfo& Argument(Arg arg) {
   // In the order of Arg. `required` is what a call without the key is told it needs.
-  static constexpr ArgSpec kSpecs[] = {
+  static constexpr ArgInfo kArguments[] = {
       {"camera", "a \"camera\""},
       {"camera", "a \"camera\" (null: the HAL object has no camera id)"},
       {"camera", "a \"camera\""},
@@ -301,8 +301,8 @@ const ArgSpec& Spec(Arg arg) {
       {"tagZero", nullptr},
       {"kernel", nullptr},
   };
-  static_assert(std::size(kSpecs) == static_cast<size_t>(kKernel) + 1, "one entry per Arg, in its order");
-  return kSpecs[static_cast<size_t>(arg)];
+  static_assert(std::size(kArguments) == static_cast<size_t>(kKernel) + 1, "one entry per Arg, in its order");
+  return kArguments[static_cast<size_t>(arg)];
 }
 
 void Observed::Set(const std::string& key, Value value) {

@@ -74,11 +74,11 @@ enum class Arg {
 };
 // The key a scenario gives an argument kind under, and what a call that
 // lacks a required one is told it needs (null: the key may be left out).
-struct ArgSpec {
+struct ArgInfo {
   const char* key;
   const char* required;
 };
-const ArgSpec& Spec(Arg arg);
+const ArgInfo& Argument(Arg arg);
 
 // A value the HAL side showed after a call.
 using Fields = std::vector<std::pair<std::string, int64_t>>;

@@ -509,7 +509,7 @@ class Parser {
     }
     const std::string call = Article(function) + function + " call";
     std::vector<std::string> keys = {"call", "note", "expect", "repeat", "hal"};
-    for (Arg arg : step->hook->args) keys.push_back(Spec(arg).key);
+    for (Arg arg : step->hook->args) keys.push_back(Argument(arg).key);
     node.OnlyKeys(keys, call);
     CallArgs& a = step->args;
     hal::Outcome& after = step->hal.after;
@@ -521,10 +521,10 @@ class Parser {
     };
     const auto byte = [](const Node& value) { return static_cast<uint8_t>(value.Integer(0, 255, "a byte value")); };
     for (Arg arg : step->hook->args) {
-      const std::string key = Spec(arg).key;
+      const std::string key = Argument(arg).key;
       const bool has = node.Has(key);
       const Node value = has ? node.At(key) : node;
-      if (!has && Spec(arg).required != nullptr) node.Fail(call + " needs " + Spec(arg).required);
+      if (!has && Argument(arg).required != nullptr) node.Fail(call + " needs " + Argument(arg).required);
       if (arg == Arg::kCamera || arg == Arg::kBringUpCamera || arg == Arg::kSubmitCamera ||
           (arg == Arg::kCameraOrNull && !(a.cameraAbsent = value.IsNull()))) {
         const bool traps =
