@@ -6,11 +6,46 @@
 
 namespace explain {
 
+// The logcat output formats (logcat -v FORMAT), and Android Studio's Logcat
+// panel copied as text. Each line is parsed on its own (but for long, whose
+// header line stands before its message lines), so a file may mix them.
+enum class LogFormat {
+  kNone,
+  kBrief,       // "P/TAG(  PID): message"
+  kProcess,     // "P(  PID) message  (TAG)"
+  kTag,         // "P/TAG: message"                 no process: too little for a story
+  kThread,      // "P(  PID: TID) message"           no tag
+  kRaw,         // "message"                         never returned by ParseLogLine
+  kTime,        // "TIME P/TAG(  PID): message"
+  kThreadtime,  // "TIME  PID  TID P TAG: message"
+  kLong,        // "[ TIME  PID: TID P/TAG ]" then the message's lines, then a blank line
+  kStudio,      // Android Studio's Logcat panel, old and new layouts
+};
+
+// The parts of LogLine::timestamp, as logcat's modifiers wrote them.
+// kWall: "MM-DD HH:MM:SS.f" with the year under -v year (and in Android
+// Studio), a zone under -v zone (and UTC under -v UTC); kEpoch: seconds since
+// 1970 (-v epoch); kMonotonic: seconds since boot (-v monotonic).
+struct LogTime {
+  enum class Clock : uint8_t { kNone, kWall, kEpoch, kMonotonic };
+  Clock clock = Clock::kNone;
+  int year = 0;  // 0: not written
+  int month = 0, day = 0, hour = 0, minute = 0, second = 0;
+  int64_t seconds = 0;  // kEpoch and kMonotonic: the whole seconds
+  int32_t nanos = 0;    // the fraction, in nanoseconds, whatever its digits (-v usec, -v nsec)
+  bool hasZoneOffset = false;
+  int zoneMinutes = 0;        // "+0100": 60; "-0530": -330
+  std::string_view zoneName;  // a zone written as a name ("UTC", "CET"), empty otherwise
+};
+
 // One record read from an input, in input order. The views are valid only during the call.
 struct LogLine {
   std::string_view source;     // the input file's path (and "!member" for a zip member)
   uint64_t lineNumber;         // 1-based line in that input/member
   std::string_view timestamp;  // as the log wrote it ("11-23 05:09:38.562"), empty in brief format
+  LogTime time;                // the timestamp's parts
+  LogFormat format = LogFormat::kNone;
+  std::string_view uid;        // -v uid's column (a number or a user name), empty without it
   int pid = -1;
   int tid = -1;              // -1 when the format has none (brief, time)
   char level = '?';          // V D I W E F

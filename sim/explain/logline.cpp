@@ -132,7 +132,63 @@ LogFormat ParseLogLine(std::string_view text, LogLine& line) {
   return ParseBriefBody(text, 0, line) ? LogFormat::kBrief : LogFormat::kNone;
 }
 
-bool IsBufferMarker(std::string_view text) { return text.starts_with("--------- beginning of "); }
+bool IsBufferMarker(std::string_view text) {
+  return text.starts_with("--------- beginning of ") || text.starts_with("--------- switch to ");
+}
+
+std::string_view FormatName(LogFormat format) {
+  switch (format) {
+    case LogFormat::kNone:
+      return "none";
+    case LogFormat::kBrief:
+      return "brief";
+    case LogFormat::kProcess:
+      return "process";
+    case LogFormat::kTag:
+      return "tag";
+    case LogFormat::kThread:
+      return "thread";
+    case LogFormat::kRaw:
+      return "raw";
+    case LogFormat::kTime:
+      return "time";
+    case LogFormat::kThreadtime:
+      return "threadtime";
+    case LogFormat::kLong:
+      return "long";
+    case LogFormat::kStudio:
+      return "Android Studio";
+  }
+  return "none";
+}
+
+int64_t TimeMicros(const LogTime& time, int year) {
+  switch (time.clock) {
+    case LogTime::Clock::kNone:
+      return -1;
+    case LogTime::Clock::kEpoch:
+    case LogTime::Clock::kMonotonic:
+      return time.seconds * 1000000 + time.nanos / 1000;
+    case LogTime::Clock::kWall:
+      break;
+  }
+  // Days since 1970-01-01 of a proleptic Gregorian date (Howard Hinnant's days_from_civil).
+  const int64_t y = (time.year != 0 ? time.year : year) - (time.month <= 2 ? 1 : 0);
+  const int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const int64_t yearOfEra = y - era * 400;
+  const int64_t month = time.month;
+  const int64_t dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + time.day - 1;
+  const int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+  const int64_t days = era * 146097 + dayOfEra - 719468;
+  const int64_t seconds = days * 86400 + time.hour * 3600 + time.minute * 60 + time.second -
+                          (time.hasZoneOffset ? time.zoneMinutes * 60 : 0);
+  return seconds * 1000000 + time.nanos / 1000;
+}
+
+LogFormat LogLineParser::Parse(std::string_view text, LogLine& line) {
+  line.format = ParseLogLine(text, line);
+  return line.format;
+}
 
 bool ParsePropertyLine(std::string_view text, std::string_view& key, std::string_view& value) {
   if (text.size() < 6 || text.front() != '[' || text.back() != ']') return false;

@@ -1,32 +1,51 @@
-// Parsing of single input lines: logcat's text formats, getprop's lines, the
-// kernel parameter's number list. No state, no allocation:
-// every result points into the line it was given.
+// Parsing of single input lines: every logcat output format and modifier,
+// getprop's lines, the kernel parameter's number list. No allocation but the
+// long format's header, which LogLineParser keeps: every other result points
+// into the line it was given.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "sim/explain/input.h"
 
 namespace explain {
 
-// The logcat formats the reader takes. Each line is parsed on its own, so a
-// file may mix them (a log concatenated from two captures).
-enum class LogFormat { kNone, kThreadtime, kTime, kBrief };
+// The format's name as logcat's -v takes it ("threadtime"; "Android Studio" for kStudio).
+std::string_view FormatName(LogFormat format);
 
-// Parses one logcat line (without its line end) into `line`'s timestamp, pid,
-// tid, level, tag and message. Takes:
-//   threadtime  "MM-DD HH:MM:SS.mmm  PID  TID P TAG     : message"
-//               with a year ("YYYY-MM-DD ..."), and with a UID column before
-//               the PID (logcat -v uid: a number or a user name)
-//   time        "MM-DD HH:MM:SS.mmm P/TAG     (  PID): message"
-//   brief       "P/TAG     (  PID): message"
-// (time and brief also with "UID:PID" in the parentheses). The tag loses
-// logcat's padding; the message is the rest of the line, as it is. Returns
-// kNone, and leaves `line` unspecified, for anything else.
+// Parses one logcat line (without its line end) into `line`'s timestamp,
+// time, uid, pid, tid, level, tag and message. ANSI colour escapes around the
+// line (-v color) are removed; the tag loses logcat's padding; the message is
+// the rest of the line as it is. Fields the format does not carry stay as
+// they were reset (pid and tid -1, level '?', empty views). Returns kNone,
+// and leaves `line` unspecified, for anything else. Never returns kLong (see
+// LogLineParser) nor kRaw.
 LogFormat ParseLogLine(std::string_view text, LogLine& line);
 
-// "--------- beginning of main": logcat's marker where a buffer's log begins.
+// The time on one scale in microseconds: kWall since 1970 as if the
+// wall clock were UTC (less the zone's offset where one is written), in
+// `year` when the log wrote none; kEpoch since 1970; kMonotonic since boot.
+// -1 for kNone.
+int64_t TimeMicros(const LogTime& time, int year);
+
+// Line by line over one input, for the long format: a "[ ... ]" header line
+// is remembered (Parse returns kNone for it and for the blank line that ends
+// an entry), and each message line under it is returned as kLong with the
+// header's fields. Every other line goes to ParseLogLine.
+class LogLineParser {
+ public:
+  LogFormat Parse(std::string_view text, LogLine& line);
+
+ private:
+  std::string header_;  // the long format's current header line; the fields point into it
+  LogLine headerLine_{};
+  bool inEntry_ = false;
+};
+
+// logcat's dividers: "--------- beginning of main", "--------- switch to crash".
 bool IsBufferMarker(std::string_view text);
 
 // getprop's "[key]: [value]". The value may hold anything but a line end.
