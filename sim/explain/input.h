@@ -45,7 +45,7 @@ struct LogLine {
   std::string_view timestamp;  // as the log wrote it ("11-23 05:09:38.562"), empty in brief format
   LogTime time;                // the timestamp's parts
   LogFormat format = LogFormat::kNone;
-  std::string_view uid;        // -v uid's column (a number or a user name), empty without it
+  std::string_view uid;  // -v uid's column (a number or a user name), empty without it
   int pid = -1;
   int tid = -1;              // -1 when the format has none (brief, time)
   char level = '?';          // V D I W E F
