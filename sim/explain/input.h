@@ -63,16 +63,30 @@ class InputSink {
   virtual void Property(std::string_view source, std::string_view key, std::string_view value) = 0;
   virtual void KernelText(std::string_view source, std::string_view text) = 0;  // the parameter's text
   virtual void EndInput(std::string_view source) = 0;
+  // The log lines between PreviousBoot(true) and PreviousBoot(false) are of the boot before this
+  // input's: a bug report's LAST LOGCAT (the log pstore kept across the reboot).
+  virtual void PreviousBoot(bool /*begins*/) {}
+  // One line of a tombstone (a bug report's TOMBSTONE section or a zip's FS/data/tombstones/ member).
+  virtual void Tombstone(std::string_view /*source*/, uint64_t /*lineNumber*/, std::string_view /*text*/) {}
+  // What the reader passed changed or left out ("FILE:LINE" and the text), for the story to say.
+  virtual void Notice(std::string_view /*where*/, std::string_view /*text*/) {}
+  // True once the sink has all it wants: the reader stops early (a peek at an input's first time).
+  virtual bool Enough() const { return false; }
 };
 
-// Reads one input file, detects its format by content (logcat threadtime/brief/time, bug report
-// .txt or .zip, getprop dump, kernel parameter text), and streams its records into `sink` in
-// bounded memory. On bad input returns false and sets `error` to a one-line message naming the file
-// ("FILE: not a logcat, bug report, getprop dump or kernel parameter text", "FILE: truncated zip", ...);
-// the command then exits 2. Records already streamed before an error stay streamed.
+// Reads one input file, detects its format by content (logcat in any -v format, bug report .txt or
+// .zip, getprop dump, kernel parameter text; UTF-8, or UTF-16 with a byte order mark), and streams
+// its records into `sink` in bounded memory. On bad input returns false and sets `error` to one line
+// naming the file ("FILE: not a logcat, bug report, getprop dump or kernel parameter text",
+// "FILE: truncated zip", ...); the command then exits 2. Records already streamed before an error
+// stay streamed.
 bool ReadInput(const std::string& path, InputSink& sink, std::string* error);
 
 // Same over bytes already in memory (for the fuzz target and unit tests); `name` stands for the path.
 bool ReadInputBytes(std::string_view name, std::string_view bytes, InputSink& sink, std::string* error);
+
+// A file name as an error message or a story shows it: bytes that are not UTF-8 and control
+// characters (line ends among them) escaped, so that a message stays one line.
+std::string PrintableName(std::string_view name);
 
 }  // namespace explain

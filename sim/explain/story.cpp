@@ -6,6 +6,7 @@
 
 #include "client/interface/messagecenterclient.h"
 #include "hook/src/kernelchannel.h"
+#include "sim/explain/logline.h"
 #include "sim/explain/sites.h"
 #include "sim/records/records.h"
 
@@ -38,9 +39,16 @@ const size_t kEventKindCount = std::size(kEventKinds);
 
 namespace {
 
+// A number of a library line, held within +-2^62 so that the story's sums and differences cannot
+// overflow whatever a line claims.
 long long Number(std::string_view text) {
-  return std::strtoll(std::string(text).c_str(), nullptr, text.substr(0, 2) == "0x" ? 16 : 10);
+  constexpr long long kLimit = 1LL << 62;
+  return std::clamp(std::strtoll(std::string(text).c_str(), nullptr, text.substr(0, 2) == "0x" ? 16 : 10), -kLimit,
+                    kLimit);
 }
+
+// A camera id of a line as the story keys it.
+int CameraId(long long number) { return static_cast<int>(std::clamp<long long>(number, -1, 1 << 20)); }
 
 std::string Plural(long long n, const std::string& word) {
   return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
@@ -88,6 +96,7 @@ struct EepromAttempt {
 };
 
 struct Thread {
+  bool seen = false;  // an earlier line of this thread is in the log (since the last gap)
   std::optional<SensorAttempt> probe;
   std::optional<EepromAttempt> eeprom;
   int lastCamera = -1;
@@ -96,33 +105,76 @@ struct Thread {
   int skippedCamera = -1;  // the camera whose bring-up step this thread just skipped
 };
 
+
+// The last library line of a thread, for logd's "identical N lines".
+struct LastLine {
+  std::string timestamp, tag, message, source;
+  LogTime time;
+  LogFormat format = LogFormat::kNone;
+  char level = '?';
+};
+
+// What a camera process's lines carry from one to the next.
+struct Context {
+  std::map<std::pair<int, int>, Thread> threads;  // by (pid, tid) of the current process
+  std::map<std::string, int> cameraOfSensor;
+  std::map<std::string, long long> sensorProbesSeen, eepromProbesSeen;
+  bool kernelRetryArmed = false;
+};
+
+// Maps keyed by what a line names are cleared past this size: a hostile log cannot grow them.
+constexpr size_t kMaxKeys = 4096;
+
 }  // namespace
 
 struct StorySink::State {
   Story story;
   std::string source;
-  std::map<std::pair<int, int>, Thread> threads;  // by (pid, tid) of the current process
-  std::map<std::string, int> cameraOfSensor;
-  std::map<std::string, long long> sensorProbesSeen, eepromProbesSeen;
-  bool kernelRetryArmed = false;
+  Context ctx;
+  Context saved;              // the bug report's own boot while its previous boot is read
+  size_t boot = 0;            // the boot lines go to
+  size_t currentBoot = 0;     // the input's own boot (PreviousBoot switches away from it)
+  bool inPrevious = false;
+  std::map<std::pair<int, int>, LastLine> lastLines;  // by (pid, tid), library lines only
+  std::function<void(const Event&, const EventPlace&)> listener;
+  // The year of wall times that carry none: 2000 (a leap year, so 02-29 is a date), one more
+  // each time the month goes back (a log across New Year).
+  int year = 2000;
+  int lastMonth = 0;
+  int crashPid = -1;  // the process a crash report (tombstone, crash buffer) is about
   std::string where, time;
+  int64_t micros = -1;
 
   BootStory& Boot() {
-    if (story.boots.empty()) story.boots.push_back({source, {}, {}, {}});
-    return story.boots.back();
+    if (story.boots.empty()) {
+      story.boots.push_back({source, {}, {}, {}, {}});
+      boot = currentBoot = 0;
+    }
+    return story.boots[boot];
+  }
+  // A new boot: a bug report, or a reboot the log shows (`label` says how).
+  void NewBoot(const std::string& label) {
+    if (!story.boots.empty()) CloseAll();
+    ctx = Context{};
+    lastLines.clear();
+    story.boots.push_back({source, label, {}, {}, {}});
+    boot = currentBoot = story.boots.size() - 1;
   }
   ProcessStory& Process() { return Boot().processes.back(); }
   CameraStory& Camera(int id) {
-    CameraStory& camera = Process().cameras[id];
+    std::map<int, CameraStory>& cameras = Process().cameras;
+    if (cameras.size() >= kMaxCamerasPerProcess && cameras.count(id) == 0) id = -1;
+    CameraStory& camera = cameras[id];
     camera.id = id;
     return camera;
   }
 
   Event Make(const std::string& kind, const std::string& text, int attempt = 0) const {
-    return {time, where, kind, text, attempt};
+    return {time, where, kind, text, attempt, micros};
   }
   void Add(int cameraId, Event event) {
     CameraStory& camera = Camera(cameraId);
+    if (event.kind == "undetermined") Note(camera, "the log cannot tell some decisions");
     if (event.kind == "init-failure-hidden") Note(camera, "init failure hidden");
     if (event.kind == "config-failure-hidden") Note(camera, "config failure hidden");
     if (event.kind == "protection-fault") Note(camera, "protection fault injected");
@@ -133,6 +185,11 @@ struct StorySink::State {
     if (event.kind == "core-missing") Note(camera, "core missing");
     if (event.kind == "message-centre-missing") Note(camera, "message centre missing");
     if (event.kind == "gap") Note(camera, "log incomplete");
+    if (listener) listener(event, {boot, Process().pid, camera.id, Boot().previous, Boot().source});
+    if (camera.events.size() >= kMaxEventsPerCamera) {
+      ++camera.omitted[event.kind];
+      return;
+    }
     camera.events.push_back(std::move(event));
   }
   static void Note(CameraStory& camera, const std::string& note) {
@@ -141,16 +198,68 @@ struct StorySink::State {
 
   void NewProcess(int pid) {
     CloseAll();
-    threads.clear();
-    cameraOfSensor.clear();
-    sensorProbesSeen.clear();
-    eepromProbesSeen.clear();
-    kernelRetryArmed = false;
-    Boot().processes.push_back({pid, time, time, {}});
+    ctx.threads.clear();
+    ctx.cameraOfSensor.clear();
+    ctx.sensorProbesSeen.clear();
+    ctx.eepromProbesSeen.clear();
+    ctx.kernelRetryArmed = false;
+    std::vector<ProcessStory>& processes = Boot().processes;
+    if (processes.size() >= kMaxProcessesPerBoot) {
+      // Keep the first and the latest: the ones between are counted where they were.
+      const uint64_t skipped = 1 + processes[1].skippedBefore;
+      processes.erase(processes.begin() + 1);
+      processes[1].skippedBefore += skipped;
+    }
+    ProcessStory process;
+    process.pid = pid;
+    process.firstTime = process.lastTime = time;
+    process.firstMicros = micros;
+    processes.push_back(std::move(process));
+  }
+
+  // A line of a crash report (the crash buffer's DEBUG lines, a tombstone): how a camera
+  // process ended and its frames in the hook library.
+  void Crash(std::string_view text) {
+    text = sim::records::Trim(text, " \t");
+    if (text.starts_with("pid: ")) {
+      crashPid = CameraId(Number(text.substr(5)));
+      return;
+    }
+    if (text.starts_with("Fatal signal ")) {  // libc's line in the crashing process
+      const size_t pid = text.rfind(", pid ");
+      if (pid != std::string_view::npos) Ended(CameraId(Number(text.substr(pid + 6))), text.substr(6));
+      return;
+    }
+    if (crashPid < 0) return;
+    if (text.starts_with("signal ")) {
+      Ended(crashPid, text);
+      return;
+    }
+    if (text.starts_with("#") && text.find(" pc ") != std::string_view::npos &&
+        text.find(kHookLibrary) != std::string_view::npos) {
+      if (ProcessStory* process = ProcessOf(crashPid); process != nullptr && process->frames.size() < 32) {
+        process->frames.emplace_back(text);
+      }
+    }
+  }
+  static constexpr std::string_view kHookLibrary = "com.velora.remedium.hook.camx.so";
+  ProcessStory* ProcessOf(int pid) {
+    if (story.boots.empty()) return nullptr;
+    for (auto it = Boot().processes.rbegin(); it != Boot().processes.rend(); ++it) {
+      if (it->pid == pid) return &*it;
+    }
+    return nullptr;
+  }
+  // "signal 6 (SIGABRT), code -1 ..." as "signal 6 (SIGABRT)".
+  void Ended(int pid, std::string_view text) {
+    ProcessStory* process = ProcessOf(pid);
+    if (process == nullptr || !process->ending.empty()) return;
+    const size_t close = text.find(')');
+    process->ending = std::string(text.substr(0, close == std::string_view::npos ? text.size() : close + 1));
   }
 
   void CloseAll() {
-    for (auto& [key, thread] : threads) CloseProbe(thread, true);
+    for (auto& [key, thread] : ctx.threads) CloseProbe(thread, true);
   }
 
   // Ends a sensor probe attempt: decides what its lines show, then files its events under its camera.
@@ -159,7 +268,7 @@ struct StorySink::State {
     SensorAttempt attempt = std::move(*thread.probe);
     thread.probe.reset();
     int cameraId = attempt.camera;
-    if (cameraId < 0 && cameraOfSensor.count(attempt.sensor) != 0) cameraId = cameraOfSensor[attempt.sensor];
+    if (cameraId < 0 && ctx.cameraOfSensor.count(attempt.sensor) != 0) cameraId = ctx.cameraOfSensor[attempt.sensor];
     if (cameraId < 0) cameraId = thread.lastCamera;
     if (cameraId >= 0) thread.lastCamera = cameraId;
     CameraStory& camera = Camera(cameraId);
@@ -203,7 +312,7 @@ struct StorySink::State {
                                                                              : "the core's bypass switch is closed"));
       }
       outcome = attempt.umd == 0 ? "kept" : "failed";
-      if (attempt.resetAfterOutcome && kernelRetryArmed && attempt.Candidate()) {
+      if (attempt.resetAfterOutcome && ctx.kernelRetryArmed && attempt.Candidate()) {
         add("kernel-retry-verdict", "after the kernel retry: " + attempt.sensor +
                                         " recorded failed (P=F, error id set), CamX told success (0)");
         outcome = "reported probed after the kernel retry";
@@ -225,7 +334,7 @@ struct StorySink::State {
                                       " values, no bookkeeping; CamX's result returned");
         outcome = "unknown";
       }
-      ++sensorProbesSeen[attempt.sensor];
+      ++ctx.sensorProbesSeen[attempt.sensor];
     } else if (attempt.kernelUnavailable) {
       add("sensor-probe", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
                               ": kernel parameter unavailable, no bookkeeping; CamX's result returned");
@@ -301,21 +410,57 @@ struct StorySink::State {
   }
 
   void Library(const LogLine& line, const SiteMatch& match);
+  void Line(const LogLine& line);
+  void Unknown(std::string_view message);
+  bool Rebooted(const LogLine& line);
+  void Chatty(const LogLine& line);
+
+  int64_t lastMonotonic = -1;
 };
 
 StorySink::StorySink() : state_(new State) {}
 StorySink::~StorySink() { delete state_; }
 
 void StorySink::BeginInput(std::string_view source, InputKind kind) {
-  state_->source = std::string(source);
-  if (kind == InputKind::kBugreport || state_->story.boots.empty()) {
-    state_->CloseAll();
-    state_->threads.clear();
-    state_->story.boots.push_back({std::string(source), {}, {}, {}});
-  }
+  State& s = *state_;
+  s.source = std::string(source);
+  s.year = 2000;
+  s.lastMonth = 0;
+  if (kind == InputKind::kBugreport || s.story.boots.empty()) s.NewBoot("");
 }
 
 void StorySink::EndInput(std::string_view) {}
+
+void StorySink::PreviousBoot(bool begins) {
+  State& s = *state_;
+  if (begins == s.inPrevious) return;
+  s.inPrevious = begins;
+  if (begins) {
+    s.Boot();
+    s.saved = std::move(s.ctx);
+    s.ctx = Context{};
+    BootStory previous{s.source, "the boot before, from the LAST LOGCAT section (pstore)", {}, {}, {}};
+    previous.previous = true;
+    s.story.boots.insert(s.story.boots.begin() + static_cast<std::ptrdiff_t>(s.currentBoot), std::move(previous));
+    s.boot = s.currentBoot++;
+  } else {
+    s.CloseAll();
+    s.ctx = std::move(s.saved);
+    s.saved = Context{};
+    s.boot = s.currentBoot;
+  }
+}
+
+void StorySink::Tombstone(std::string_view, uint64_t, std::string_view text) { state_->Crash(text); }
+
+void StorySink::Notice(std::string_view where, std::string_view text) {
+  Story& story = state_->story;
+  if (story.readingNoteCount++ < kMaxListed) story.readingNotes.push_back(std::string(where) + ": " + std::string(text));
+}
+
+void StorySink::SetListener(std::function<void(const Event&, const EventPlace&)> listener) {
+  state_->listener = std::move(listener);
+}
 
 void StorySink::Property(std::string_view, std::string_view key, std::string_view value) {
   state_->Boot().properties[std::string(key)] = std::string(value);
@@ -325,41 +470,154 @@ void StorySink::KernelText(std::string_view, std::string_view text) { state_->Bo
 
 void StorySink::Log(const LogLine& line) {
   State& s = *state_;
-  const bool library = line.tag == "[REMEDIUM]";
+  if (line.time.clock == LogTime::Clock::kWall && line.time.year == 0) {
+    if (s.lastMonth == 12 && line.time.month == 1) ++s.year;  // New Year in a log without years
+    s.lastMonth = line.time.month;
+  }
+  if (s.Rebooted(line)) return;
+  if ((line.tag == "chatty" || line.tag == "logd") && line.message.starts_with("uid=")) {
+    s.Chatty(line);
+    return;
+  }
+  if (line.tag == "DEBUG" || line.tag == "libc") {
+    s.Crash(line.message);
+    return;
+  }
+  s.Line(line);
+}
+
+void StorySink::State::Line(const LogLine& line) {
   const bool messageCentre = line.tag == kMessageCenterLogTag;
-  if (!library && !messageCentre) return;
-  ++s.story.libraryLines;
-  s.where = std::string(line.source) + ":" + std::to_string(line.lineNumber);
-  s.time = std::string(line.timestamp);
-  BootStory& boot = s.Boot();
-  if (boot.processes.empty() || boot.processes.back().pid != line.pid) s.NewProcess(line.pid);
-  s.Process().lastTime = s.time;
-  Thread& thread = s.threads[{line.pid, line.tid}];
+  SiteMatch match;
+  bool matched = false;
+  if (line.tag != "[REMEDIUM]" && !messageCentre) {
+    // logcat -v thread writes no tag: the library's lines are known by their own text.
+    matched = line.tag.empty() && line.format == LogFormat::kThread && MatchSite(line.message, &match);
+    if (!matched) {
+      if (!lastLines.empty()) lastLines.erase({line.pid, line.tid});
+      return;
+    }
+  }
+  ++story.libraryLines;
+  where = std::string(line.source) + ":" + std::to_string(line.lineNumber);
+  time = std::string(line.timestamp);
+  micros = TimeMicros(line.time, year);
+  if (lastLines.size() >= kMaxKeys) lastLines.clear();
+  LastLine& last = lastLines[{line.pid, line.tid}];
+  last = {std::string(line.timestamp), std::string(line.tag), std::string(line.message), std::string(line.source),
+          line.time, line.format, line.level};
+  BootStory& current = Boot();
+  if (current.processes.empty() || current.processes.back().pid != line.pid) NewProcess(line.pid);
+  Process().lastTime = time;
+  if (ctx.threads.size() >= kMaxKeys && ctx.threads.count({line.pid, line.tid}) == 0) {
+    CloseAll();
+    ctx.threads.clear();
+  }
+  Thread& thread = ctx.threads[{line.pid, line.tid}];
   if (messageCentre) {
     if (line.message == "m_pMessageCenterSendMessageFuncPtr is NULL" || line.message == "m_pRemediumCore is NULL") {
       const std::string text = line.message == "m_pRemediumCore is NULL"
                                    ? "the message centre library is missing"
                                    : "the message centre's send function is missing: its answer is empty";
       if (thread.probe) {
-        thread.probe->events.push_back(s.Make("message-centre-missing", text));
+        thread.probe->events.push_back(Make("message-centre-missing", text));
       } else {
-        s.Add(thread.eeprom ? thread.eeprom->camera : thread.lastCamera, s.Make("message-centre-missing", text));
+        Add(thread.eeprom ? thread.eeprom->camera : thread.lastCamera, Make("message-centre-missing", text));
       }
     } else {
-      s.story.unrecognised.push_back({s.where, std::string(line.message)});
+      Unknown(line.message);
     }
+    thread.seen = true;
     return;
   }
-  SiteMatch match;
-  if (!MatchSite(line.message, &match)) {
-    s.story.unrecognised.push_back({s.where, std::string(line.message)});
+  if (!matched && !MatchSite(line.message, &match)) {
+    Unknown(line.message);
+    thread.seen = true;
     return;
   }
-  s.Library(line, match);
+  Library(line, match);
+  thread.seen = true;
+}
+
+void StorySink::State::Unknown(std::string_view message) {
+  if (story.unrecognisedCount++ < kMaxListed) story.unrecognised.push_back({where, std::string(message)});
+}
+
+// The first lines of a boot: a log that runs across a reboot begins a new boot there.
+bool StorySink::State::Rebooted(const LogLine& line) {
+  const bool marker = (line.tag == "init" && line.message.starts_with("init first stage started")) ||
+                      line.message.find("Booting Linux on physical CPU") != std::string_view::npos ||
+                      line.tag == "boot_progress_start";
+  bool monotonicBack = false;
+  if (line.time.clock == LogTime::Clock::kMonotonic) {
+    const int64_t now = TimeMicros(line.time, year);
+    monotonicBack = lastMonotonic >= 0 && now + 10'000'000 < lastMonotonic;  // seconds since boot start again
+    lastMonotonic = now;
+  }
+  if (!marker && !monotonicBack) return false;
+  if (story.boots.empty() || Boot().processes.empty() || inPrevious) return marker;
+  NewBoot("a reboot the log shows at " + std::string(line.source) + ":" + std::to_string(line.lineNumber));
+  lastMonotonic = monotonicBack ? TimeMicros(line.time, year) : -1;
+  return marker;
+}
+
+// logd's chatty lines: "identical N lines" stands for N more copies of the thread's line
+// before it; "expire N lines" (and older logd's "dropped=N") says lines of the process are gone.
+void StorySink::State::Chatty(const LogLine& line) {
+  const std::string_view message = line.message;
+  long long count = 0;
+  bool identical = false;
+  if (const size_t at = message.rfind(" identical "); at != std::string_view::npos) {
+    identical = true;
+    count = Number(message.substr(at + 11));
+  } else if (const size_t expire = message.rfind(" expire "); expire != std::string_view::npos) {
+    count = Number(message.substr(expire + 8));
+  } else if (const size_t dropped = message.find("dropped="); dropped != std::string_view::npos) {
+    count = Number(message.substr(dropped + 8));
+  } else {
+    return;
+  }
+  if (count <= 0) return;
+  if (identical) {
+    const auto last = lastLines.find({line.pid, line.tid});
+    if (last == lastLines.end()) return;  // the line before was not the library's
+    const LastLine copy = last->second;
+    LogLine again = line;
+    again.timestamp = copy.timestamp;
+    again.time = copy.time;
+    again.format = copy.format;
+    again.level = copy.level;
+    again.tag = copy.tag;
+    again.message = copy.message;
+    for (long long i = 0; i < std::min(count, 1'000'000LL); ++i) Line(again);
+    return;
+  }
+  where = std::string(line.source) + ":" + std::to_string(line.lineNumber);
+  time = std::string(line.timestamp);
+  micros = TimeMicros(line.time, year);
+  ProcessStory* process = ProcessOf(line.pid);
+  if (process == nullptr || story.boots.empty() || process != &Process()) return;
+  const std::string text = "logd pruned " + Plural(count, "line") +
+                           " of this process here (chatty): decisions of this camera may be missing";
+  std::vector<int> ids;
+  for (const auto& [id, camera] : process->cameras) ids.push_back(id);
+  if (ids.empty()) ids.push_back(-1);
+  for (const int id : ids) Add(id, Make("gap", text));
+  // What follows the gap is not the same operation's: nothing is carried across it.
+  for (auto& [key, thread] : ctx.threads) {
+    if (key.first != line.pid) continue;
+    CloseProbe(thread, false);
+    thread.eeprom.reset();
+    thread.seen = false;
+    thread.lastCamera = -1;
+    thread.skippedCamera = -1;
+    thread.arguments.clear();
+  }
+  lastLines.clear();
 }
 
 void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
-  Thread& thread = threads[{line.pid, line.tid}];
+  Thread& thread = ctx.threads[{line.pid, line.tid}];
   const std::string name = match.site->name;
   const auto field = [&match](size_t i) { return i < match.fields.size() ? std::string(match.fields[i]) : ""; };
   const auto number = [&match](size_t i) { return i < match.fields.size() ? Number(match.fields[i]) : 0; };
@@ -452,7 +710,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     attempt.sawCount = true;
     if (complete) {
       attempt.moduleProbe = number(1);
-      CheckProbeCount(sensorProbesSeen, attempt.sensor, attempt.moduleProbe, -1, "probe", &attempt.events);
+      CheckProbeCount(ctx.sensorProbesSeen, attempt.sensor, attempt.moduleProbe, -1, "probe", &attempt.events);
     }
     return;
   }
@@ -478,7 +736,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
   }
   if (name == "ProbeLastResult" || name == "SetProbeResultReadText") return;
   if (name == "SetProbeResultWrite") {
-    kernelRetryArmed = true;
+    ctx.kernelRetryArmed = true;
     here("kernel-retry-armed",
          "kernel retry armed: the last module of a multi-sourced slot is marked for a "
          "kernel-assisted re-probe (" +
@@ -492,9 +750,9 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     attempt.kmd = number(2);
     attempt.umd = number(3);
     attempt.outcome = complete;
-    cameraOfSensor[attempt.sensor] = attempt.camera;
+    ctx.cameraOfSensor[attempt.sensor] = attempt.camera;
     thread.lastCamera = attempt.camera;
-    ++sensorProbesSeen[attempt.sensor];
+    ++ctx.sensorProbesSeen[attempt.sensor];
     return;
   }
   if (name == "ResetProbeResultReadText" || name == "ResetProbeResultWrite") {
@@ -521,7 +779,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
       thread.eeprom->sensor = field(2);
       thread.eeprom->frequent = number(4) != 0;
       thread.eeprom->never = number(5) != 0;
-      cameraOfSensor[thread.eeprom->sensor] = thread.eeprom->camera;
+      ctx.cameraOfSensor[thread.eeprom->sensor] = thread.eeprom->camera;
     } else {
       thread.eeprom->verdicts.push_back(number(3) != 0);
     }
@@ -551,7 +809,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
   if (name == "EepromProbeRecorded") {
     const int cameraId = thread.eeprom ? thread.eeprom->camera : thread.lastCamera;
     if (complete) {
-      auto& seen = eepromProbesSeen;
+      auto& seen = ctx.eepromProbesSeen;
       const std::string sensor = field(0);
       seen.emplace(sensor, 0);
       CheckProbeCount(seen, sensor, number(1) - 1, cameraId, "EEPROM probe", nullptr);
@@ -572,7 +830,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     } else {
       arguments = thread.arguments;
     }
-    const int cameraId = cameraOfSensor.count(module) != 0 ? cameraOfSensor[module] : thread.lastCamera;
+    const int cameraId = ctx.cameraOfSensor.count(module) != 0 ? ctx.cameraOfSensor[module] : thread.lastCamera;
     for (const std::string& argument : arguments) {
       if (IsCameraName(argument) && module.find(argument) != std::string::npos) {
         Add(cameraId, Make("eeprom-fault-injected",
@@ -676,12 +934,13 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
   }
   if (name == "GyroSampleTimestamp") return;
   // A site without a handler is still shown, never dropped.
-  story.unrecognised.push_back({where, std::string(line.message)});
+  Unknown(line.message);
 }
 
 Story StorySink::Finish() {
+  if (state_->inPrevious) PreviousBoot(false);
   state_->CloseAll();
-  state_->threads.clear();
+  state_->ctx.threads.clear();
   return std::move(state_->story);
 }
 

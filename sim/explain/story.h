@@ -4,8 +4,11 @@
 // kernel parameter hold. `remedium-sim explain` prints it as text or JSON.
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,15 +39,22 @@ struct EventKind {
 extern const EventKind kEventKinds[];
 extern const size_t kEventKindCount;
 
+// Lists that could grow without bound keep this many entries; the rest are counted.
+inline constexpr size_t kMaxEventsPerCamera = 5000;
+inline constexpr size_t kMaxProcessesPerBoot = 1000;
+inline constexpr size_t kMaxCamerasPerProcess = 64;
+inline constexpr size_t kMaxListed = 100;  // unrecognised lines, reading notes
+
 struct CameraStory {
   int id = -1;  // -1: lines that name no camera
   std::optional<int> slot;
   std::vector<Event> events;
-  int sensorAttempts = 0;
-  int eepromAttempts = 0;
+  std::map<std::string, uint64_t> omitted;  // events past kMaxEventsPerCamera, by kind
+  int64_t sensorAttempts = 0;
+  int64_t eepromAttempts = 0;
   // For the summary.
   std::string lastSensor;
-  int lastAttempt = 0;
+  int64_t lastAttempt = 0;
   std::string lastOutcome;         // "kept", "failed", "reported probed"
   std::string lastHow;             // "by bypass", ...
   std::vector<std::string> notes;  // "init failure hidden", ... (each once)
@@ -53,14 +63,20 @@ struct CameraStory {
 struct ProcessStory {
   int pid = -1;
   std::string firstTime, lastTime;
+  int64_t firstMicros = -1;
   std::map<int, CameraStory> cameras;  // by camera id; -1 for lines that name none
+  std::string ending;                  // "signal 6 (SIGABRT)" when the log or a tombstone shows how it ended
+  std::vector<std::string> frames;     // the tombstone's frames in the hook library
+  uint64_t skippedBefore = 0;          // camera processes before this one not listed (kMaxProcessesPerBoot)
 };
 
 struct BootStory {
   std::string source;  // the input that began it
+  std::string label;   // how it is known to be a boot of its own ("previous boot: ...", "reboot at ...")
   std::vector<ProcessStory> processes;
   std::map<std::string, std::string> properties;  // the camera's recorded state
   std::optional<std::string> kernelText;
+  bool previous = false;  // a bug report's LAST LOGCAT: the boot before the report's
 };
 
 struct Unrecognised {
@@ -70,8 +86,20 @@ struct Unrecognised {
 
 struct Story {
   std::vector<BootStory> boots;
-  std::vector<Unrecognised> unrecognised;
-  size_t libraryLines = 0;
+  std::vector<Unrecognised> unrecognised;  // the first kMaxListed
+  uint64_t unrecognisedCount = 0;
+  std::vector<std::string> readingNotes;  // what the reader changed or left out, the first kMaxListed
+  uint64_t readingNoteCount = 0;
+  uint64_t libraryLines = 0;
+};
+
+// Where a filed event belongs, for listeners and filters.
+struct EventPlace {
+  size_t boot = 0;  // 0-based, in the order boots are begun (a previous boot is begun later than it happened)
+  int pid = -1;
+  int camera = -1;
+  bool previousBoot = false;
+  std::string_view source;  // the input that began the boot
 };
 
 // Builds the story from the records a reader streams into it.
@@ -84,6 +112,11 @@ class StorySink : public InputSink {
   void Property(std::string_view source, std::string_view key, std::string_view value) override;
   void KernelText(std::string_view source, std::string_view text) override;
   void EndInput(std::string_view source) override;
+  void PreviousBoot(bool begins) override;
+  void Tombstone(std::string_view source, uint64_t lineNumber, std::string_view text) override;
+  void Notice(std::string_view where, std::string_view text) override;
+  // Called for every event as it is filed, also past the story's limits (--jsonl streams them).
+  void SetListener(std::function<void(const Event&, const EventPlace&)> listener);
   // Closes what is still open and hands the story over.
   Story Finish();
 
@@ -97,8 +130,27 @@ std::vector<std::string> SummaryLines(const Story& story);
 std::string FormatStory(const Story& story);
 Json StoryJson(const Story& story);
 
-// `remedium-sim explain FILE... [--json]`: 0 explained, 2 an input could not
-// be read (its message on `err`).
-int RunExplain(const std::vector<std::string>& files, bool json, std::ostream& out, std::ostream& err);
+// What `remedium-sim explain` shows: the filters keep the events (and the cameras and
+// processes) they match; an empty filter keeps all.
+struct ExplainOptions {
+  bool json = false;   // the story as one JSON document
+  bool jsonl = false;  // one event a line, streamed as the events are filed
+  std::string trace;   // a Chrome/Perfetto JSON trace written to this file
+  std::optional<int> camera, pid;
+  std::optional<int64_t> since, until;  // microseconds on the events' scale (TimeMicros)
+  std::vector<std::string> kinds;
+};
+
+// A --since/--until time as the log writes it ("11-23 05:15:21.338", "2024-11-23 05:15:21",
+// "05:15:21" of the log's first day, or seconds since 1970 / since boot): microseconds, or nullopt.
+std::optional<int64_t> ParseFilterTime(std::string_view text);
+
+bool Keeps(const ExplainOptions& options, const Event& event, const EventPlace& place);
+
+// `remedium-sim explain FILE... [options]`: 0 explained, 2 an input could not
+// be read (its message on `err`). Inputs are read in the order of their first
+// log time, not of the arguments.
+int RunExplain(const std::vector<std::string>& files, const ExplainOptions& options, std::ostream& out,
+               std::ostream& err);
 
 }  // namespace explain
