@@ -17,12 +17,13 @@ namespace explain {
 std::string_view FormatName(LogFormat format);
 
 // Parses one logcat line (without its line end) into `line`'s timestamp,
-// time, uid, pid, tid, level, tag and message. ANSI colour escapes around the
-// line (-v color) are removed; the tag loses logcat's padding; the message is
-// the rest of the line as it is. Fields the format does not carry stay as
-// they were reset (pid and tid -1, level '?', empty views). Returns kNone,
-// and leaves `line` unspecified, for anything else. Never returns kLong (see
-// LogLineParser) nor kRaw.
+// time, uid, pid, tid, level, tag, message and format. ANSI colour escapes
+// around the line (-v color) are removed; the tag loses logcat's padding; the
+// message is the rest of the line as it is. Fields the format does not carry
+// stay as they were reset (pid and tid -1, level '?', empty views). Android
+// Studio's assert level 'A' is given as 'F'. Returns kNone, and leaves `line`
+// unspecified but for its format, for anything else. Never returns kLong (see
+// LogLineParser) nor kRaw. Linear in the line's length, no allocation.
 LogFormat ParseLogLine(std::string_view text, LogLine& line);
 
 // The time on one scale in microseconds: kWall since 1970 as if the
@@ -32,9 +33,10 @@ LogFormat ParseLogLine(std::string_view text, LogLine& line);
 int64_t TimeMicros(const LogTime& time, int year);
 
 // Line by line over one input, for the long format: a "[ ... ]" header line
-// is remembered (Parse returns kNone for it and for the blank line that ends
-// an entry), and each message line under it is returned as kLong with the
-// header's fields. Every other line goes to ParseLogLine.
+// is copied and remembered (Parse returns kNone for it and for the blank line
+// that ends an entry), and each message line under it is returned as kLong
+// with the header's fields, the line itself as the message. Every other line
+// goes to ParseLogLine.
 class LogLineParser {
  public:
   LogFormat Parse(std::string_view text, LogLine& line);

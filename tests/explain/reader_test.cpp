@@ -212,6 +212,173 @@ TEST(ExplainReaderTest, LinesThatAreNotLogLinesAreRejected) {
   }
 }
 
+// --- every -v format and modifier, as logprint writes them ---------------------
+
+// The parsed fields on one line: "format uid|pid|tid level [tag] message".
+std::string Fields(LogFormat format, const LogLine& line) {
+  return std::string(FormatName(format)) + " " + std::string(line.uid) + "|" + std::to_string(line.pid) + "|" +
+         std::to_string(line.tid) + " " + line.level + " [" + std::string(line.tag) + "] " + std::string(line.message);
+}
+
+// The time's parts: "timestamp = clock Y-M-D h:m:s seconds.nanos zone".
+std::string TimeParts(const LogLine& line) {
+  const LogTime& t = line.time;
+  static constexpr const char* kClocks[] = {"none", "wall", "epoch", "monotonic"};
+  return std::string(line.timestamp) + " = " + kClocks[static_cast<int>(t.clock)] + " " + std::to_string(t.year) + "-" +
+         std::to_string(t.month) + "-" + std::to_string(t.day) + " " + std::to_string(t.hour) + ":" +
+         std::to_string(t.minute) + ":" + std::to_string(t.second) + " " + std::to_string(t.seconds) + "." +
+         std::to_string(t.nanos) + (t.hasZoneOffset ? " " + std::to_string(t.zoneMinutes) : "") +
+         (t.zoneName.empty() ? "" : " " + std::string(t.zoneName));
+}
+
+struct FormatCase {
+  std::string text;
+  std::string fields;
+  std::string time;  // empty: the format writes none
+};
+
+TEST(ExplainReaderTest, EveryLogcatFormatAndModifier) {
+  const std::string kWall = "11-23 05:09:38.562 = wall 0-11-23 5:9:38 0.562000000";
+  const FormatCase cases[] = {
+      // threadtime: "%s %s%5d %5d %c %-8.*s: ", uid "%5s " (a name of up to five letters, else the number).
+      {"11-23 05:09:38.562  7219  7221 I [REMEDIUM]: hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0",
+       "threadtime |7219|7221 I [[REMEDIUM]] hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0", kWall},
+      {"11-23 05:09:38.562 10201  7219  7221 D Tag     : m", "threadtime 10201|7219|7221 D [Tag] m", kWall},
+      {"11-23 05:09:38.562  root     1     1 I init    : a (b): c", "threadtime root|1|1 I [init] a (b): c", kWall},
+      {"11-23 05:09:38.562 u0_a201  7219  7221 W t       : m", "threadtime u0_a201|7219|7221 W [t] m", kWall},
+      {"11-23 05:09:38.562  7219  7221 E [REMEDIUM]: ", "threadtime |7219|7221 E [[REMEDIUM]] ", kWall},
+      // usec, nsec, year, zone (strftime " %z"); UTC sets the zone and turns it on.
+      {"2024-11-23 05:09:38.562123 +0100  7219  7221 I t       : m", "threadtime |7219|7221 I [t] m",
+       "2024-11-23 05:09:38.562123 +0100 = wall 2024-11-23 5:9:38 0.562123000 60"},
+      {"11-23 05:09:38.562123456 -0530  1  2 V t       : m", "threadtime |1|2 V [t] m",
+       "11-23 05:09:38.562123456 -0530 = wall 0-11-23 5:9:38 0.562123456 -330"},
+      {"11-23 04:09:38.562 +0000 logd   468   469 W auditd  : type=2000",
+       "threadtime logd|468|469 W [auditd] type=2000", "11-23 04:09:38.562 +0000 = wall 0-11-23 4:9:38 0.562000000 0"},
+      {"11-23 04:09:38.562 UTC  1  2 I t       : m", "threadtime |1|2 I [t] m",
+       "11-23 04:09:38.562 UTC = wall 0-11-23 4:9:38 0.562000000 0 UTC"},
+      // epoch "%19lld", monotonic "%6lld".
+      {"         1732338921.338  7219  7221 I [REMEDIUM]: m", "threadtime |7219|7221 I [[REMEDIUM]] m",
+       "1732338921.338 = epoch 0-0-0 0:0:0 1732338921.338000000"},
+      {"   123.456789  7219  7221 I [REMEDIUM]: m", "threadtime |7219|7221 I [[REMEDIUM]] m",
+       "123.456789 = monotonic 0-0-0 0:0:0 123.456789000"},
+      {"1732338921.338  1  2 I t       : m", "threadtime |1|2 I [t] m",
+       "1732338921.338 = epoch 0-0-0 0:0:0 1732338921.338000000"},
+      // color: "\x1B[%dm" (older logcats "\x1B[38;5;%dm") before, "\x1B[0m" after.
+      {"\x1B[32m11-23 05:09:38.562  7219  7221 I [REMEDIUM]: m\x1B[0m", "threadtime |7219|7221 I [[REMEDIUM]] m",
+       kWall},
+      {"\x1B[38;5;196m11-23 05:09:38.562  1  2 E t       : m\x1B[0m", "threadtime |1|2 E [t] m", kWall},
+      // -b all: kernel (tag often empty, pid 0), events ("[tag number]" when unnamed), crash.
+      {"11-23 05:09:38.562     0     0 I         : binder: 1234:1234 transaction failed",
+       "threadtime |0|0 I [] binder: 1234:1234 transaction failed", kWall},
+      {"11-23 05:09:38.562  1000  1203 I am_proc_start: [0,15002,10201,com.example.pkg,activity]",
+       "threadtime |1000|1203 I [am_proc_start] [0,15002,10201,com.example.pkg,activity]", kWall},
+      {"11-23 05:09:38.562  1000  1203 I [30011] : [15002,10201]", "threadtime |1000|1203 I [[30011]] [15002,10201]",
+       kWall},
+      {"11-23 05:09:38.562 15002 15002 F libc    : Fatal signal 11 (SIGSEGV), code 1 (SEGV_MAPERR)",
+       "threadtime |15002|15002 F [libc] Fatal signal 11 (SIGSEGV), code 1 (SEGV_MAPERR)", kWall},
+      // time "%s %c/%-8.*s(%s%5d): ", brief the same without the time.
+      {"11-23 05:09:38.562 I/[REMEDIUM](  7219): f(x): y", "time |7219|-1 I [[REMEDIUM]] f(x): y", kWall},
+      {"11-23 05:09:38.562 I/Tag     (10201: 7219): m", "time 10201|7219|-1 I [Tag] m", kWall},
+      {"11-23 05:09:38.562 I/init    ( root:    1): m", "time root|1|-1 I [init] m", kWall},
+      {"11-23 05:09:38.562 I/t       (       123): m", "time |123|-1 I [t] m", kWall},
+      {"         1732338921.338 W/t       (  123): m", "time |123|-1 W [t] m",
+       "1732338921.338 = epoch 0-0-0 0:0:0 1732338921.338000000"},
+      {"\x1B[31mE/CamX    (  812): [ERROR] probe failed\x1B[0m", "brief |812|-1 E [CamX] [ERROR] probe failed", ""},
+      {"I/Foo(1)  (  123): m", "brief |123|-1 I [Foo(1)] m", ""},
+      {"I/t       (  123):", "brief |123|-1 I [t] ", ""},
+      // process "%c(%s%5d) " and "  (%.*s)" after the message (after the colour's reset); thread "%c(%s%5d:%5d) ".
+      {"I( 7219) hook.cpp:17 a (b)  ([REMEDIUM])", "process |7219|-1 I [[REMEDIUM]] hook.cpp:17 a (b)", ""},
+      {"I(10201: 7219) m  (t)", "process 10201|7219|-1 I [t] m", ""},
+      {"\x1B[32mI( root:    1) m\x1B[0m  (init)", "process root|1|-1 I [init] m", ""},
+      {"I( 7219)   ([REMEDIUM])", "process |7219|-1 I [[REMEDIUM]] ", ""},
+      {"I( 7219: 7221) hook.cpp:17 m: (x)", "thread |7219|7221 I [] hook.cpp:17 m: (x)", ""},
+      {"W(10201: 7219: 7221) m", "thread 10201|7219|7221 W [] m", ""},
+      // tag "%c/%-8.*s: ".
+      {"I/[REMEDIUM]: hook.cpp:17 m: 1", "tag |-1|-1 I [[REMEDIUM]] hook.cpp:17 m: 1", ""},
+      {"W/Tag     : m (1): 2", "tag |-1|-1 W [Tag] m (1): 2", ""},
+      // Android Studio, newer panel and older panel.
+      {"2024-11-23 05:15:21.338 15002-15002 [REMEDIUM]              com.example.pkg            I  hook.cpp:17 "
+       "GetStaticCapsHook() camera id: 0",
+       "Android Studio |15002|15002 I [[REMEDIUM]] hook.cpp:17 GetStaticCapsHook() camera id: 0",
+       "2024-11-23 05:15:21.338 = wall 2024-11-23 5:15:21 0.338000000"},
+      {"2024-11-23 05:15:21.338   812-900   CamX                    pid-812                             A  boom",
+       "Android Studio |812|900 F [CamX] boom", "2024-11-23 05:15:21.338 = wall 2024-11-23 5:15:21 0.338000000"},
+      {"2024-11-23 05:15:21.338  1203-1203  <no-tag>                system_process                      W  m",
+       "Android Studio |1203|1203 W [] m", "2024-11-23 05:15:21.338 = wall 2024-11-23 5:15:21 0.338000000"},
+      {"2024-11-23 05:15:21.338  1203-1203  long tag                system_process                      D  m",
+       "Android Studio |1203|1203 D [long tag] m", "2024-11-23 05:15:21.338 = wall 2024-11-23 5:15:21 0.338000000"},
+      {"2024-11-23 05:15:21.338 15002-15002/com.example.pkg I/[REMEDIUM]: hook.cpp:17 m: 0",
+       "Android Studio |15002|15002 I [[REMEDIUM]] hook.cpp:17 m: 0",
+       "2024-11-23 05:15:21.338 = wall 2024-11-23 5:15:21 0.338000000"},
+      {"2024-11-23 05:15:21.338 15002-15002/? E/[REMEDIUM]: m", "Android Studio |15002|15002 E [[REMEDIUM]] m",
+       "2024-11-23 05:15:21.338 = wall 2024-11-23 5:15:21 0.338000000"},
+  };
+  for (const FormatCase& c : cases) {
+    LogLine line{};
+    const LogFormat format = ParseLogLine(c.text, line);
+    EXPECT_EQ(line.format, format) << c.text;
+    EXPECT_EQ(Fields(format, line), c.fields) << c.text;
+    if (!c.time.empty()) EXPECT_EQ(TimeParts(line), c.time) << c.text;
+    if (c.time.empty()) EXPECT_EQ(line.time.clock, LogTime::Clock::kNone) << c.text;
+  }
+}
+
+TEST(ExplainReaderTest, ShapesThatAreNotLogLines) {
+  LogLine line{};
+  for (const char* text :
+       {"------ SYSTEM LOG (logcat -v threadtime -d *:v) ------", "--------- beginning of main",
+        "[ro.build.id]: [AP3A]", "0,0,-19", "I/O error: disk full", "I(  123) no tag after the message", "I( x) m  (t)",
+        "X/tag     (  1): m", "I/tag     (99999999999): m", "13-23 05:09:38.562  1  2 I t: m",
+        "11-23 25:09:38.562  1  2 I t: m", "11-23 05:09:38.5621234567  1  2 I t: m", "   12 apples and pears",
+        "11-23 05:09:38.562 W/t(  1) m", "2024-11-23 05:15:21.338 15002-15002 com.example.pkg no level",
+        "[ 11-23 05:09:38.562  1:  2 I/t        ]", "11-23 05:09:38.562 loud!  1  2 I t: m"}) {
+    EXPECT_EQ(ParseLogLine(text, line), LogFormat::kNone) << text;
+    EXPECT_EQ(line.format, LogFormat::kNone) << text;
+  }
+}
+
+// long: "[ %s %s%5d:%5d %c/%-8.*s ]", the message's lines, a blank line.
+TEST(ExplainReaderTest, LongEntriesGiveEachMessageLineTheHeadersFields) {
+  const std::vector<std::string> input = {
+      "--------- beginning of main",
+      "[ 11-23 05:09:38.562  7219: 7221 I/[REMEDIUM] ]",
+      "hook.cpp:17 first",
+      "second: (x)",
+      "",
+      "\x1B[31m[ 2024-11-23 05:09:38.562123 +0000 10201: 7219: 7222 E/t         ]",
+      "coloured\x1B[0m",
+      "",
+      "[          1732338921.338  root:    1:    1 W/init     ]",
+      "",
+      "11-23 05:09:38.600  7219  7221 I [REMEDIUM]: after",
+  };
+  LogLineParser parser;
+  std::vector<std::string> got;
+  for (const std::string& text : input) {
+    std::string copy = text;  // overwritten after the call, as the reader's buffer is
+    LogLine line{};
+    const LogFormat format = parser.Parse(copy, line);
+    EXPECT_EQ(line.format, format);
+    const std::string parsed = Fields(format, line) + " @ " + TimeParts(line);
+    // A long message line is its message; the header's fields must outlive the header's line.
+    const std::string message(line.message);
+    copy.assign(copy.size(), '#');
+    line.message = message;
+    if (format != LogFormat::kNone)
+      got.push_back(format == LogFormat::kLong ? Fields(format, line) + " @ " + TimeParts(line) : parsed);
+  }
+  EXPECT_THAT(got,
+              ElementsAre("long |7219|7221 I [[REMEDIUM]] hook.cpp:17 first @ " + std::string("11-23 05:09:38.562 "
+                                                                                              "= wall 0-11-23 5:9:38 "
+                                                                                              "0.562000000"),
+                          "long |7219|7221 I [[REMEDIUM]] second: (x) @ 11-23 05:09:38.562 = wall 0-11-23 5:9:38 "
+                          "0.562000000",
+                          "long 10201|7219|7222 E [t] coloured @ 2024-11-23 05:09:38.562123 +0000 = wall "
+                          "2024-11-23 5:9:38 0.562123000 0",
+                          "threadtime |7219|7221 I [[REMEDIUM]] after @ 11-23 05:09:38.600 = wall 0-11-23 5:9:38 "
+                          "0.600000000"));
+}
+
 TEST(ExplainReaderTest, MessagesCutByTheLibraryPassAsTheyAre) {
   // The library cuts a message at 1023 characters; the line simply ends there.
   const std::string cut(1023 - 12, 'x');
