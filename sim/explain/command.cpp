@@ -1,12 +1,65 @@
+#include <algorithm>
+#include <fstream>
 #include <ostream>
 
+#include "sim/explain/logline.h"
 #include "sim/explain/story.h"
 
 namespace explain {
+namespace {
 
-int RunExplain(const std::vector<std::string>& files, bool json, std::ostream& out, std::ostream& err) {
-  StorySink sink;
+// The first log time of an input: its reader stops there.
+class FirstTimeSink final : public InputSink {
+ public:
+  void BeginInput(std::string_view, InputKind) override {}
+  void Log(const LogLine& line) override {
+    if (line.time.clock == LogTime::Clock::kWall || line.time.clock == LogTime::Clock::kEpoch) {
+      micros = TimeMicros(line.time, 2000);
+    }
+  }
+  void Property(std::string_view, std::string_view, std::string_view) override {}
+  void KernelText(std::string_view, std::string_view) override {}
+  void EndInput(std::string_view) override {}
+  bool Enough() const override { return micros >= 0; }
+
+  int64_t micros = -1;
+};
+
+// Inputs in the order of their first log time. An input without one (a getprop dump, the
+// kernel parameter's text) stays with the input given before it.
+std::vector<std::string> InTimeOrder(const std::vector<std::string>& files) {
+  struct Group {
+    int64_t micros;
+    std::vector<std::string> files;
+  };
+  std::vector<Group> groups;
   for (const std::string& file : files) {
+    FirstTimeSink sink;
+    std::string ignored;
+    ReadInput(file, sink, &ignored);
+    if (sink.micros < 0 && !groups.empty()) {
+      groups.back().files.push_back(file);
+    } else {
+      groups.push_back({sink.micros, {file}});
+    }
+  }
+  std::stable_sort(groups.begin(), groups.end(), [](const Group& a, const Group& b) { return a.micros < b.micros; });
+  std::vector<std::string> ordered;
+  for (const Group& group : groups) ordered.insert(ordered.end(), group.files.begin(), group.files.end());
+  return ordered;
+}
+
+}  // namespace
+
+int RunExplain(const std::vector<std::string>& files, const ExplainOptions& options, std::ostream& out,
+               std::ostream& err) {
+  StorySink sink;
+  if (options.jsonl) {
+    sink.SetListener([&options, &out](const Event& event, const EventPlace& place) {
+      if (Keeps(options, event, place)) out << EventJsonLine(event, place) << "\n";
+    });
+  }
+  for (const std::string& file : InTimeOrder(files)) {
     std::string error;
     if (!ReadInput(file, sink, &error)) {
       err << "remedium-sim explain: " << error << "\n";
@@ -14,10 +67,12 @@ int RunExplain(const std::vector<std::string>& files, bool json, std::ostream& o
     }
   }
   const Story story = sink.Finish();
-  if (json) {
-    out << StoryJson(story).dump(2) << "\n";
+  // TRACE-HERE
+  if (options.jsonl) return 0;
+  if (options.json) {
+    WriteStoryJson(story, options, out);
   } else {
-    out << FormatStory(story);
+    out << FormatStory(story, options);
   }
   return 0;
 }

@@ -33,6 +33,7 @@ const EventKind kEventKinds[] = {
     {"settings-missing", "the override-settings file could not be opened"},
     {"kernel-unavailable", "the kernel parameter could not be opened or read"},
     {"gap", "the log lacks lines the library wrote (starts late, or a gap)"},
+    {"undetermined", "the log cannot tell which of two decisions the library took, and says why"},
     {"log-ends", "the log ends inside this probe"},
 };
 const size_t kEventKindCount = std::size(kEventKinds);
@@ -96,7 +97,6 @@ struct EepromAttempt {
 };
 
 struct Thread {
-  bool seen = false;  // an earlier line of this thread is in the log (since the last gap)
   std::optional<SensorAttempt> probe;
   std::optional<EepromAttempt> eeprom;
   int lastCamera = -1;
@@ -120,10 +120,19 @@ struct Context {
   std::map<std::string, int> cameraOfSensor;
   std::map<std::string, long long> sensorProbesSeen, eepromProbesSeen;
   bool kernelRetryArmed = false;
+  // The log holds the process's lines before this one: it began earlier and no gap came since,
+  // so a line the library wrote just before this one (on any thread) would be in it.
+  bool linesBefore = false;
 };
 
 // Maps keyed by what a line names are cleared past this size: a hostile log cannot grow them.
 constexpr size_t kMaxKeys = 4096;
+constexpr size_t kMaxLastLines = 256;
+constexpr size_t kMaxField = 256;
+constexpr size_t kMaxLineKept = 2048;  // the library's lines are at most 1023 bytes           // characters of a line's field quoted in an event
+constexpr size_t kMaxStoredEvents = 200000;  // events kept in the whole story; the rest are counted
+constexpr size_t kMaxBoots = 256;
+constexpr size_t kMaxProperties = 4096;
 
 }  // namespace
 
@@ -157,6 +166,11 @@ struct StorySink::State {
     if (!story.boots.empty()) CloseAll();
     ctx = Context{};
     lastLines.clear();
+    if (story.boots.size() >= kMaxBoots) {
+      // Keep the first and the latest boots; the ones between are only counted.
+      story.boots.erase(story.boots.begin() + 1);
+      ++story.bootsNotListed;
+    }
     story.boots.push_back({source, label, {}, {}, {}});
     boot = currentBoot = story.boots.size() - 1;
   }
@@ -186,10 +200,11 @@ struct StorySink::State {
     if (event.kind == "message-centre-missing") Note(camera, "message centre missing");
     if (event.kind == "gap") Note(camera, "log incomplete");
     if (listener) listener(event, {boot, Process().pid, camera.id, Boot().previous, Boot().source});
-    if (camera.events.size() >= kMaxEventsPerCamera) {
+    if (camera.events.size() >= kMaxEventsPerCamera || storedEvents >= kMaxStoredEvents) {
       ++camera.omitted[event.kind];
       return;
     }
+    ++storedEvents;
     camera.events.push_back(std::move(event));
   }
   static void Note(CameraStory& camera, const std::string& note) {
@@ -416,6 +431,7 @@ struct StorySink::State {
   void Chatty(const LogLine& line);
 
   int64_t lastMonotonic = -1;
+  size_t storedEvents = 0;
 };
 
 StorySink::StorySink() : state_(new State) {}
@@ -463,7 +479,9 @@ void StorySink::SetListener(std::function<void(const Event&, const EventPlace&)>
 }
 
 void StorySink::Property(std::string_view, std::string_view key, std::string_view value) {
-  state_->Boot().properties[std::string(key)] = std::string(value);
+  std::map<std::string, std::string>& properties = state_->Boot().properties;
+  if (properties.size() >= kMaxProperties && properties.count(std::string(key)) == 0) return;
+  properties[std::string(key)] = std::string(value.substr(0, 4096));
 }
 
 void StorySink::KernelText(std::string_view, std::string_view text) { state_->Boot().kernelText = std::string(text); }
@@ -502,10 +520,14 @@ void StorySink::State::Line(const LogLine& line) {
   where = std::string(line.source) + ":" + std::to_string(line.lineNumber);
   time = std::string(line.timestamp);
   micros = TimeMicros(line.time, year);
-  if (lastLines.size() >= kMaxKeys) lastLines.clear();
-  LastLine& last = lastLines[{line.pid, line.tid}];
-  last = {std::string(line.timestamp), std::string(line.tag), std::string(line.message), std::string(line.source),
-          line.time, line.format, line.level};
+  if (lastLines.size() >= kMaxLastLines) lastLines.clear();
+  if (line.message.size() <= kMaxLineKept) {
+    lastLines[{line.pid, line.tid}] = {std::string(line.timestamp), std::string(line.tag), std::string(line.message),
+                                       std::string(line.source),    line.time,             line.format,
+                                       line.level};
+  } else {
+    lastLines.erase({line.pid, line.tid});
+  }
   BootStory& current = Boot();
   if (current.processes.empty() || current.processes.back().pid != line.pid) NewProcess(line.pid);
   Process().lastTime = time;
@@ -527,20 +549,20 @@ void StorySink::State::Line(const LogLine& line) {
     } else {
       Unknown(line.message);
     }
-    thread.seen = true;
+    ctx.linesBefore = true;
     return;
   }
   if (!matched && !MatchSite(line.message, &match)) {
     Unknown(line.message);
-    thread.seen = true;
+    ctx.linesBefore = true;
     return;
   }
   Library(line, match);
-  thread.seen = true;
+  ctx.linesBefore = true;
 }
 
 void StorySink::State::Unknown(std::string_view message) {
-  if (story.unrecognisedCount++ < kMaxListed) story.unrecognised.push_back({where, std::string(message)});
+  if (story.unrecognisedCount++ < kMaxListed) story.unrecognised.push_back({where, std::string(message.substr(0, 1024))});
 }
 
 // The first lines of a boot: a log that runs across a reboot begins a new boot there.
@@ -608,18 +630,23 @@ void StorySink::State::Chatty(const LogLine& line) {
     if (key.first != line.pid) continue;
     CloseProbe(thread, false);
     thread.eeprom.reset();
-    thread.seen = false;
     thread.lastCamera = -1;
     thread.skippedCamera = -1;
     thread.arguments.clear();
   }
   lastLines.clear();
+  ctx.linesBefore = false;
 }
 
 void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
   Thread& thread = ctx.threads[{line.pid, line.tid}];
   const std::string name = match.site->name;
-  const auto field = [&match](size_t i) { return i < match.fields.size() ? std::string(match.fields[i]) : ""; };
+  // A field as the story quotes it: a line can hold far more than any name or number needs.
+  const auto field = [&match](size_t i) {
+    if (i >= match.fields.size()) return std::string();
+    const std::string_view text = match.fields[i];
+    return text.size() <= kMaxField ? std::string(text) : std::string(text.substr(0, kMaxField)) + "...";
+  };
   const auto number = [&match](size_t i) { return i < match.fields.size() ? Number(match.fields[i]) : 0; };
   const bool complete = !match.cut;
   const auto here = [&](const std::string& kind, const std::string& text) {
@@ -646,12 +673,12 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     return;
   }
   if (name == "StaticCapsSlot") {
-    thread.lastCamera = static_cast<int>(number(0));
-    if (match.fields.size() >= 2) Camera(thread.lastCamera).slot = static_cast<int>(number(1));
+    thread.lastCamera = CameraId(number(0));
+    if (match.fields.size() >= 2) Camera(thread.lastCamera).slot = CameraId(number(1));
     return;
   }
   if (name.starts_with("State")) {
-    if (name == "StateUpdateRead") thread.lastCamera = static_cast<int>(number(0));
+    if (name == "StateUpdateRead") thread.lastCamera = CameraId(number(0));
     return;
   }
 
@@ -746,7 +773,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
   if (name == "ProbeOutcome") {
     SensorAttempt& attempt = Probe(thread, thread.probe && thread.probe->outcome);
     attempt.sensor = field(0);
-    attempt.camera = static_cast<int>(number(1));
+    attempt.camera = CameraId(number(1));
     attempt.kmd = number(2);
     attempt.umd = number(3);
     attempt.outcome = complete;
@@ -766,7 +793,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
 
   if (name == "EepromDataSettings") {
     thread.eeprom.emplace();
-    thread.eeprom->camera = static_cast<int>(number(2));
+    thread.eeprom->camera = CameraId(number(2));
     return;
   }
   if (name == "EepromDataSensorUsage" || name == "EepromLastRetryVerdict") {
@@ -775,7 +802,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
       Add(thread.lastCamera, Make("gap", "the log starts (or resumes) inside an EEPROM data probe"));
     }
     if (name == "EepromDataSensorUsage") {
-      thread.eeprom->camera = static_cast<int>(number(0));
+      thread.eeprom->camera = CameraId(number(0));
       thread.eeprom->sensor = field(2);
       thread.eeprom->frequent = number(4) != 0;
       thread.eeprom->never = number(5) != 0;
@@ -787,7 +814,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
   }
   if (name == "EepromDataOutcome") {
     EepromAttempt attempt = thread.eeprom.value_or(EepromAttempt{});
-    attempt.camera = static_cast<int>(number(0));
+    attempt.camera = CameraId(number(0));
     attempt.sensor = field(1);
     const long long result = number(2);
     CameraStory& camera = Camera(attempt.camera);
@@ -859,9 +886,15 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
   const int skipped = thread.skippedCamera;
   thread.skippedCamera = -1;
   if (name == "InitDeviceChanged") {
-    const int cameraId = static_cast<int>(number(0));
+    const int cameraId = CameraId(number(0));
     thread.lastCamera = cameraId;
     if (afterSkip && skipped == cameraId) return;
+    if (number(1) == 1 && !ctx.linesBefore) {
+      Add(cameraId, Make("undetermined", "initialisation reported as " + field(2) + " (init state " + field(3) +
+                                             "): a hidden failure of result 1, or a skip whose line is before the "
+                                             "log or lost; the log cannot tell which"));
+      return;
+    }
     if (number(1) != number(2)) {
       Add(cameraId, Make("init-failure-hidden", "init failure hidden: CamX's result " + field(1) + " reported as " +
                                                     field(2) + " (init state " + field(3) + ")"));
@@ -869,7 +902,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     return;
   }
   if (name == "InitDeviceSkip" || name == "ConfigCmdsSkip") {
-    const int cameraId = static_cast<int>(number(0));
+    const int cameraId = CameraId(number(0));
     thread.lastCamera = cameraId;
     Add(cameraId, Make("bringup-skipped", std::string(name == "InitDeviceSkip" ? "initialisation" : "configuration") +
                                               " skipped: the probe is recorded failed; recorded " +
@@ -879,7 +912,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     return;
   }
   if (name == "InitConfigChanged") {
-    const int cameraId = static_cast<int>(number(0));
+    const int cameraId = CameraId(number(0));
     thread.lastCamera = cameraId;
     if (number(1) != number(3) || number(2) != 0) {
       Add(cameraId,
@@ -889,9 +922,15 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     return;
   }
   if (name == "ConfigCmdsChanged") {
-    const int cameraId = static_cast<int>(number(0));
+    const int cameraId = CameraId(number(0));
     thread.lastCamera = cameraId;
     if (afterSkip && skipped == cameraId) return;
+    if (number(1) == 1 && !ctx.linesBefore) {
+      Add(cameraId, Make("undetermined", "configuration reported as " + field(2) +
+                                             ": a hidden failure of result 1, or a skip whose line is before the log "
+                                             "or lost; the log cannot tell which"));
+      return;
+    }
     if (number(1) != number(2)) {
       Add(cameraId, Make("config-failure-hidden",
                          "configuration failure hidden: CamX's result " + field(1) + " reported as " + field(2)));
@@ -942,198 +981,6 @@ Story StorySink::Finish() {
   state_->CloseAll();
   state_->ctx.threads.clear();
   return std::move(state_->story);
-}
-
-namespace {
-
-std::string CameraTitle(const CameraStory& camera) {
-  if (camera.id < 0) return "no camera named (lens, OIS, gyro, process-wide)";
-  return "camera " + std::to_string(camera.id) + (camera.slot ? " (slot " + std::to_string(*camera.slot) + ")" : "");
-}
-
-std::string CameraSummary(const CameraStory& camera) {
-  std::string text = CameraTitle(camera) + ": ";
-  if (camera.lastAttempt > 0) {
-    text += (camera.lastSensor.empty() ? "a sensor" : camera.lastSensor) + " " + camera.lastOutcome + " on attempt " +
-            std::to_string(camera.lastAttempt) + (camera.lastHow.empty() ? "" : " " + camera.lastHow);
-  } else if (camera.eepromAttempts > 0) {
-    text += "no sensor probe in the log, " + Plural(camera.eepromAttempts, "EEPROM data probe");
-  } else {
-    text += Plural(static_cast<long long>(camera.events.size()), "event");
-  }
-  for (const std::string& note : camera.notes) text += "; " + note;
-  return text;
-}
-
-std::vector<std::string> FinalState(const BootStory& boot, int cameraId) {
-  std::vector<std::string> lines;
-  const auto state = boot.properties.find("vendor.debug.camera.imagesensorstate." + std::to_string(cameraId));
-  if (state != boot.properties.end()) {
-    for (const std::string& line : sim::records::ExplainImageSensorState(state->second).lines) {
-      lines.push_back("state " + state->second + ": " + line);
-    }
-  }
-  if (boot.kernelText) {
-    const std::string prefix = "camera " + std::to_string(cameraId) + ":";
-    for (const std::string& line : sim::records::ExplainKernelParameter(*boot.kernelText).lines) {
-      if (line.starts_with(prefix)) lines.push_back("kernel table:" + line.substr(prefix.size()));
-    }
-  }
-  return lines;
-}
-
-std::set<int> CamerasOf(const BootStory& boot) {
-  std::set<int> ids;
-  for (const ProcessStory& process : boot.processes) {
-    for (const auto& [id, camera] : process.cameras) {
-      if (id >= 0) ids.insert(id);
-    }
-  }
-  const std::string prefix = "vendor.debug.camera.imagesensorstate.";
-  for (const auto& [key, value] : boot.properties) {
-    if (key.starts_with(prefix)) ids.insert(std::atoi(key.c_str() + prefix.size()));
-  }
-  return ids;
-}
-
-constexpr char kErrorIds[] = "persist.vendor.camera.errorFrameworkId";
-
-// The library logs nothing when a capture request orders the abort, so a new
-// PID is all a log shows of it.
-constexpr char kNewProcess[] =
-    "the previous camera process ended: a restart, a crash, or a capture request's ordered abort (the library logs "
-    "none of them)";
-
-// The library drops lines below the level in this property (INFO, 4, when unset); almost all its
-// decisions are logged at INFO, so above it the log is silent and only the recorded state tells.
-std::optional<std::string> LogLevelNote(const BootStory& boot) {
-  const auto level = boot.properties.find("persist.vendor.camera.remedium.loglevel");
-  if (level == boot.properties.end()) return std::nullopt;
-  const long long value = std::atoll(level->second.c_str());
-  if (value <= 4) return std::nullopt;
-  return "persist.vendor.camera.remedium.loglevel is " + level->second +
-         ": the library drops its INFO lines (most decisions); the recorded state below is the record";
-}
-
-}  // namespace
-
-std::vector<std::string> SummaryLines(const Story& story) {
-  std::vector<std::string> lines;
-  for (size_t b = 0; b < story.boots.size(); ++b) {
-    for (const ProcessStory& process : story.boots[b].processes) {
-      for (const auto& [id, camera] : process.cameras) {
-        if (id < 0 && camera.events.empty()) continue;
-        lines.push_back((story.boots.size() > 1 ? "boot " + std::to_string(b + 1) + ", " : std::string()) + "process " +
-                        std::to_string(process.pid) + ", " + CameraSummary(camera));
-      }
-    }
-  }
-  return lines;
-}
-
-std::string FormatStory(const Story& story) {
-  std::string out = "summary\n";
-  const std::vector<std::string> summary = SummaryLines(story);
-  for (const std::string& line : summary) out += "  " + line + "\n";
-  if (summary.empty()) out += "  no camera story: the inputs hold no line of the library\n";
-  if (!story.unrecognised.empty()) {
-    out += "  " + Plural(static_cast<long long>(story.unrecognised.size()), "library line") + " not recognised\n";
-  }
-  for (size_t b = 0; b < story.boots.size(); ++b) {
-    const BootStory& boot = story.boots[b];
-    out += "\nboot " + std::to_string(b + 1) + " (" + boot.source + ")\n";
-    for (const ProcessStory& process : boot.processes) {
-      out += "  camera process " + std::to_string(process.pid) +
-             (process.firstTime.empty() ? "" : ", " + process.firstTime + " to " + process.lastTime) + "\n";
-      if (&process != &boot.processes.front()) out += "    " + std::string(kNewProcess) + "\n";
-      for (const auto& [id, camera] : process.cameras) {
-        if (camera.events.empty()) continue;
-        out += "    " + CameraTitle(camera) + "\n";
-        for (const Event& event : camera.events) {
-          out += "      " + (event.time.empty() ? std::string() : event.time + "  ") + event.kind + ": " + event.text +
-                 "\n";
-        }
-      }
-    }
-    if (const std::optional<std::string> quiet = LogLevelNote(boot)) out += "  " + *quiet + "\n";
-    const std::set<int> ids = CamerasOf(boot);
-    const bool anyState = !boot.properties.empty() || boot.kernelText;
-    if (anyState) out += "  recorded state\n";
-    for (int id : ids) {
-      const std::vector<std::string> lines = FinalState(boot, id);
-      if (lines.empty()) continue;
-      out += "    camera " + std::to_string(id) + "\n";
-      for (const std::string& line : lines) out += "      " + line + "\n";
-    }
-    if (const auto errors = boot.properties.find(kErrorIds); errors != boot.properties.end()) {
-      out += "    error framework ids \"" + errors->second + "\"\n";
-      for (const std::string& line : sim::records::ExplainErrorFrameworkIds(errors->second).lines) {
-        out += "      " + line + "\n";
-      }
-    }
-  }
-  if (!story.unrecognised.empty()) {
-    out += "\nlibrary lines not recognised\n";
-    for (const Unrecognised& line : story.unrecognised) out += "  " + line.where + ": " + line.text + "\n";
-  }
-  return out;
-}
-
-Json StoryJson(const Story& story) {
-  Json boots = Json::array();
-  for (const BootStory& boot : story.boots) {
-    Json processes = Json::array();
-    for (const ProcessStory& process : boot.processes) {
-      Json cameras = Json::array();
-      for (const auto& [id, camera] : process.cameras) {
-        Json events = Json::array();
-        for (const Event& event : camera.events) {
-          events.push_back({{"time", event.time},
-                            {"where", event.where},
-                            {"kind", event.kind},
-                            {"attempt", event.attempt},
-                            {"text", event.text}});
-        }
-        Json entry = {{"camera", id < 0 ? Json() : Json(id)},
-                      {"slot", camera.slot ? Json(*camera.slot) : Json()},
-                      {"summary", CameraSummary(camera)},
-                      {"sensor", camera.lastSensor},
-                      {"attempt", camera.lastAttempt},
-                      {"outcome", camera.lastOutcome},
-                      {"how", camera.lastHow},
-                      {"notes", camera.notes},
-                      {"events", events}};
-        cameras.push_back(entry);
-      }
-      processes.push_back({{"pid", process.pid},
-                           {"first", process.firstTime},
-                           {"last", process.lastTime},
-                           {"previousEnded", &process != &boot.processes.front() ? Json(kNewProcess) : Json()},
-                           {"cameras", cameras}});
-    }
-    Json state = Json::object();
-    for (int id : CamerasOf(boot)) state[std::to_string(id)] = FinalState(boot, id);
-    Json errorIds = Json();
-    if (const auto ids = boot.properties.find(kErrorIds); ids != boot.properties.end()) {
-      errorIds = {{"value", ids->second}, {"lines", sim::records::ExplainErrorFrameworkIds(ids->second).lines}};
-    }
-    const std::optional<std::string> quiet = LogLevelNote(boot);
-    boots.push_back({{"source", boot.source},
-                     {"logLevelNote", quiet ? Json(*quiet) : Json()},
-                     {"processes", processes},
-                     {"recordedState", state},
-                     {"errorFrameworkIds", errorIds},
-                     {"kernelParameter", boot.kernelText ? Json(*boot.kernelText) : Json()}});
-  }
-  Json unrecognised = Json::array();
-  for (const Unrecognised& line : story.unrecognised) {
-    unrecognised.push_back({{"where", line.where}, {"text", line.text}});
-  }
-  return {{"tool", "remedium-sim"},
-          {"command", "explain"},
-          {"summary", SummaryLines(story)},
-          {"boots", boots},
-          {"unrecognised", unrecognised}};
 }
 
 }  // namespace explain

@@ -91,6 +91,7 @@ struct Story {
   std::vector<std::string> readingNotes;  // what the reader changed or left out, the first kMaxListed
   uint64_t readingNoteCount = 0;
   uint64_t libraryLines = 0;
+  uint64_t bootsNotListed = 0;  // boots past the story's limit, between the first and the latest
 };
 
 // Where a filed event belongs, for listeners and filters.
@@ -125,10 +126,6 @@ class StorySink : public InputSink {
   State* state_;
 };
 
-// The summary, one line per camera of every process ("camera 0 (slot 0): ...").
-std::vector<std::string> SummaryLines(const Story& story);
-std::string FormatStory(const Story& story);
-Json StoryJson(const Story& story);
 
 // What `remedium-sim explain` shows: the filters keep the events (and the cameras and
 // processes) they match; an empty filter keeps all.
@@ -141,11 +138,21 @@ struct ExplainOptions {
   std::vector<std::string> kinds;
 };
 
-// A --since/--until time as the log writes it ("11-23 05:15:21.338", "2024-11-23 05:15:21",
-// "05:15:21" of the log's first day, or seconds since 1970 / since boot): microseconds, or nullopt.
+// A --since/--until time as the log writes it ("11-23 05:15:21.338", "2024-11-23 05:15:21", or
+// seconds since 1970 or since boot as -v epoch and -v monotonic write them): microseconds on the
+// events' scale, or nullopt.
 std::optional<int64_t> ParseFilterTime(std::string_view text);
 
 bool Keeps(const ExplainOptions& options, const Event& event, const EventPlace& place);
+
+// The summary, one line per camera of every process ("camera 0 (slot 0): ...").
+std::vector<std::string> SummaryLines(const Story& story, const ExplainOptions& options = {});
+std::string FormatStory(const Story& story, const ExplainOptions& options = {});
+// The story as one JSON document, written object by object.
+void WriteStoryJson(const Story& story, const ExplainOptions& options, std::ostream& out);
+Json StoryJson(const Story& story);
+// One event as a line of JSON Lines (--jsonl).
+std::string EventJsonLine(const Event& event, const EventPlace& place);
 
 // `remedium-sim explain FILE... [options]`: 0 explained, 2 an input could not
 // be read (its message on `err`). Inputs are read in the order of their first
