@@ -4,6 +4,7 @@
 
 #include "sim/explain/logline.h"
 #include "sim/explain/story.h"
+#include "sim/explain/trace.h"
 
 namespace explain {
 namespace {
@@ -67,7 +68,14 @@ int RunExplain(const std::vector<std::string>& files, const ExplainOptions& opti
     }
   }
   const Story story = sink.Finish();
-  // TRACE-HERE
+  if (!options.trace.empty()) {
+    std::ofstream trace(options.trace, std::ios::binary | std::ios::trunc);
+    if (trace) WriteTrace(story, trace);
+    if (!trace || !trace.flush()) {
+      err << "remedium-sim explain: " << PrintableName(options.trace) << ": cannot write the trace\n";
+      return 2;
+    }
+  }
   if (options.jsonl) return 0;
   if (options.json) {
     WriteStoryJson(story, options, out);

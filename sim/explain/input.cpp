@@ -52,8 +52,8 @@ constexpr size_t kBufferSize = size_t{1} << 20;  // the one read buffer
 constexpr size_t kMaxLine = size_t{256} << 10;   // longer lines are cut here; the rest is skipped
 constexpr size_t kDetectBytes = size_t{64} << 10;
 constexpr int kDetectLines = 16;
-constexpr size_t kMaxMainEntry = 4096;           // main_entry.txt holds one member name
-constexpr size_t kMaxPropertyValue = 64 << 10;   // a getprop value over several lines
+constexpr size_t kMaxMainEntry = 4096;              // main_entry.txt holds one member name
+constexpr size_t kMaxPropertyValue = 64 << 10;      // a getprop value over several lines
 constexpr size_t kOverlapWindow = size_t{1} << 17;  // lines of earlier log sources remembered for de-duplication
 
 // Editors on Windows may put one before UTF-8 text.
@@ -401,8 +401,8 @@ bool Detect(std::string_view name, std::string_view prefix, bool wholeFile, Form
   if (prefix.starts_with(kByteOrderMark)) prefix.remove_prefix(3);
   const size_t nul = prefix.find('\0');
   // Only the kernel parameter's text may end in NULs: the padding after its numbers.
-  if (nul != std::string_view::npos && wholeFile &&
-      prefix.find_first_not_of('\0', nul) == std::string_view::npos && IsNumberList(KernelTextOf(prefix))) {
+  if (nul != std::string_view::npos && wholeFile && prefix.find_first_not_of('\0', nul) == std::string_view::npos &&
+      IsNumberList(KernelTextOf(prefix))) {
     format = Format::kKernelText;
     return true;
   }

@@ -5,16 +5,14 @@
 #include <set>
 #include <sstream>
 
-#include "sim/explain/input.h"
+#include "sim/explain/logline.h"
 #include "sim/explain/story.h"
 #include "sim/records/records.h"
 
 namespace explain {
 namespace {
 
-std::string Plural(uint64_t n, const std::string& word) {
-  return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
-}
+std::string Plural(uint64_t n, const std::string& word) { return std::to_string(n) + " " + word + (n == 1 ? "" : "s"); }
 
 std::string CameraTitle(const CameraStory& camera) {
   if (camera.id < 0) return "no camera named (lens, OIS, gyro, process-wide)";
@@ -105,9 +103,7 @@ std::optional<std::string> LogLevelNote(const BootStory& boot) {
 }
 
 // Filters on events (kind, time) hide cameras with none left; filters on places do not.
-bool FiltersEvents(const ExplainOptions& options) {
-  return !options.kinds.empty() || options.since || options.until;
-}
+bool FiltersEvents(const ExplainOptions& options) { return !options.kinds.empty() || options.since || options.until; }
 
 bool KeepsPlace(const ExplainOptions& options, int pid, int camera) {
   return (!options.pid || *options.pid == pid) && (!options.camera || *options.camera == camera);
@@ -184,7 +180,8 @@ std::optional<int64_t> ParseFilterTime(std::string_view text) {
 
 bool Keeps(const ExplainOptions& options, const Event& event, const EventPlace& place) {
   if (!KeepsPlace(options, place.pid, place.camera)) return false;
-  if (!options.kinds.empty() && std::find(options.kinds.begin(), options.kinds.end(), event.kind) == options.kinds.end())
+  if (!options.kinds.empty() &&
+      std::find(options.kinds.begin(), options.kinds.end(), event.kind) == options.kinds.end())
     return false;
   if ((options.since || options.until) && event.micros < 0) return false;
   if (options.since && event.micros < *options.since) return false;
@@ -195,8 +192,8 @@ bool Keeps(const ExplainOptions& options, const Event& event, const EventPlace& 
 std::string EventJsonLine(const Event& event, const EventPlace& place) {
   return "{\"source\":" + Quoted(PrintableName(place.source)) +
          ",\"previousBoot\":" + (place.previousBoot ? "true" : "false") + ",\"pid\":" + std::to_string(place.pid) +
-         ",\"camera\":" + (place.camera < 0 ? "null" : std::to_string(place.camera)) + ",\"time\":" +
-         Quoted(event.time) + ",\"where\":" + Quoted(event.where) + ",\"kind\":" + Quoted(event.kind) +
+         ",\"camera\":" + (place.camera < 0 ? "null" : std::to_string(place.camera)) +
+         ",\"time\":" + Quoted(event.time) + ",\"where\":" + Quoted(event.where) + ",\"kind\":" + Quoted(event.kind) +
          ",\"attempt\":" + std::to_string(event.attempt) + ",\"text\":" + Quoted(event.text) + "}";
 }
 
@@ -209,12 +206,12 @@ std::vector<std::string> SummaryLines(const Story& story, const ExplainOptions& 
         if (id < 0 && camera.events.empty()) continue;
         if (!KeepsPlace(options, process.pid, id)) continue;
         if (FiltersEvents(options) && KeptEvents(options, camera, boot, process).empty()) continue;
-        lines.push_back((story.boots.size() > 1 ? "boot " + std::to_string(b + 1) + ", " : std::string()) +
-                        "process " + std::to_string(process.pid) + ", " + CameraSummary(camera));
+        lines.push_back((story.boots.size() > 1 ? "boot " + std::to_string(b + 1) + ", " : std::string()) + "process " +
+                        std::to_string(process.pid) + ", " + CameraSummary(camera));
       }
       if (!process.ending.empty() && KeepsPlace(options, process.pid, options.camera.value_or(-1))) {
-        lines.push_back((story.boots.size() > 1 ? "boot " + std::to_string(b + 1) + ", " : std::string()) +
-                        "process " + std::to_string(process.pid) + " ended by " + process.ending);
+        lines.push_back((story.boots.size() > 1 ? "boot " + std::to_string(b + 1) + ", " : std::string()) + "process " +
+                        std::to_string(process.pid) + " ended by " + process.ending);
       }
     }
   }
@@ -227,7 +224,9 @@ std::string FormatStory(const Story& story, const ExplainOptions& options) {
   for (const std::string& line : summary) out += "  " + line + "\n";
   if (summary.empty()) {
     out += story.libraryLines == 0 ? "  no camera story: the inputs hold no line of the library\n"
-                                   : "  no camera story matches the filters\n";
+           : FiltersEvents(options) || options.camera || options.pid
+               ? "  no camera story matches the filters\n"
+               : "  no camera story: the library's lines in the inputs tell no decision\n";
   }
   if (story.unrecognisedCount > 0) out += "  " + Plural(story.unrecognisedCount, "library line") + " not recognised\n";
   for (size_t b = 0; b < story.boots.size(); ++b) {

@@ -45,6 +45,11 @@ struct SiteMatch {
 // Returns false when no site matches.
 bool MatchSite(std::string_view message, SiteMatch* match);
 
+// Matches `text` against one printf format alone (no site prefix), as
+// MatchSite matches a site's format; with `mayEnd` the text may stop anywhere
+// in the format (a cut line). Fields as in SiteMatch.
+bool MatchFormat(std::string_view format, std::string_view text, bool mayEnd, std::vector<std::string_view>* fields);
+
 // The length a library line reaches when the library cut it.
 inline constexpr size_t kCutLength = 1023;
 

@@ -105,7 +105,6 @@ struct Thread {
   int skippedCamera = -1;  // the camera whose bring-up step this thread just skipped
 };
 
-
 // The last library line of a thread, for logd's "identical N lines".
 struct LastLine {
   std::string timestamp, tag, message, source;
@@ -129,7 +128,8 @@ struct Context {
 constexpr size_t kMaxKeys = 4096;
 constexpr size_t kMaxLastLines = 256;
 constexpr size_t kMaxField = 256;
-constexpr size_t kMaxLineKept = 2048;  // the library's lines are at most 1023 bytes           // characters of a line's field quoted in an event
+constexpr size_t kMaxLineKept =
+    2048;  // the library's lines are at most 1023 bytes           // characters of a line's field quoted in an event
 constexpr size_t kMaxStoredEvents = 200000;  // events kept in the whole story; the rest are counted
 constexpr size_t kMaxBoots = 256;
 constexpr size_t kMaxProperties = 4096;
@@ -140,9 +140,9 @@ struct StorySink::State {
   Story story;
   std::string source;
   Context ctx;
-  Context saved;              // the bug report's own boot while its previous boot is read
-  size_t boot = 0;            // the boot lines go to
-  size_t currentBoot = 0;     // the input's own boot (PreviousBoot switches away from it)
+  Context saved;           // the bug report's own boot while its previous boot is read
+  size_t boot = 0;         // the boot lines go to
+  size_t currentBoot = 0;  // the input's own boot (PreviousBoot switches away from it)
   bool inPrevious = false;
   std::map<std::pair<int, int>, LastLine> lastLines;  // by (pid, tid), library lines only
   std::function<void(const Event&, const EventPlace&)> listener;
@@ -471,7 +471,8 @@ void StorySink::Tombstone(std::string_view, uint64_t, std::string_view text) { s
 
 void StorySink::Notice(std::string_view where, std::string_view text) {
   Story& story = state_->story;
-  if (story.readingNoteCount++ < kMaxListed) story.readingNotes.push_back(std::string(where) + ": " + std::string(text));
+  if (story.readingNoteCount++ < kMaxListed)
+    story.readingNotes.push_back(std::string(where) + ": " + std::string(text));
 }
 
 void StorySink::SetListener(std::function<void(const Event&, const EventPlace&)> listener) {
@@ -522,8 +523,12 @@ void StorySink::State::Line(const LogLine& line) {
   micros = TimeMicros(line.time, year);
   if (lastLines.size() >= kMaxLastLines) lastLines.clear();
   if (line.message.size() <= kMaxLineKept) {
-    lastLines[{line.pid, line.tid}] = {std::string(line.timestamp), std::string(line.tag), std::string(line.message),
-                                       std::string(line.source),    line.time,             line.format,
+    lastLines[{line.pid, line.tid}] = {std::string(line.timestamp),
+                                       std::string(line.tag),
+                                       std::string(line.message),
+                                       std::string(line.source),
+                                       line.time,
+                                       line.format,
                                        line.level};
   } else {
     lastLines.erase({line.pid, line.tid});
@@ -562,7 +567,8 @@ void StorySink::State::Line(const LogLine& line) {
 }
 
 void StorySink::State::Unknown(std::string_view message) {
-  if (story.unrecognisedCount++ < kMaxListed) story.unrecognised.push_back({where, std::string(message.substr(0, 1024))});
+  if (story.unrecognisedCount++ < kMaxListed)
+    story.unrecognised.push_back({where, std::string(message.substr(0, 1024))});
 }
 
 // The first lines of a boot: a log that runs across a reboot begins a new boot there.

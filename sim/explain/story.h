@@ -126,7 +126,6 @@ class StorySink : public InputSink {
   State* state_;
 };
 
-
 // What `remedium-sim explain` shows: the filters keep the events (and the cameras and
 // processes) they match; an empty filter keeps all.
 struct ExplainOptions {

@@ -230,12 +230,30 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({"auto", "state", "errors", "kernel"}));
 
   std::vector<std::string> explainFiles;
-  bool explainJson = false;
+  explain::ExplainOptions explainOptions;
+  std::string explainSince, explainUntil;
   CLI::App* explain = app.add_subcommand("explain",
                                          "Tell what the library decided, from a phone's logcat, bug report, "
                                          "getprop dump or kernel parameter text");
   explain->add_option("FILE", explainFiles, "Inputs, any mix; the format is read from the content")->required();
-  explain->add_flag("--json", explainJson, "The story as JSON");
+  explain->add_flag("--json", explainOptions.json, "The story as JSON");
+  explain->add_flag("--jsonl", explainOptions.jsonl, "One decision a line (JSON Lines), as they are found")
+      ->excludes("--json");
+  explain->add_option("--trace", explainOptions.trace, "Also write the story as a Perfetto/Chrome JSON trace");
+  explain->add_option("--camera", explainOptions.camera, "Only this camera id");
+  explain->add_option("--pid", explainOptions.pid, "Only this camera process");
+  explain->add_option("--since", explainSince, "Only decisions at or after TIME, as the log writes it");
+  explain->add_option("--until", explainUntil, "Only decisions at or before TIME, as the log writes it");
+  explain->add_option("--kind", explainOptions.kinds, "Only decisions of this kind (repeatable)")
+      ->check([](const std::string& kind) {
+        for (size_t i = 0; i < explain::kEventKindCount; ++i) {
+          if (kind == explain::kEventKinds[i].name) return std::string();
+        }
+        std::string known;
+        for (size_t i = 0; i < explain::kEventKindCount; ++i)
+          known += (i > 0 ? ", " : "") + std::string(explain::kEventKinds[i].name);
+        return "unknown kind \"" + kind + "\"; one of: " + known;
+      });
 
   try {
     app.parse(argc, argv);
@@ -247,7 +265,21 @@ int main(int argc, char** argv) {
     if (*run) return Play(runFiles, runOptions);
     if (*check) return Play(checkFiles, checkOptions);
     if (*hooks) return ListHooks(libraryPath);
-    if (*explain) return explain::RunExplain(explainFiles, explainJson, std::cout, std::cerr);
+    if (*explain) {
+      for (auto [text, into] :
+           {std::pair{&explainSince, &explainOptions.since}, {&explainUntil, &explainOptions.until}}) {
+        if (text->empty()) continue;
+        *into = explain::ParseFilterTime(*text);
+        if (!*into) {
+          std::fprintf(stderr,
+                       "remedium-sim explain: --since/--until \"%s\": not a time (\"11-23 05:15:21.338\", "
+                       "\"2024-11-23 05:15:21\" or seconds)\n",
+                       text->c_str());
+          return kExitError;
+        }
+      }
+      return explain::RunExplain(explainFiles, explainOptions, std::cout, std::cerr);
+    }
     if (*decode && decode->remaining().empty()) {
       std::fprintf(stderr, "remedium-sim: decode needs a TEXT (a state, an error id list or a kernel parameter)\n");
       return kExitError;

@@ -544,31 +544,43 @@ TEST(ExplainReaderTest, BadTextInputsNameTheFileAndLine) {
             "bad.txt: binary file: not a logcat, bug report, getprop dump or kernel parameter text");
   EXPECT_EQ(ErrorOf("just some notes\nabout the camera\n"),
             "bad.txt: not a logcat, bug report, getprop dump or kernel parameter text");
-  // Latin-1 in the first lines, and further down a log.
-  EXPECT_EQ(ErrorOf("caf\xe9\n"), "bad.txt:1: invalid UTF-8");
-  EXPECT_EQ(ErrorOf("11-23 05:09:38.562  1  2 I T: ok\n11-23 05:09:38.563  1  2 I T: caf\xe9\n"),
-            "bad.txt:2: invalid UTF-8");
-  // A NUL in the first 64 KiB makes a binary file; further down, the line is named.
-  EXPECT_EQ(ErrorOf("11-23 05:09:38.562  1  2 I T: ok\n" + std::string("a\0b\n", 4)),
-            "bad.txt: binary file: not a logcat, bug report, getprop dump or kernel parameter text");
-  std::string log;
-  for (int i = 0; i < 3000; ++i) log += "11-23 05:09:38.562  1  2 I T: a line of some length\n";
-  EXPECT_EQ(ErrorOf(log + std::string("a\0b\n", 4)), "bad.txt:3001: binary data (a NUL byte) in a text input");
+  // Text that is no log, whatever its bytes; UTF-16 without a log in it.
+  EXPECT_EQ(ErrorOf("caf\xe9\n"), "bad.txt: not a logcat, bug report, getprop dump or kernel parameter text");
+  EXPECT_EQ(ErrorOf("\xc0\xaf\n\xed\xa0\x80\n"),
+            "bad.txt: not a logcat, bug report, getprop dump or kernel parameter text");
   EXPECT_EQ(ErrorOf(std::string("\xFF\xFE"
                                 "1\0"
                                 "1\0",
                                 6)),
-            "bad.txt: UTF-16 text; save it as UTF-8");
-  // An overlong encoding and a surrogate are not UTF-8 either.
-  EXPECT_EQ(ErrorOf("\xc0\xaf\n"), "bad.txt:1: invalid UTF-8");
-  EXPECT_EQ(ErrorOf("\xed\xa0\x80\n"), "bad.txt:1: invalid UTF-8");
+            "bad.txt: not a logcat, bug report, getprop dump or kernel parameter text");
+  // A file name with a line end stays on one line.
+  EXPECT_EQ(ErrorOf("notes\n", "a\nb.txt"),
+            "a\\x0Ab.txt: not a logcat, bug report, getprop dump or kernel parameter text");
+}
+
+// Another process's bad bytes are never a reason to refuse a log: they are escaped, line
+// numbers count on, and the library's own lines are read around them.
+TEST(ExplainReaderTest, BadBytesInOtherLinesAreEscapedNotRefused) {
+  std::string log = "11-23 05:09:38.562  1  2 I T: caf\xe9 au lait\n";
+  log += std::string("11-23 05:09:38.563  1  2 I T: a\0b\x01\n", 35);
+  for (int i = 0; i < 3000; ++i) log += "11-23 05:09:38.564  1  2 I T: a line of some length\n";
+  log += "11-23 05:09:38.565  1  2 I T: \xc0\xaf overlong, \xed\xa0\x80 surrogate\n";
+  log += "11-23 05:09:38.566  7  7 I [REMEDIUM]: hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0\n";
+  const Result result = ReadBytes(log);
+  ASSERT_TRUE(result.ok) << result.error;
+  ASSERT_EQ(result.sink.logs.size(), 3004u);
+  EXPECT_EQ(result.sink.logs[0].message, "caf\\xE9 au lait");
+  EXPECT_EQ(result.sink.logs[1].message, "a\\x00b\x01");
+  EXPECT_EQ(result.sink.logs[3002].message, "\\xC0\\xAF overlong, \\xED\\xA0\\x80 surrogate");
+  EXPECT_EQ(result.sink.logs[3003].lineNumber, 3004u);
+  EXPECT_EQ(result.sink.logs[3003].tag, "[REMEDIUM]");
 }
 
 TEST(ExplainReaderTest, GetpropDumpWithGarbageNamesTheLine) {
   EXPECT_EQ(ErrorOf("[a]: [1]\n[b]: [2]\nb = 3\n", "props.txt"),
             "props.txt:3: not a \"[key]: [value]\" line in a getprop dump");
   EXPECT_EQ(ErrorOf("[a]: [1]\n[b]: [unterminated\n", "props.txt"),
-            "props.txt:2: not a \"[key]: [value]\" line in a getprop dump");
+            "props.txt:2: not a \"[key]: [value]\" line in a getprop dump (its value never ends)");
   EXPECT_EQ(ErrorOf("0,0,0,0\n1,2\n", "param"), "param:2: a kernel parameter text is one line of numbers");
 }
 
