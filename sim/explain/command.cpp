@@ -26,8 +26,8 @@ class FirstTimeSink final : public InputSink {
   int64_t micros = -1;
 };
 
-// Inputs in the order of their first log time. An input without one (a getprop dump, the
-// kernel parameter's text) stays with the input given before it.
+}  // namespace
+
 std::vector<std::string> InTimeOrder(const std::vector<std::string>& files) {
   struct Group {
     int64_t micros;
@@ -49,8 +49,6 @@ std::vector<std::string> InTimeOrder(const std::vector<std::string>& files) {
   for (const Group& group : groups) ordered.insert(ordered.end(), group.files.begin(), group.files.end());
   return ordered;
 }
-
-}  // namespace
 
 int RunExplain(const std::vector<std::string>& files, const ExplainOptions& options, std::ostream& out,
                std::ostream& err) {

@@ -426,6 +426,7 @@ bool Detect(std::string_view name, std::string_view prefix, bool wholeFile, Form
   LogLineParser parser;
   std::string scratch;
   LogFormat poor = LogFormat::kNone;  // a format that carries too little (tag, raw)
+  int markers = 0;                    // logcat's dividers: all an empty buffer's dump holds
   while (!rest.empty() && nonBlank < kDetectLines) {
     const size_t newline = rest.find('\n');
     std::string_view line = rest.substr(0, newline);
@@ -437,6 +438,7 @@ bool Detect(std::string_view name, std::string_view prefix, bool wholeFile, Form
       continue;
     }
     ++nonBlank;
+    if (IsBufferMarker(line)) ++markers;
     if (line.starts_with("== dumpstate:") || (first && !SectionName(line).empty())) {
       format = Format::kBugreport;
       return true;
@@ -462,6 +464,10 @@ bool Detect(std::string_view name, std::string_view prefix, bool wholeFile, Form
     }
     // A bug report's banner ("=====...") may come before its "== dumpstate:" line.
     if (!IsBufferMarker(line) && line.find_first_not_of('=') != std::string_view::npos) first = false;
+  }
+  if (markers > 0 && markers == nonBlank && (rest.empty() || nonBlank == kDetectLines)) {
+    format = Format::kLogcat;
+    return true;
   }
   if (poor != LogFormat::kNone) {
     *error = PrintableName(name) + ": logcat -v " + std::string(FormatName(poor)) + " output: " +
@@ -720,7 +726,9 @@ bool ReadText(std::string_view name, ByteSource& source, Part part, InputState& 
   if (part == Part::kTombstone) {
     format = Format::kLogcat;
   } else if (!Detect(name, buffered.substr(0, kDetectBytes), wholeFile, format, error)) {
-    return false;
+    // A persistent log with no line in it yet (dividers only) has nothing to merge.
+    if (part == Part::kPersistentLog) error->clear();
+    return part == Part::kPersistentLog;
   }
   if (detected != nullptr) *detected = format;
   if (format == Format::kZip) return true;

@@ -85,6 +85,9 @@ struct SensorAttempt {
   bool outcome = false;
   long long umd = 0, kmd = 0;
   bool resetAfterOutcome = false;
+  bool armedAtOutcome = false;
+  uint64_t started = 0;  // the process's line count when its first line came  // the kernel retry was armed when the
+                         // outcome was logged (its step 16 tests it)
   std::vector<Event> events;  // kept until the camera is known
   bool Candidate() const { return (frequent || never) && (lastRetry || lastEepromVerdict); }
 };
@@ -103,6 +106,14 @@ struct Thread {
   std::vector<std::string> arguments;  // EEPROM hooks' "arg:" lines
   std::string submitStage;
   int skippedCamera = -1;  // the camera whose bring-up step this thread just skipped
+  uint64_t lastLine = 0;   // the process's line count at this thread's last line
+};
+
+// A sensor probe attempt that ended, waiting to be filed in the order attempts began.
+struct Closed {
+  SensorAttempt attempt;
+  int cameraId;
+  bool atEnd;
 };
 
 // The last library line of a thread, for logd's "identical N lines".
@@ -122,6 +133,8 @@ struct Context {
   // The log holds the process's lines before this one: it began earlier and no gap came since,
   // so a line the library wrote just before this one (on any thread) would be in it.
   bool linesBefore = false;
+  uint64_t lines = 0;           // the process's library lines so far
+  std::vector<Closed> pending;  // ended attempts waiting for one begun earlier on another thread
 };
 
 // Maps keyed by what a line names are cleared past this size: a hostile log cannot grow them.
@@ -207,8 +220,26 @@ struct StorySink::State {
     ++storedEvents;
     camera.events.push_back(std::move(event));
   }
+  // Each note once, in one order whatever order the threads' lines came in.
   static void Note(CameraStory& camera, const std::string& note) {
-    if (std::find(camera.notes.begin(), camera.notes.end(), note) == camera.notes.end()) camera.notes.push_back(note);
+    static constexpr std::string_view kOrder[] = {"kernel retry armed",
+                                                  "init failure hidden",
+                                                  "config failure hidden",
+                                                  "protection fault injected",
+                                                  "EEPROM fault injected",
+                                                  "EEPROM success forced",
+                                                  "bring-up skipped after a failed probe",
+                                                  "core missing",
+                                                  "message centre missing",
+                                                  "log incomplete",
+                                                  "the log cannot tell some decisions"};
+    if (std::find(camera.notes.begin(), camera.notes.end(), note) != camera.notes.end()) return;
+    const auto rank = [](std::string_view text) {
+      return std::find(std::begin(kOrder), std::end(kOrder), text) - std::begin(kOrder);
+    };
+    camera.notes.insert(std::find_if(camera.notes.begin(), camera.notes.end(),
+                                     [&](const std::string& other) { return rank(other) > rank(note); }),
+                        note);
   }
 
   void NewProcess(int pid) {
@@ -273,19 +304,56 @@ struct StorySink::State {
     process->ending = std::string(text.substr(0, close == std::string_view::npos ? text.size() : close + 1));
   }
 
+  // Closes every open attempt, in the order they began. Only the thread that wrote the
+  // process's last line can have been cut short by the log's end; an attempt on another
+  // thread wrote all it was going to while the others went on.
   void CloseAll() {
-    for (auto& [key, thread] : ctx.threads) CloseProbe(thread, true);
+    std::vector<Thread*> open;
+    for (auto& [key, thread] : ctx.threads) {
+      if (thread.probe) open.push_back(&thread);
+    }
+    std::sort(open.begin(), open.end(),
+              [](const Thread* a, const Thread* b) { return a->probe->started < b->probe->started; });
+    for (Thread* thread : open) CloseProbe(*thread, thread->lastLine == ctx.lines);
   }
 
-  // Ends a sensor probe attempt: decides what its lines show, then files its events under its camera.
+  // Ends a sensor probe attempt: its camera is what its own lines name (or its sensor's, or
+  // its thread's last), then it waits until every attempt begun before it has ended, so that
+  // attempts are numbered in the order they began whichever thread ends first.
   void CloseProbe(Thread& thread, bool atEnd) {
     if (!thread.probe) return;
-    SensorAttempt attempt = std::move(*thread.probe);
+    Closed closed{std::move(*thread.probe), -1, atEnd};
     thread.probe.reset();
+    const SensorAttempt& attempt = closed.attempt;
     int cameraId = attempt.camera;
     if (cameraId < 0 && ctx.cameraOfSensor.count(attempt.sensor) != 0) cameraId = ctx.cameraOfSensor[attempt.sensor];
     if (cameraId < 0) cameraId = thread.lastCamera;
     if (cameraId >= 0) thread.lastCamera = cameraId;
+    closed.cameraId = cameraId;
+    // A bypass writes no outcome line: its probe counts here, before the module's next probe line.
+    if (!attempt.protection && !attempt.settingsMissing && !attempt.outcome && !attempt.reads.empty() &&
+        (!atEnd || BypassReadLast(attempt, cameraId))) {
+      ++ctx.sensorProbesSeen[attempt.sensor];
+    }
+    const auto at = std::find_if(ctx.pending.begin(), ctx.pending.end(),
+                                 [&attempt](const Closed& other) { return other.attempt.started > attempt.started; });
+    ctx.pending.insert(at, std::move(closed));
+    uint64_t earliestOpen = UINT64_MAX;
+    for (const auto& [key, other] : ctx.threads) {
+      if (other.probe) earliestOpen = std::min(earliestOpen, other.probe->started);
+    }
+    while (!ctx.pending.empty() && ctx.pending.front().attempt.started < earliestOpen) {
+      Closed first = std::move(ctx.pending.front());
+      ctx.pending.erase(ctx.pending.begin());
+      File(first);
+    }
+  }
+
+  // Decides what an ended attempt's lines show and files its events under its camera.
+  void File(Closed& closed) {
+    SensorAttempt& attempt = closed.attempt;
+    const int cameraId = closed.cameraId;
+    const bool atEnd = closed.atEnd;
     CameraStory& camera = Camera(cameraId);
     const int number = ++camera.sensorAttempts;
     std::vector<Event> events = std::move(attempt.events);
@@ -327,7 +395,7 @@ struct StorySink::State {
                                                                              : "the core's bypass switch is closed"));
       }
       outcome = attempt.umd == 0 ? "kept" : "failed";
-      if (attempt.resetAfterOutcome && ctx.kernelRetryArmed && attempt.Candidate()) {
+      if (attempt.resetAfterOutcome && attempt.armedAtOutcome && attempt.Candidate()) {
         add("kernel-retry-verdict", "after the kernel retry: " + attempt.sensor +
                                         " recorded failed (P=F, error id set), CamX told success (0)");
         outcome = "reported probed after the kernel retry";
@@ -349,7 +417,6 @@ struct StorySink::State {
                                       " values, no bookkeeping; CamX's result returned");
         outcome = "unknown";
       }
-      ++ctx.sensorProbesSeen[attempt.sensor];
     } else if (attempt.kernelUnavailable) {
       add("sensor-probe", "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
                               ": kernel parameter unavailable, no bookkeeping; CamX's result returned");
@@ -397,6 +464,7 @@ struct StorySink::State {
     if (!thread.probe) {
       thread.probe.emplace();
       thread.probe->start = Make("sensor-probe", "");
+      thread.probe->started = ctx.lines;
       thread.probe->partial = !starts;
       if (!starts) {
         thread.probe->events.push_back(Make("gap", "the log starts (or resumes) inside this sensor probe"));
@@ -506,12 +574,17 @@ void StorySink::Log(const LogLine& line) {
 }
 
 void StorySink::State::Line(const LogLine& line) {
-  const bool messageCentre = line.tag == kMessageCenterLogTag;
+  bool messageCentre = line.tag == kMessageCenterLogTag;
   SiteMatch match;
   bool matched = false;
+  const bool untagged = line.tag.empty() && line.format == LogFormat::kThread;
+  if (untagged &&
+      (line.message == "m_pMessageCenterSendMessageFuncPtr is NULL" || line.message == "m_pRemediumCore is NULL")) {
+    messageCentre = true;  // the message centre's own lines carry no file and function, unlike the library's
+  }
   if (line.tag != "[REMEDIUM]" && !messageCentre) {
     // logcat -v thread writes no tag: the library's lines are known by their own text.
-    matched = line.tag.empty() && line.format == LogFormat::kThread && MatchSite(line.message, &match);
+    matched = untagged && MatchSite(line.message, &match);
     if (!matched) {
       if (!lastLines.empty()) lastLines.erase({line.pid, line.tid});
       return;
@@ -541,6 +614,7 @@ void StorySink::State::Line(const LogLine& line) {
     ctx.threads.clear();
   }
   Thread& thread = ctx.threads[{line.pid, line.tid}];
+  thread.lastLine = ++ctx.lines;
   if (messageCentre) {
     if (line.message == "m_pMessageCenterSendMessageFuncPtr is NULL" || line.message == "m_pRemediumCore is NULL") {
       const std::string text = line.message == "m_pRemediumCore is NULL"
@@ -783,6 +857,7 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
     attempt.kmd = number(2);
     attempt.umd = number(3);
     attempt.outcome = complete;
+    attempt.armedAtOutcome = ctx.kernelRetryArmed;
     ctx.cameraOfSensor[attempt.sensor] = attempt.camera;
     thread.lastCamera = attempt.camera;
     ++ctx.sensorProbesSeen[attempt.sensor];

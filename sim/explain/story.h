@@ -153,6 +153,10 @@ Json StoryJson(const Story& story);
 // One event as a line of JSON Lines (--jsonl).
 std::string EventJsonLine(const Event& event, const EventPlace& place);
 
+// Inputs in the order of their first log time. An input without one (a getprop dump, the
+// kernel parameter's text) stays with the input given before it.
+std::vector<std::string> InTimeOrder(const std::vector<std::string>& files);
+
 // `remedium-sim explain FILE... [options]`: 0 explained, 2 an input could not
 // be read (its message on `err`). Inputs are read in the order of their first
 // log time, not of the arguments.

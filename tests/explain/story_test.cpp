@@ -142,8 +142,8 @@ TEST(ExplainStory, ProbesBypassAndTheSummary) {
   EXPECT_TRUE(Has(events, "bypass-taken", "attempt 2: s5kgm2_rear (probe 4 of this module)"));
   EXPECT_TRUE(Has(events, "init-failure-hidden", "result 1 reported as 0"));
   EXPECT_THAT(explain::SummaryLines(story),
-              ::testing::ElementsAre("process 100, camera 0 (slot 0): s5kgm2_rear kept on attempt 2 by bypass; log "
-                                     "incomplete; init failure hidden"));
+              ::testing::ElementsAre("process 100, camera 0 (slot 0): s5kgm2_rear kept on attempt 2 by bypass; init "
+                                     "failure hidden; log incomplete"));
 }
 
 TEST(ExplainStory, LogStartingInsideAProbeIsExplainedAsFarAsItGoes) {
