@@ -114,6 +114,7 @@ struct Closed {
   SensorAttempt attempt;
   int cameraId;
   bool atEnd;
+  bool pruned = false;  // logd pruned lines of it: what it decided is not in the log
 };
 
 // The last library line of a thread, for logd's "identical N lines".
@@ -320,9 +321,9 @@ struct StorySink::State {
   // Ends a sensor probe attempt: its camera is what its own lines name (or its sensor's, or
   // its thread's last), then it waits until every attempt begun before it has ended, so that
   // attempts are numbered in the order they began whichever thread ends first.
-  void CloseProbe(Thread& thread, bool atEnd) {
+  void CloseProbe(Thread& thread, bool atEnd, bool pruned = false) {
     if (!thread.probe) return;
-    Closed closed{std::move(*thread.probe), -1, atEnd};
+    Closed closed{std::move(*thread.probe), -1, atEnd, pruned};
     thread.probe.reset();
     const SensorAttempt& attempt = closed.attempt;
     int cameraId = attempt.camera;
@@ -331,7 +332,7 @@ struct StorySink::State {
     if (cameraId >= 0) thread.lastCamera = cameraId;
     closed.cameraId = cameraId;
     // A bypass writes no outcome line: its probe counts here, before the module's next probe line.
-    if (!attempt.protection && !attempt.settingsMissing && !attempt.outcome && !attempt.reads.empty() &&
+    if (!pruned && !attempt.protection && !attempt.settingsMissing && !attempt.outcome && !attempt.reads.empty() &&
         (!atEnd || BypassReadLast(attempt, cameraId))) {
       ++ctx.sensorProbesSeen[attempt.sensor];
     }
@@ -349,6 +350,8 @@ struct StorySink::State {
     }
   }
 
+  static constexpr char kStartsInside[] = "the log starts (or resumes) inside this sensor probe";
+
   // Decides what an ended attempt's lines show and files its events under its camera.
   void File(Closed& closed) {
     SensorAttempt& attempt = closed.attempt;
@@ -357,6 +360,13 @@ struct StorySink::State {
     CameraStory& camera = Camera(cameraId);
     const int number = ++camera.sensorAttempts;
     std::vector<Event> events = std::move(attempt.events);
+    for (Event& event : events) {
+      if (event.kind != "gap" || event.text != kStartsInside) continue;
+      event.text = "the log " + std::string(number == 1 ? "starts" : "resumes") + " during sensor probe attempt " +
+                   std::to_string(number) + " of " +
+                   (cameraId < 0 ? "a camera it does not name" : "camera " + std::to_string(cameraId)) +
+                   (number == 1 ? " (attempts are counted from the log's start; earlier ones are not in it)" : "");
+    }
     const auto add = [&](const std::string& kind, const std::string& text) {
       Event event = attempt.start;
       event.kind = kind;
@@ -367,7 +377,12 @@ struct StorySink::State {
         attempt.moduleProbe >= 0 ? " (probe " + std::to_string(attempt.moduleProbe + 1) + " of this module)" : "";
     std::string outcome = "failed";
     std::string how;
-    if (attempt.protection) {
+    if (closed.pruned && !attempt.outcome) {
+      add("gap", "sensor probe attempt " + std::to_string(number) + " of " +
+                     (attempt.sensor.empty() ? "an unnamed sensor" : attempt.sensor) +
+                     ": logd pruned lines of it, so what the library decided is not in the log");
+      outcome = "unknown (lines pruned)";
+    } else if (attempt.protection) {
       add("sensor-probe",
           "sensor probe attempt " + std::to_string(number) + ": " + attempt.sensor +
               " on the core's protection path (" + Plural(attempt.protectionArguments, "argument") + " checked): " +
@@ -467,7 +482,7 @@ struct StorySink::State {
       thread.probe->started = ctx.lines;
       thread.probe->partial = !starts;
       if (!starts) {
-        thread.probe->events.push_back(Make("gap", "the log starts (or resumes) inside this sensor probe"));
+        thread.probe->events.push_back(Make("gap", kStartsInside));
       }
     }
     return *thread.probe;
@@ -697,8 +712,9 @@ void StorySink::State::Chatty(const LogLine& line) {
   where = std::string(line.source) + ":" + std::to_string(line.lineNumber);
   time = std::string(line.timestamp);
   micros = TimeMicros(line.time, year);
-  ProcessStory* process = ProcessOf(line.pid);
-  if (process == nullptr || story.boots.empty() || process != &Process()) return;
+  // The pruned lines were the process's: it ran here even if none of its lines is left.
+  if (Boot().processes.empty() || Process().pid != line.pid) NewProcess(line.pid);
+  ProcessStory* process = &Process();
   const std::string text = "logd pruned " + Plural(count, "line") +
                            " of this process here (chatty): decisions of this camera may be missing";
   std::vector<int> ids;
@@ -708,7 +724,7 @@ void StorySink::State::Chatty(const LogLine& line) {
   // What follows the gap is not the same operation's: nothing is carried across it.
   for (auto& [key, thread] : ctx.threads) {
     if (key.first != line.pid) continue;
-    CloseProbe(thread, false);
+    CloseProbe(thread, false, true);
     thread.eeprom.reset();
     thread.lastCamera = -1;
     thread.skippedCamera = -1;

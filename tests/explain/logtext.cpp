@@ -413,9 +413,30 @@ void Feed(explain::StorySink& sink, const std::string& message, uint64_t lineNum
   sink.Log(line);
 }
 
+// The records as a damaged log holds them.
+std::vector<Record> Damaged(const std::vector<Record>& records, const Damage& damage) {
+  std::vector<Record> out;
+  size_t library = 0;
+  for (const Record& record : records) {
+    const bool ours = record.step != SIZE_MAX;
+    const size_t index = ours ? library++ : library;
+    if (index < damage.lateStart) continue;
+    if (ours && index >= damage.expireFrom && index < damage.expireFrom + damage.expireCount) {
+      if (index + 1 == damage.expireFrom + damage.expireCount) {
+        out.push_back({record.pid, record.tid, 'I', "chatty",
+                       "uid=1047(cameraserver) camera-provider expire " + std::to_string(damage.expireCount) + " lines",
+                       SIZE_MAX});
+      }
+      continue;
+    }
+    out.push_back(record);
+  }
+  return out;
+}
+
 Explained Explain(const std::vector<LibraryLine>& lines, Format format, const std::string& base,
-                  const std::map<std::string, std::string>& properties) {
-  std::vector<Record> records = WithNoise(lines);
+                  const std::map<std::string, std::string>& properties, const Damage& damage) {
+  std::vector<Record> records = Damaged(WithNoise(lines), damage);
   if (format == Format::kThreads) records = OnThreads(records, lines);
   explain::StorySink sink;
   Explained explained;

@@ -65,11 +65,20 @@ struct Explained {
   size_t StepOf(const std::string& where) const;
 };
 
+// What a real log may lack: its start (it begins after the first `lateStart` library
+// lines), or a range logd pruned (`expireCount` library lines from the `expireFrom`-th,
+// with chatty's "expire" line in their place).
+struct Damage {
+  size_t lateStart = 0;
+  size_t expireFrom = SIZE_MAX;
+  size_t expireCount = 0;
+};
+
 // Explains `lines` among noise, written as `format` to files named `base` plus
 // the format's ending and read back with ReadInput (kRecords: fed straight to
 // the story). A bug report also carries `properties` as its getprop section.
 Explained Explain(const std::vector<LibraryLine>& lines, Format format, const std::string& base,
-                  const std::map<std::string, std::string>& properties);
+                  const std::map<std::string, std::string>& properties, const Damage& damage = {});
 
 // One record of the library fed straight to a sink.
 void Feed(explain::StorySink& sink, const std::string& message, uint64_t lineNumber, int pid = 100, int tid = 100,

@@ -251,4 +251,45 @@ TEST(ExplainRoundTrip, EveryScenarioInNoiseGivesTheReportedDecisions) {
   for (const char* kind : kCheckedKinds) EXPECT_TRUE(kindsSeen.contains(kind)) << "no scenario shows " << kind;
 }
 
+// A log that starts late or lost lines to logd's pruning tells what it holds and says
+// what it cannot tell: no decision it claims is one the scenario did not make.
+TEST(ExplainRoundTrip, LateStartsAndPrunedRangesClaimNothingFalse) {
+  const std::filesystem::path work = std::filesystem::path(REMEDIUM_EXPLAIN_WORK) / "damaged";
+  std::filesystem::create_directories(work);
+  size_t logs = 0;
+  for (const std::string& file : Scenarios()) {
+    const Played played = PlayScenario(file);
+    const size_t total = played.lines.size();
+    if (total < 4) continue;
+    const std::string base = (work / std::filesystem::path(file).stem()).string();
+    std::vector<test::Damage> damages;
+    for (size_t cut = 1; cut < total; cut += std::max<size_t>(1, total / 9)) damages.push_back({cut, SIZE_MAX, 0});
+    for (size_t from = 1; from + 2 < total; from += std::max<size_t>(1, total / 7)) damages.push_back({0, from, 3});
+    for (const test::Damage& damage : damages) {
+      SCOPED_TRACE(file + ": late start " + std::to_string(damage.lateStart) + ", pruned from " +
+                   std::to_string(damage.expireFrom));
+      const test::Explained explained =
+          test::Explain(played.lines, test::Format::kThreadtime, base, played.properties, damage);
+      ++logs;
+      bool gapTold = damage.expireCount == 0;
+      for (const explain::BootStory& boot : explained.story.boots) {
+        for (const explain::ProcessStory& process : boot.processes) {
+          for (const auto& [id, camera] : process.cameras) {
+            for (const explain::Event& event : camera.events) {
+              if (event.kind == "gap" && event.text.find("pruned") != std::string::npos) gapTold = true;
+              const size_t step = explained.StepOf(event.where);
+              if (step == SIZE_MAX || std::ranges::find(kCheckedKinds, event.kind) == std::end(kCheckedKinds)) continue;
+              EXPECT_TRUE(Expected(played.steps[step]).contains(event.kind))
+                  << "step " << step + 1 << " " << played.steps[step]["title"] << ": " << event.kind << ": "
+                  << event.text;
+            }
+          }
+        }
+      }
+      EXPECT_TRUE(gapTold) << "the pruned range is not told";
+    }
+  }
+  EXPECT_GT(logs, 100u);
+}
+
 }  // namespace

@@ -150,7 +150,7 @@ TEST(ExplainStory, LogStartingInsideAProbeIsExplainedAsFarAsItGoes) {
   const explain::Story story = ExplainLines(
       {Read(0), Outcome("imx582_rear", 0, 0), kSettings, Usage("imx582_rear", 0), Count("imx582_rear", 1)});
   const auto events = EventsOf(story, 0);
-  EXPECT_TRUE(Has(events, "gap", "starts (or resumes) inside this sensor probe"));
+  EXPECT_TRUE(Has(events, "gap", "the log starts during sensor probe attempt 1 of camera 0"));
   EXPECT_TRUE(Has(events, "sensor-probe", "umd (CamX) 0, kmd (kernel) 0"));
   EXPECT_TRUE(Has(events, "log-ends", "attempt 2 of imx582_rear"));
   const explain::Story late = ExplainLines({kSettings, Usage("imx582_rear", 0), Count("imx582_rear", 1),
