@@ -416,7 +416,8 @@ struct StorySink::State {
         outcome = "reported probed after the kernel retry";
         how = "";
       }
-      events.insert(events.begin(), Event{attempt.start.time, attempt.start.where, "sensor-probe", text, number});
+      events.insert(events.begin(),
+                    Event{attempt.start.time, attempt.start.where, "sensor-probe", text, number, attempt.start.micros});
     } else if (!attempt.reads.empty() && (!atEnd || BypassReadLast(attempt, cameraId))) {
       const std::vector<int64_t> table = sim::records::ParseNumberList(attempt.reads.back(), 64);
       if (table.size() == CamX::kProbeResultTableSize) {
