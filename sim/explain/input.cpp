@@ -649,7 +649,9 @@ bool StreamText(std::string_view name, Format format, Part part, LineReader& rea
       case Format::kLogcat:
       case Format::kBugreport:
         if (section == Section::kLog || section == Section::kPreviousBoot) {
-          if (parser.Parse(line, log) != LogFormat::kNone) {
+          // A tag-format line among others has no process to tell it by: not passed.
+          const LogFormat lineFormat = parser.Parse(line, log);
+          if (lineFormat != LogFormat::kNone && lineFormat != LogFormat::kTag) {
             log.lineNumber = lineNumber;
             // A later source of the same boot repeats what an earlier one gave: pass it once.
             if (dedupe && section == Section::kLog && state.overlap.Repeated(log)) break;

@@ -181,9 +181,9 @@ struct StorySink::State {
     ctx = Context{};
     lastLines.clear();
     if (story.boots.size() >= kMaxBoots) {
-      // Keep the first and the latest boots; the ones between are only counted.
-      story.boots.erase(story.boots.begin() + 1);
-      ++story.bootsNotListed;
+      // Keep the first and the latest half of the boots; the ones between are only counted.
+      story.boots.erase(story.boots.begin() + 1, story.boots.begin() + kMaxBoots / 2);
+      story.bootsNotListed += kMaxBoots / 2 - 1;
     }
     story.boots.push_back({source, label, {}, {}, {}});
     boot = currentBoot = story.boots.size() - 1;
@@ -252,9 +252,12 @@ struct StorySink::State {
     ctx.kernelRetryArmed = false;
     std::vector<ProcessStory>& processes = Boot().processes;
     if (processes.size() >= kMaxProcessesPerBoot) {
-      // Keep the first and the latest: the ones between are counted where they were.
-      const uint64_t skipped = 1 + processes[1].skippedBefore;
-      processes.erase(processes.begin() + 1);
+      // Keep the first and the latest half: the ones between are counted where they were (half
+      // at a time, so that a million restarts cost a million moves, not a billion).
+      const auto from = processes.begin() + 1, to = processes.begin() + kMaxProcessesPerBoot / 2;
+      uint64_t skipped = 0;
+      for (auto it = from; it != to; ++it) skipped += 1 + it->skippedBefore;
+      processes.erase(from, to);
       processes[1].skippedBefore += skipped;
     }
     ProcessStory process;
@@ -663,8 +666,10 @@ void StorySink::State::Unknown(std::string_view message) {
 
 // The first lines of a boot: a log that runs across a reboot begins a new boot there.
 bool StorySink::State::Rebooted(const LogLine& line) {
+  // The kernel's lines (pid 0) are the only ones searched: a search of every line would cost more
+  // than reading it.
   const bool marker = (line.tag == "init" && line.message.starts_with("init first stage started")) ||
-                      line.message.find("Booting Linux on physical CPU") != std::string_view::npos ||
+                      (line.pid == 0 && line.message.find("Booting Linux on physical CPU") != std::string_view::npos) ||
                       line.tag == "boot_progress_start";
   bool monotonicBack = false;
   if (line.time.clock == LogTime::Clock::kMonotonic) {

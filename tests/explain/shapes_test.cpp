@@ -74,10 +74,11 @@ std::string Probe(const std::string& time, int pid, int tid, const std::string& 
 TEST(ExplainShapes, BootsFollowTheLogNotTheArguments) {
   // One log appended across a reboot: the same PID again is a process of the next boot.
   const std::string first = Probe("11-23 05:00:01.000", 700, 700, "imx582_rear", 0, -19, 1);
-  const std::string second = "--------- beginning of kernel\n"
-                             "11-23 05:03:00.000     0     0 I         : Booting Linux on physical CPU 0x0000000000 [0x411fd050]\n"
-                             "--------- beginning of main\n" +
-                             Probe("11-23 05:03:20.000", 700, 700, "s5kgm2_rear", 0, 0, 0);
+  const std::string second =
+      "--------- beginning of kernel\n"
+      "11-23 05:03:00.000     0     0 I         : Booting Linux on physical CPU 0x0000000000 [0x411fd050]\n"
+      "--------- beginning of main\n" +
+      Probe("11-23 05:03:20.000", 700, 700, "s5kgm2_rear", 0, 0, 0);
   const Output appended = Explain({Write("appended.txt", first + second)});
   EXPECT_THAT(appended.out, HasSubstr("boot 1, process 700, camera 0: imx582_rear failed on attempt 1"));
   EXPECT_THAT(appended.out, HasSubstr("boot 2, process 700, camera 0: s5kgm2_rear kept on attempt 1"));
@@ -87,8 +88,10 @@ TEST(ExplainShapes, BootsFollowTheLogNotTheArguments) {
   const Output files = Explain({newer, older});
   EXPECT_LT(files.out.find("imx582_rear failed"), files.out.find("s5kgm2_rear kept")) << files.out;
   // -v monotonic restarting from 0 is a reboot too.
-  const Output monotonic = Explain({Write("monotonic.txt", "   500.000   700   700 I [REMEDIUM]: hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0\n"
-                                                         "     3.000   700   700 I [REMEDIUM]: hook.cpp:17 GetStaticCapsHook() camera id: 1, slot id: 1\n")});
+  const Output monotonic = Explain(
+      {Write("monotonic.txt",
+             "   500.000   700   700 I [REMEDIUM]: hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0\n"
+             "     3.000   700   700 I [REMEDIUM]: hook.cpp:17 GetStaticCapsHook() camera id: 1, slot id: 1\n")});
   EXPECT_THAT(monotonic.out, HasSubstr("boot 2 ("));
 }
 
@@ -119,14 +122,17 @@ TEST(ExplainShapes, BugreportsPreviousBootCrashAndTombstone) {
       "--------- beginning of main\n" +
       Probe("11-23 05:05:00.000", 800, 801, "s5kgm2_rear", 0, 0, 0) +
       "--------- beginning of crash\n"
-      "11-23 05:05:01.000   800   801 F libc    : Fatal signal 6 (SIGABRT), code -1 (SI_QUEUE) in tid 801 (camxthread), pid 800 (provider@2.7-se)\n"
-      "11-23 05:05:01.100   900   900 F DEBUG   : pid: 800, tid: 801, name: camxthread  >>> /vendor/bin/hw/provider@2.7-se <<<\n"
+      "11-23 05:05:01.000   800   801 F libc    : Fatal signal 6 (SIGABRT), code -1 (SI_QUEUE) in tid 801 "
+      "(camxthread), pid 800 (provider@2.7-se)\n"
+      "11-23 05:05:01.100   900   900 F DEBUG   : pid: 800, tid: 801, name: camxthread  >>> "
+      "/vendor/bin/hw/provider@2.7-se <<<\n"
       "11-23 05:05:01.100   900   900 F DEBUG   : signal 6 (SIGABRT), code -1 (SI_QUEUE), fault addr --------\n" +
       Probe("11-23 05:05:02.000", 820, 820, "s5kgm2_rear", 0, 0, 0) +
       "------ 0.1s was the duration of 'SYSTEM LOG' ------\n"
       "------ LAST LOGCAT (logcat -L -b all -v threadtime -v printable -v uid -d *:v) ------\n"
       "--------- beginning of main\n" +
-      Probe("11-23 04:00:00.000", 800, 800, "imx582_rear", 0, -19, 1) + "------ 0.1s was the duration of 'LAST LOGCAT' ------\n";
+      Probe("11-23 04:00:00.000", 800, 800, "imx582_rear", 0, -19, 1) +
+      "------ 0.1s was the duration of 'LAST LOGCAT' ------\n";
   const std::string tombstone =
       "*** *** *** *** *** *** *** *** *** *** *** *** *** *** *** ***\n"
       "pid: 800, tid: 801, name: camxthread  >>> /vendor/bin/hw/provider@2.7-se <<<\n"
@@ -159,14 +165,16 @@ TEST(ExplainShapes, BugreportsPreviousBootCrashAndTombstone) {
 }
 
 TEST(ExplainShapes, GetpropValuesOverLinesAndTheKernelParameterAlone) {
-  const std::string props = "[persist.vendor.camera.note]: [first line\r\nsecond line]\r\n"
-                            "[vendor.debug.camera.imagesensorstate.2]: [<P:F:12><I:-:0><C:-:0>]\r\n";
+  const std::string props =
+      "[persist.vendor.camera.note]: [first line\r\nsecond line]\r\n"
+      "[vendor.debug.camera.imagesensorstate.2]: [<P:F:12><I:-:0><C:-:0>]\r\n";
   explain::StorySink sink;
   std::string error;
   ASSERT_TRUE(explain::ReadInput(Write("getprop.txt", props), sink, &error)) << error;
   const explain::Story story = sink.Finish();
   EXPECT_EQ(story.boots.at(0).properties.at("persist.vendor.camera.note"), "first line\nsecond line");
-  EXPECT_THAT(explain::FormatStory(story), HasSubstr("camera 2\n      state <P:F:12><I:-:0><C:-:0>: probe (P): failed"));
+  EXPECT_THAT(explain::FormatStory(story),
+              HasSubstr("camera 2\n      state <P:F:12><I:-:0><C:-:0>: probe (P): failed"));
   // The parameter's text alone is told per camera: armed slots and kernel results.
   std::string table;
   for (int i = 0; i < 64; ++i) table += (i ? "," : "") + std::to_string(i == 1 ? 1 : i == 17 ? 3 : i == 33 ? -110 : 0);
@@ -199,7 +207,7 @@ TEST(ExplainShapes, TooLittleToTellAndWhatCannotBeRead) {
 TEST(ExplainShapes, CutCharactersAndNamesThatAreNotUtf8) {
   std::string message = "hook.cpp:105 SensorProbeHook() sensor name: " + std::string(960, 'x');
   while (message.size() < explain::kCutLength - 1) message += "\xC3\xA9";  // é
-  message.resize(explain::kCutLength);                                    // inside the last é
+  message.resize(explain::kCutLength);                                     // inside the last é
   const std::string path = Write("caf\xE9.txt", Lib("11-23 05:00:01.000", 700, 700, message) +
                                                     Probe("11-23 05:00:02.000", 700, 700, "imx582_rear", 0, 0, 0));
   explain::ExplainOptions json;
