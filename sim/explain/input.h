@@ -39,6 +39,8 @@ struct LogTime {
 };
 
 // One record read from an input, in input order. The views are valid only during the call.
+// A log line's fields are the input's bytes as they are, valid UTF-8 or not: a sink that shows
+// them escapes what is not.
 struct LogLine {
   std::string_view source;     // the input file's path (and "!member" for a zip member)
   uint64_t lineNumber;         // 1-based line in that input/member

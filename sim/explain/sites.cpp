@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdint>
 #include <cstring>
+#include <unordered_map>
 #include <utility>
 
 namespace explain {
@@ -175,7 +176,7 @@ std::vector<std::pair<size_t, size_t>> DigitRuns(std::string_view text, bool hex
   std::vector<std::pair<size_t, size_t>> runs;
   const auto digit = [&](size_t at) {
     const auto c = static_cast<unsigned char>(text[at]);
-    return hexDigits ? std::isxdigit(c) != 0 : std::isdigit(c) != 0;
+    return static_cast<unsigned>(c - '0') < 10 || (hexDigits && static_cast<unsigned>((c | 0x20) - 'a') < 6);
   };
   for (size_t at = 0; at < text.size();) {
     if (!digit(at)) {
@@ -369,10 +370,25 @@ bool MatchFormat(std::string_view format, std::string_view text, bool mayEnd, st
   return MatchPieces(Compile(format), text, mayEnd, fields);
 }
 
+// The matchers by prefix: a message's prefix ends at its first "() " (no file or function name
+// holds one), so one look-up finds the sites it can be.
+const std::unordered_map<std::string_view, std::vector<const Matcher*>>& MatchersByPrefix() {
+  static const auto byPrefix = [] {
+    std::unordered_map<std::string_view, std::vector<const Matcher*>> all;
+    for (const Matcher& matcher : Matchers()) all[matcher.prefix].push_back(&matcher);
+    return all;
+  }();
+  return byPrefix;
+}
+
 bool MatchSite(std::string_view message, SiteMatch* match) {
   const bool mayEnd = message.size() >= kCutLength;
-  for (const Matcher& matcher : Matchers()) {
-    if (message.substr(0, matcher.prefix.size()) != matcher.prefix) continue;
+  const size_t close = message.find("() ");
+  if (close == std::string_view::npos) return false;
+  const auto candidates = MatchersByPrefix().find(message.substr(0, close + 3));
+  if (candidates == MatchersByPrefix().end()) return false;
+  for (const Matcher* const candidate : candidates->second) {
+    const Matcher& matcher = *candidate;
     std::vector<std::string_view> fields;
     const std::string_view text = message.substr(matcher.prefix.size());
     // A whole match first; only a line at the cut length may end early.

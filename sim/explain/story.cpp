@@ -519,6 +519,7 @@ struct StorySink::State {
 
   int64_t lastMonotonic = -1;
   size_t storedEvents = 0;
+  int lastLibraryPid = -1;
 };
 
 StorySink::StorySink() : state_(new State) {}
@@ -605,9 +606,23 @@ void StorySink::State::Line(const LogLine& line) {
     // logcat -v thread writes no tag: the library's lines are known by their own text.
     matched = untagged && MatchSite(line.message, &match);
     if (!matched) {
-      if (!lastLines.empty()) lastLines.erase({line.pid, line.tid});
+      // Another line of a thread that wrote the library's last line: no longer its line before.
+      if (line.pid == lastLibraryPid && !lastLines.empty()) lastLines.erase({line.pid, line.tid});
       return;
     }
+  }
+  lastLibraryPid = line.pid;
+  // The library's own lines are shown escaped where they are not UTF-8 (a line cut inside a character).
+  std::string escaped;
+  if (!sim::records::IsUtf8(line.message) || line.message.find('\0') != std::string_view::npos) {
+    escaped = sim::records::EscapeUtf8(line.message);
+    for (size_t at = escaped.find('\0'); at != std::string::npos; at = escaped.find('\0', at))
+      escaped.replace(at, 1, "\\x00");
+    LogLine clean = line;
+    clean.message = escaped;
+    if (matched) MatchSite(clean.message, &match);
+    Line(clean);
+    return;
   }
   ++story.libraryLines;
   where = std::string(line.source) + ":" + std::to_string(line.lineNumber);
