@@ -513,6 +513,14 @@ struct StorySink::State {
 
   void Library(const LogLine& line, const SiteMatch& match);
   void Line(const LogLine& line);
+  // Where and when the events of this line happen.
+  void Place(const LogLine& line) {
+    where.assign(line.source);
+    where += ':';
+    where += std::to_string(line.lineNumber);
+    time.assign(line.timestamp);
+    micros = TimeMicros(line.time, year);
+  }
   void Unknown(std::string_view message);
   bool Rebooted(const LogLine& line);
   void Chatty(const LogLine& line);
@@ -625,18 +633,18 @@ void StorySink::State::Line(const LogLine& line) {
     return;
   }
   ++story.libraryLines;
-  where = std::string(line.source) + ":" + std::to_string(line.lineNumber);
-  time = std::string(line.timestamp);
-  micros = TimeMicros(line.time, year);
+  Place(line);
   if (lastLines.size() >= kMaxLastLines) lastLines.clear();
   if (line.message.size() <= kMaxLineKept) {
-    lastLines[{line.pid, line.tid}] = {std::string(line.timestamp),
-                                       std::string(line.tag),
-                                       std::string(line.message),
-                                       std::string(line.source),
-                                       line.time,
-                                       line.format,
-                                       line.level};
+    // Assigned member by member: the strings keep their storage from one line to the next.
+    LastLine& last = lastLines[{line.pid, line.tid}];
+    last.timestamp.assign(line.timestamp);
+    last.tag.assign(line.tag);
+    last.message.assign(line.message);
+    last.source.assign(line.source);
+    last.time = line.time;
+    last.format = line.format;
+    last.level = line.level;
   } else {
     lastLines.erase({line.pid, line.tid});
   }
@@ -730,9 +738,7 @@ void StorySink::State::Chatty(const LogLine& line) {
     for (long long i = 0; i < std::min(count, 1'000'000LL); ++i) Line(again);
     return;
   }
-  where = std::string(line.source) + ":" + std::to_string(line.lineNumber);
-  time = std::string(line.timestamp);
-  micros = TimeMicros(line.time, year);
+  Place(line);
   // The pruned lines were the process's: it ran here even if none of its lines is left.
   if (Boot().processes.empty() || Process().pid != line.pid) NewProcess(line.pid);
   ProcessStory* process = &Process();
