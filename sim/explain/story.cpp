@@ -86,7 +86,8 @@ struct SensorAttempt {
   long long umd = 0, kmd = 0;
   bool resetAfterOutcome = false;
   bool armedAtOutcome = false;
-  uint64_t started = 0;  // the process's line count when its first line came  // the kernel retry was armed when the
+  uint64_t started = 0;  // the process's line count when its first line came
+  int64_t lastMicros = -1;  // the time of its last line  // the kernel retry was armed when the
                          // outcome was logged (its step 16 tests it)
   std::vector<Event> events;  // kept until the camera is known
   bool Candidate() const { return (frequent || never) && (lastRetry || lastEepromVerdict); }
@@ -457,6 +458,7 @@ struct StorySink::State {
     }
     for (Event& event : events) {
       event.attempt = number;
+      event.endMicros = attempt.lastMicros;
       Add(cameraId, std::move(event));
     }
     if (!attempt.sensor.empty()) camera.lastSensor = attempt.sensor;
@@ -680,6 +682,7 @@ void StorySink::State::Line(const LogLine& line) {
   }
   Library(line, match);
   ctx.linesBefore = true;
+  if (Thread& after = ctx.threads[{line.pid, line.tid}]; after.probe) after.probe->lastMicros = micros;
 }
 
 void StorySink::State::Unknown(std::string_view message) {

@@ -75,7 +75,9 @@ std::vector<Slice> Slices(const std::vector<std::pair<int64_t, const Event*>>& t
     const std::pair key(FamilyOf(*event), event->attempt);
     auto [it, added] = byAttempt.try_emplace(key, Slice{key.first, key.second, ts, ts, 0});
     it->second.begin = std::min(it->second.begin, ts);
-    it->second.end = std::max(it->second.end, ts);
+    // A sensor attempt lasts until its last line, which may write no event of its own.
+    const int64_t end = event->endMicros >= 0 && event->micros >= 0 ? ts + (event->endMicros - event->micros) : ts;
+    it->second.end = std::max(it->second.end, end);
     ++it->second.events;
   }
   std::vector<Slice> slices;
