@@ -16,6 +16,10 @@ class FirstTimeSink final : public InputSink {
   void Log(const LogLine& line) override {
     if (line.time.clock == LogTime::Clock::kWall || line.time.clock == LogTime::Clock::kEpoch) {
       micros = TimeMicros(line.time, 2000);
+      hasYear = line.time.clock == LogTime::Clock::kEpoch || line.time.year != 0;
+      LogTime withoutYear = line.time;
+      withoutYear.year = 0;
+      yearless = TimeMicros(withoutYear, 2000);
     }
   }
   void Property(std::string_view, std::string_view, std::string_view) override {}
@@ -24,16 +28,19 @@ class FirstTimeSink final : public InputSink {
   bool Enough() const override { return micros >= 0; }
 
   int64_t micros = -1;
+  bool hasYear = false;   // -v year or -v epoch: comparable across years
+  int64_t yearless = -1;  // the same time in a year of its own, to compare with logs that write none
 };
 
 }  // namespace
 
 std::vector<std::string> InTimeOrder(const std::vector<std::string>& files) {
   struct Group {
-    int64_t micros;
+    FirstTimeSink first;
     std::vector<std::string> files;
   };
   std::vector<Group> groups;
+  bool allYears = true;
   for (const std::string& file : files) {
     FirstTimeSink sink;
     std::string ignored;
@@ -41,10 +48,14 @@ std::vector<std::string> InTimeOrder(const std::vector<std::string>& files) {
     if (sink.micros < 0 && !groups.empty()) {
       groups.back().files.push_back(file);
     } else {
-      groups.push_back({sink.micros, {file}});
+      allYears = allYears && (sink.micros < 0 || sink.hasYear);
+      groups.push_back({sink, {file}});
     }
   }
-  std::stable_sort(groups.begin(), groups.end(), [](const Group& a, const Group& b) { return a.micros < b.micros; });
+  // Years count only when every log writes them; otherwise month and day decide.
+  std::stable_sort(groups.begin(), groups.end(), [allYears](const Group& a, const Group& b) {
+    return allYears ? a.first.micros < b.first.micros : a.first.yearless < b.first.yearless;
+  });
   std::vector<std::string> ordered;
   for (const Group& group : groups) ordered.insert(ordered.end(), group.files.begin(), group.files.end());
   return ordered;

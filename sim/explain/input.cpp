@@ -87,7 +87,10 @@ class FdSource final : public ByteSource {
         return got;
       }
       if (got == 0) {
-        if (expected_ >= 0 && total_ < expected_) {
+        // Shrunk: it ended early and says so now (sysfs files claim a page and end early
+        // without shrinking).
+        struct stat now{};
+        if (expected_ >= 0 && total_ < expected_ && ::fstat(fd_, &now) == 0 && now.st_size < expected_) {
           *error = PrintableName(name_) + ": the file shrank while being read (" + std::to_string(total_) + " of " +
                    std::to_string(expected_) + " bytes read)";
           return -1;

@@ -86,9 +86,9 @@ struct SensorAttempt {
   long long umd = 0, kmd = 0;
   bool resetAfterOutcome = false;
   bool armedAtOutcome = false;
-  uint64_t started = 0;  // the process's line count when its first line came
-  int64_t lastMicros = -1;  // the time of its last line  // the kernel retry was armed when the
-                         // outcome was logged (its step 16 tests it)
+  uint64_t started = 0;       // the process's line count when its first line came
+  int64_t lastMicros = -1;    // the time of its last line  // the kernel retry was armed when the
+                              // outcome was logged (its step 16 tests it)
   std::vector<Event> events;  // kept until the camera is known
   bool Candidate() const { return (frequent || never) && (lastRetry || lastEepromVerdict); }
 };

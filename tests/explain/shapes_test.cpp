@@ -200,6 +200,22 @@ TEST(ExplainShapes, TooLittleToTellAndWhatCannotBeRead) {
   EXPECT_EQ(piped.status, 2);
   EXPECT_THAT(piped.err, HasSubstr("not a regular file"));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  // A file cut while it is read (a log being rotated) is reported, not silently cut.
+  std::string big;
+  while (big.size() < (4u << 20)) big += "11-23 05:00:01.000  1000  1000 I CamX    : a line of another process\n";
+  const std::string path = Write("shrinking.txt", big);
+  struct Truncating : explain::StorySink {
+    std::string path;
+    bool cut = false;
+    void Log(const explain::LogLine& line) override {
+      if (!cut) std::filesystem::resize_file(path, 2u << 20), cut = true;
+      StorySink::Log(line);
+    }
+  } sink;
+  sink.path = path;
+  std::string error;
+  EXPECT_FALSE(explain::ReadInput(path, sink, &error));
+  EXPECT_THAT(error, HasSubstr("shrinking.txt: the file shrank while being read"));
 }
 
 // The library cuts a line at 1023 bytes, maybe inside a character; a file name that is not
