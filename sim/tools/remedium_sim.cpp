@@ -6,6 +6,7 @@
 //   remedium-sim hooks                lists the proxies the library exports
 //   remedium-sim decode TEXT...       explains a state property, error list or kernel parameter
 //   remedium-sim explain FILE...      tells what the library decided, from a phone's logs and properties
+//   remedium-sim fleet ...            many bug reports in one database: ingest, summary, compare, report, export
 //
 // Exit status: 0 done, 1 an expectation not met (check) or a proxy missing
 // (hooks), 2 a problem to fix first (a malformed scenario, a missing library,
@@ -23,6 +24,7 @@
 #include <CLI/CLI.hpp>
 
 #include "sim/explain/story.h"
+#include "sim/fleet/fleet.h"
 #include "sim/harness/harness.h"
 #include "sim/records/records.h"
 #include "sim/scenario/report.h"
@@ -255,6 +257,39 @@ int main(int argc, char** argv) {
         return "unknown kind \"" + kind + "\"; one of: " + known;
       });
 
+  CLI::App* fleetCommand = app.add_subcommand(
+      "fleet", "Many phones' bug reports in one SQLite database: ingest, summary, compare, report, export");
+  fleetCommand->require_subcommand(1);
+  fleet::IngestOptions ingestOptions;
+  CLI::App* ingest =
+      fleetCommand->add_subcommand("ingest", "Tell bug reports (zip or txt, files or folders) into the database");
+  ingest->add_option("--db", ingestOptions.db, "The database file (created when missing)")->required();
+  ingest->add_option("PATH", ingestOptions.paths, "Bug reports, or folders searched recursively")->required();
+  ingest->add_option("-j,--jobs", ingestOptions.jobs, "Reports read at once (0: every core)");
+  ingest->add_option("--progress", ingestOptions.progress, "Progress bar on stderr: auto, on or off")
+      ->check(CLI::IsMember({"auto", "on", "off"}));
+  fleet::SummaryOptions summaryOptions;
+  CLI::App* summary = fleetCommand->add_subcommand("summary", "Rates per group, each with its 95% interval");
+  summary->add_option("--db", summaryOptions.db, "The database file")->required();
+  summary->add_option("--by", summaryOptions.by, "Group by build, model, module, slot or hw")
+      ->check(CLI::IsMember({"build", "model", "module", "slot", "hw"}));
+  summary->add_flag("--json", summaryOptions.json, "As JSON");
+  fleet::CompareOptions compareOptions;
+  CLI::App* compare = fleetCommand->add_subcommand("compare", "A/B: which rates changed between two builds");
+  compare->add_option("--db", compareOptions.db, "The database file")->required();
+  compare->add_option("--a", compareOptions.a, "Build A")->required();
+  compare->add_option("--b", compareOptions.b, "Build B")->required();
+  compare->add_flag("--json", compareOptions.json, "As JSON");
+  std::string reportDb, reportHtml;
+  CLI::App* report = fleetCommand->add_subcommand("report", "One self-contained HTML page of the fleet");
+  report->add_option("--db", reportDb, "The database file")->required();
+  report->add_option("--html", reportHtml, "The page to write")->required();
+  std::string exportDb;
+  bool exportJsonl = false;
+  CLI::App* exportCommand = fleetCommand->add_subcommand("export", "The tables as JSON Lines, for a warehouse");
+  exportCommand->add_option("--db", exportDb, "The database file")->required();
+  exportCommand->add_flag("--jsonl", exportJsonl, "JSON Lines (the one format)");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -280,6 +315,11 @@ int main(int argc, char** argv) {
       }
       return explain::RunExplain(explainFiles, explainOptions, std::cout, std::cerr);
     }
+    if (*ingest) return fleet::RunIngest(ingestOptions, std::cout, std::cerr);
+    if (*summary) return fleet::RunSummary(summaryOptions, std::cout, std::cerr);
+    if (*compare) return fleet::RunCompare(compareOptions, std::cout, std::cerr);
+    if (*report) return fleet::RunReport(reportDb, reportHtml, std::cerr);
+    if (*exportCommand) return fleet::RunExport(exportDb, std::cout, std::cerr);
     if (*decode && decode->remaining().empty()) {
       std::fprintf(stderr, "remedium-sim: decode needs a TEXT (a state, an error id list or a kernel parameter)\n");
       return kExitError;
