@@ -57,6 +57,6 @@ void LogSiteText(const LogSite& site, const char* text) {
   // exactly one string.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wformat-nonliteral"
-  RemediumLog(site.level, site.file, site.line, site.function, site.format, text);
+  RemediumLog(site.level, site.reportedFile, site.reportedLine, site.function, site.format, text);
 #pragma clang diagnostic pop
 }

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"
 #include "hook/src/camxlayout.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
+#include "hook/src/hooklogsites.h"
 #include "hook/src/probeinfo.h"
 #include "hook/src/proxyframe.h"
 

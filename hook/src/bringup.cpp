@@ -11,12 +11,12 @@
 
 #include <cutils/properties.h>
 
-#include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"
 #include "core/model/monitor/interface/imagesensorstate.h"
 #include "hook/src/camxlayout.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
+#include "hook/src/hooklogsites.h"
 #include "hook/src/kernelchannel.h"
 #include "hook/src/proxyframe.h"
 #include "hook/src/settings.h"

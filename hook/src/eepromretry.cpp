@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "client/interface/logsites.h"
 #include "hook/src/globals.h"
+#include "hook/src/hooklogsites.h"
 
 namespace CamX {
 

@@ -7,10 +7,10 @@
 
 #include <hardware/sensors.h>
 
-#include "client/interface/logsites.h"
 #include "client/interface/remediumclient.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
+#include "hook/src/hooklogsites.h"
 #include "hook/src/proxyframe.h"
 
 namespace CamX {

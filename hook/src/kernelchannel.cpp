@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "client/interface/logsites.h"
 #include "hook/src/camxhal.h"
+#include "hook/src/hooklogsites.h"
 #include "hook/src/settings.h"
 
 namespace CamX {

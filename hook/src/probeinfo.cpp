@@ -5,8 +5,8 @@
 #include <cstring>
 #include <optional>
 
-#include "client/interface/logsites.h"
 #include "hook/src/globals.h"
+#include "hook/src/hooklogsites.h"
 
 namespace CamX {
 

@@ -8,7 +8,7 @@
 
 #include <cutils/properties.h>
 
-#include "client/interface/logsites.h"
+#include "hook/src/hooklogsites.h"
 
 namespace CamX {
 

@@ -1,8 +1,8 @@
 // GetStaticCapsHook: learns which physical slot each camera id sits in.
-#include "client/interface/logsites.h"
 #include "hook/src/camxlayout.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
+#include "hook/src/hooklogsites.h"
 #include "hook/src/proxyframe.h"
 
 namespace CamX {

@@ -339,7 +339,8 @@ const std::vector<Matcher>& Matchers() {
     std::vector<Matcher> all;
     for (const LogSite& site : logsite::kAll) {
       all.push_back({&site,
-                     std::string(BaseName(site.file)) + ":" + std::to_string(site.line) + " " + site.function + "() ",
+                     std::string(BaseName(site.reportedFile)) + ":" + std::to_string(site.reportedLine) + " " +
+                         site.function + "() ",
                      Compile(site.format)});
     }
     return all;

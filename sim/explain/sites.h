@@ -1,5 +1,5 @@
 // Recognising the library's log lines from its own table of log sites
-// (client/interface/logsites.h): each site's prefix "<file>:<line> <function>() "
+// (hook/src/logsites.h): each site's prefix "<file>:<line> <function>() "
 // and format become a matcher at start-up, and each site has one role in the
 // story. Every site of the table must have a role here; the build checks it.
 #pragma once
@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/interface/logsites.h"
+#include "hook/src/logsites.h"
 
 namespace explain {
 

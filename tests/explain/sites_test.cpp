@@ -116,8 +116,8 @@ TEST(ExplainSitesMatcher, SameFieldsAsBacktrackingOnLinesNearEverySite) {
 std::string PrefixOf(std::string_view name) {
   for (const LogSite& site : logsite::kAll) {
     if (name == site.name) {
-      const std::string file = site.file;
-      return file.substr(file.rfind('/') + 1) + ":" + std::to_string(site.line) + " " + site.function + "() ";
+      const std::string file = site.reportedFile;
+      return file.substr(file.rfind('/') + 1) + ":" + std::to_string(site.reportedLine) + " " + site.function + "() ";
     }
   }
   ADD_FAILURE() << name;

@@ -16,8 +16,8 @@ namespace {
 using ::testing::HasSubstr;
 
 std::string Prefix(const LogSite& site) {
-  const std::string file = site.file;
-  return file.substr(file.rfind('/') + 1) + ":" + std::to_string(site.line) + " " + site.function + "() ";
+  const std::string file = site.reportedFile;
+  return file.substr(file.rfind('/') + 1) + ":" + std::to_string(site.reportedLine) + " " + site.function + "() ";
 }
 
 // A site's line as the library prints it, with sample values.

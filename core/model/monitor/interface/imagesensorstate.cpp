@@ -10,8 +10,8 @@
 
 #include <cutils/properties.h>
 
-#include "client/interface/logsites.h"
 #include "client/interface/remediumconfig.h"
+#include "core/model/monitor/interface/imagesensorstatelogsites.h"
 
 namespace {
 
