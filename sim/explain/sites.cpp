@@ -11,112 +11,6 @@
 namespace explain {
 namespace {
 
-constexpr SiteRole D = SiteRole::kDecision;
-constexpr SiteRole C = SiteRole::kContext;
-
-// Each site's role and the conversions its handler reads. A new site, a
-// renamed one, or a format whose conversions change stops the build below
-// until this table (and the story's handler for the site) follows.
-constexpr SiteTeaching kTeaching[] = {
-    {"LoadRemediumNullCore", D, ""},
-    {"NotifyHookMessageNullCore", D, ""},
-    {"GetHookArgumentsNullCore", D, ""},
-    {"ProtectionCallbackNullCore", D, ""},
-    {"IsSwitchOpenedNullCore", D, ""},
-    {"RecordProbeMessageNullCore", D, ""},
-    {"StateUpdateRead", C, "dsss"},
-    {"StateUpdateWrite", C, "s"},
-    {"StateGetValue", C, "ss"},
-    {"StateGetMatch", C, "ssss"},
-    {"SettingsOpenFailure", D, "s"},
-    {"StaticCapsSlot", C, "dd"},
-    {"LastRetryVerdict", C, "sddd"},
-    {"EepromLastRetryVerdict", C, "sddd"},
-    {"EepromBypassProbeCount", C, "d"},
-    {"EepromBypassVerdict", C, "sdddd"},
-    {"SetProbeResultOpenFailure", D, "s"},
-    {"SetProbeResultReadText", C, "s"},
-    {"SetProbeResultWrite", D, "sd"},
-    {"ReadProbeResultOpenFailure", D, "s"},
-    {"ReadProbeResultReadText", C, "s"},
-    {"ResetProbeResultOpenFailure", D, "s"},
-    {"ResetProbeResultReadText", C, "s"},
-    {"ResetProbeResultWrite", C, "s"},
-    {"InitResultOpenFailure", D, "s"},
-    {"InitResultReadText", C, "s"},
-    {"ProbeLastResult", C, "sd"},
-    {"ProbeProtectionArgument", C, "s"},
-    {"ProbeProtectionSensorName", D, "s"},
-    {"ProbeSettings", C, "dd"},
-    {"ProbeSettingsMissing", D, "dd"},
-    {"ProbeSensorUsage", C, "ssdd"},
-    {"ProbeMostProbed", C, "sd"},
-    {"ProbeCount", C, "sd"},
-    {"ProbeOutcome", D, "sddd"},
-    {"InitDeviceChanged", D, "dddd"},
-    {"InitDeviceSkip", D, "d"},
-    {"InitConfigChanged", D, "dddd"},
-    {"ConfigCmdsSkip", D, "d"},
-    {"ConfigCmdsChanged", D, "ddd"},
-    {"SubmitInitialConfigCode", C, "d"},
-    {"SubmitInitialConfigChanged", D, "ddp"},
-    {"SubmitConfigCode", C, "d"},
-    {"SubmitConfigChanged", D, "ddp"},
-    {"SensorI2CSlaveAddress", D, "x"},
-    {"EepromProbeRecorded", C, "sd"},
-    {"EepromDataSettings", C, "ddd"},
-    {"EepromDataSensorUsage", C, "ddssddsd"},
-    {"EepromDataOutcome", D, "dsd"},
-    {"ProbeEepromArgument", C, "s"},
-    {"ProbeEepromOutcome", D, "sd"},
-    {"ReadEepromArgument", C, "s"},
-    {"ReadEepromSensorName", D, "s"},
-    {"ActuatorNames", C, "ss"},
-    {"ActuatorAddressChanged", D, "x"},
-    {"ActuatorAddress", C, "x"},
-    {"OisProviderResult", D, "d"},
-    {"OisI2CSlaveAddress", D, "x"},
-    {"GyroTimestampModified", D, "d"},
-    {"GyroSampleTimestamp", C, "dd"},
-};
-
-constexpr bool Same(const char* a, const char* b) {
-  while (*a != '\0' && *a == *b) ++a, ++b;
-  return *a == *b;
-}
-
-// The conversion letters of a format, as Conversions() gives them.
-constexpr bool ConversionsAre(const char* format, const char* letters) {
-  for (const char* p = format; *p != '\0'; ++p) {
-    if (*p != '%') continue;
-    ++p;
-    if (*p == '%') continue;
-    while (*p == 'l' || *p == 'h' || *p == 'z') ++p;
-    const char letter = (*p == 'i' || *p == 'u') ? 'd' : *p;
-    if (*letters != letter) return false;
-    ++letters;
-  }
-  return *letters == '\0';
-}
-
-constexpr bool EverySiteTaught() {
-  if (std::size(kTeaching) != std::size(logsite::kAll)) return false;
-  for (const LogSite& site : logsite::kAll) {
-    bool found = false;
-    for (const SiteTeaching& teaching : kTeaching) {
-      if (Same(site.name, teaching.name)) {
-        if (!ConversionsAre(site.format, teaching.conversions)) return false;
-        found = true;
-      }
-    }
-    if (!found) return false;
-  }
-  return true;
-}
-static_assert(EverySiteTaught(),
-              "a log site was added, renamed or changed its conversions: teach sim/explain (kTeaching and the story's "
-              "handler for the site)");
-
 // A format split into literal text and conversions.
 struct Piece {
   std::string literal;  // when conversion is 0
@@ -125,6 +19,7 @@ struct Piece {
 
 struct Matcher {
   const LogSite* site;
+  LogSiteId id;
   std::string prefix;  // "hook.cpp:17 GetStaticCapsHook() "
   std::vector<Piece> pieces;
 };
@@ -338,7 +233,7 @@ const std::vector<Matcher>& Matchers() {
   static const std::vector<Matcher> matchers = [] {
     std::vector<Matcher> all;
     for (const LogSite& site : logsite::kAll) {
-      all.push_back({&site,
+      all.push_back({&site, static_cast<LogSiteId>(&site - logsite::kAll),
                      std::string(BaseName(site.reportedFile)) + ":" + std::to_string(site.reportedLine) + " " +
                          site.function + "() ",
                      Compile(site.format)});
@@ -349,15 +244,6 @@ const std::vector<Matcher>& Matchers() {
 }
 
 }  // namespace
-
-std::span<const SiteTeaching> SiteTeachings() { return kTeaching; }
-
-const SiteTeaching* TeachingOf(std::string_view name) {
-  for (const SiteTeaching& teaching : kTeaching) {
-    if (name == teaching.name) return &teaching;
-  }
-  return nullptr;
-}
 
 std::string Conversions(std::string_view format) {
   std::string letters;
@@ -400,6 +286,7 @@ bool MatchSite(std::string_view message, SiteMatch* match) {
       cut = true;
     }
     match->site = matcher.site;
+    match->id = matcher.id;
     match->fields = std::move(fields);
     match->cut = cut;
     return true;

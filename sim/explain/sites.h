@@ -1,7 +1,6 @@
 // Recognising the library's log lines from its own table of log sites
 // (hook/src/logsites.h): each site's prefix "<file>:<line> <function>() "
-// and format become a matcher at start-up, and each site has one role in the
-// story. Every site of the table must have a role here; the build checks it.
+// and format become a matcher at start-up; a match names its LogSiteId.
 #pragma once
 
 #include <cstddef>
@@ -14,28 +13,13 @@
 
 namespace explain {
 
-// What a site's line means to the story.
-enum class SiteRole {
-  kDecision,  // the library decided something (or shows the outcome of a probe)
-  kContext,   // values the story uses to explain the decisions around it
-};
-
-struct SiteTeaching {
-  const char* name;  // the site's name in REMEDIUM_LOG_SITES
-  SiteRole role;
-  const char* conversions;  // the format's conversions in order, one letter each: d x s p
-};
-
-// The role of every site, in table order; the teaching of one site, or null.
-std::span<const SiteTeaching> SiteTeachings();
-const SiteTeaching* TeachingOf(std::string_view name);
-
 // The conversion letters of a printf format ("%d, %s" gives "ds"; "%lld" gives "d").
 std::string Conversions(std::string_view format);
 
 // One recognised line: the site and its fields as text, in format order.
 struct SiteMatch {
   const LogSite* site = nullptr;
+  LogSiteId id{};                        // the story handles each in a switch: the compiler names a site it misses
   std::vector<std::string_view> fields;  // views into the message
   bool cut = false;                      // the line ended early (the library's 1023-character limit)
 };

@@ -105,9 +105,8 @@ struct Thread {
   std::optional<EepromAttempt> eeprom;
   int lastCamera = -1;
   std::vector<std::string> arguments;  // EEPROM hooks' "arg:" lines
-  std::string submitStage;
-  int skippedCamera = -1;  // the camera whose bring-up step this thread just skipped
-  uint64_t lastLine = 0;   // the process's line count at this thread's last line
+  int skippedCamera = -1;              // the camera whose bring-up step this thread just skipped
+  uint64_t lastLine = 0;               // the process's line count at this thread's last line
 };
 
 // A sensor probe attempt that ended, waiting to be filed in the order attempts began.
@@ -515,6 +514,111 @@ struct StorySink::State {
 
   void Library(const LogLine& line, const SiteMatch& match);
   void Line(const LogLine& line);
+
+  // An event of the thread's current operation: its open sensor attempt, else the camera of
+  // its EEPROM attempt or the last it named.
+  void Here(Thread& thread, const std::string& kind, const std::string& text) {
+    if (thread.probe) {
+      thread.probe->events.push_back(Make(kind, text));
+    } else {
+      Add(thread.eeprom ? thread.eeprom->camera : thread.lastCamera, Make(kind, text));
+    }
+  }
+  // The camera a bring-up step skipped just before on this thread (-1: none), forgotten.
+  static int TakeSkipped(Thread& thread) {
+    const int skipped = thread.skippedCamera;
+    thread.skippedCamera = -1;
+    return skipped;
+  }
+  int CameraOfModule(const Thread& thread, const std::string& module) const {
+    const auto known = ctx.cameraOfSensor.find(module);
+    return known != ctx.cameraOfSensor.end() ? known->second : thread.lastCamera;
+  }
+  EepromAttempt& EepromAttemptOf(Thread& thread) {
+    if (!thread.eeprom) {
+      thread.eeprom.emplace();
+      Add(thread.lastCamera, Make("gap", "the log starts (or resumes) inside an EEPROM data probe"));
+    }
+    return *thread.eeprom;
+  }
+
+  // The protection path logs an "arg:" and "sensor name:" pair per argument
+  // of the core, and nothing else. Pairs of one sensor continue the attempt
+  // (one probe with several arguments and several probes in a row look the
+  // same); a pair naming another sensor begins a new one.
+  void OnProtectionArgument(Thread& thread, const std::string& argument) {
+    const bool continues = thread.probe && thread.probe->protection && thread.probe->protectionArgument.empty();
+    SensorAttempt& attempt = Probe(thread, !continues);
+    attempt.protection = true;
+    attempt.protectionArgument = argument;
+  }
+  void OnProtectionSensorName(Thread& thread, const std::string& sensor) {
+    if (thread.probe && thread.probe->protection && !thread.probe->sensor.empty() && thread.probe->sensor != sensor) {
+      const std::string argument = thread.probe->protectionArgument;
+      Probe(thread, true).protection = true;
+      thread.probe->protectionArgument = argument;
+    }
+    SensorAttempt& attempt = Probe(thread, false);
+    attempt.protection = true;
+    attempt.sensor = sensor;
+    const std::string argument = attempt.protectionArgument;
+    attempt.protectionArgument.clear();
+    ++attempt.protectionArguments;
+    if (IsCameraName(argument) && attempt.sensor.find(argument) != std::string::npos) {
+      ++attempt.protectionFaults;
+      attempt.events.push_back(Make("protection-fault", "protection fault injected: the core's argument \"" + argument +
+                                                            "\" names " + attempt.sensor +
+                                                            ", CamX is told the probe failed (1)"));
+    }
+  }
+
+  void OnEepromDataOutcome(Thread& thread, int cameraId, const std::string& sensor, long long result) {
+    EepromAttempt attempt = thread.eeprom.value_or(EepromAttempt{});
+    attempt.camera = cameraId;
+    attempt.sensor = sensor;
+    CameraStory& camera = Camera(attempt.camera);
+    const int n = static_cast<int>(++camera.eepromAttempts);
+    Add(attempt.camera, Make("eeprom-probe",
+                             "EEPROM data probe attempt " + std::to_string(n) + ": " + attempt.sensor + ", result " +
+                                 std::to_string(result),
+                             n));
+    if (result == 0 && !attempt.verdicts.empty() && attempt.verdicts.back() && (attempt.frequent || attempt.never)) {
+      Add(attempt.camera, Make("forced-eeprom-success",
+                               "forced EEPROM success: " + attempt.sensor + " failed every retry but is " +
+                                   (attempt.frequent ? "the slot's most-used module" : "of a type never probed") +
+                                   ": reported 0 (and recorded as a success)"));
+    }
+    thread.lastCamera = attempt.camera;
+    thread.eeprom = attempt;
+  }
+
+  // An EEPROM probe or read the core's argument names: reported failed.
+  void OnEepromFault(const Thread& thread, const std::string& what, const std::string& module,
+                     const std::vector<std::string>& arguments) {
+    for (const std::string& argument : arguments) {
+      if (IsCameraName(argument) && module.find(argument) != std::string::npos) {
+        Add(CameraOfModule(thread, module),
+            Make("eeprom-fault-injected",
+                 what + " of " + module + " reported failed (1): the core's argument \"" + argument + "\" names it"));
+        return;
+      }
+    }
+  }
+
+  // A bring-up step's change line: a failure hidden, nothing (after its own skip), or, when the
+  // log holds nothing before it, a result 1 that may be a skip whose line is not in the log.
+  void OnChanged(Thread& thread, int cameraId, int skipped, const std::string& step, bool resultOne, bool changed,
+                 const std::string& hidden, const char* kind, const std::string& reported) {
+    thread.lastCamera = cameraId;
+    if (skipped >= 0 && skipped == cameraId) return;
+    if (resultOne && !ctx.linesBefore) {
+      Add(cameraId, Make("undetermined", step + " " + reported +
+                                             ": a hidden failure of result 1, or a skip whose line is before the log "
+                                             "or lost; the log cannot tell which"));
+      return;
+    }
+    if (changed) Add(cameraId, Make(kind, hidden));
+  }
   // Where and when the events of this line happen.
   void Place(const LogLine& line) {
     where.assign(line.source);
@@ -764,342 +868,278 @@ void StorySink::State::Chatty(const LogLine& line) {
   ctx.linesBefore = false;
 }
 
-void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
-  Thread& thread = ctx.threads[{line.pid, line.tid}];
-  const std::string name = match.site->name;
+namespace {
+
+// A matched line's fields as the handlers read them.
+struct Fields {
+  const SiteMatch& match;
   // A field as the story quotes it: a line can hold far more than any name or number needs.
-  const auto field = [&match](size_t i) {
+  std::string operator()(size_t i) const {
     if (i >= match.fields.size()) return std::string();
     const std::string_view text = match.fields[i];
     return text.size() <= kMaxField ? std::string(text) : std::string(text.substr(0, kMaxField)) + "...";
-  };
-  const auto number = [&match](size_t i) { return i < match.fields.size() ? Number(match.fields[i]) : 0; };
-  const bool complete = !match.cut;
-  const auto here = [&](const std::string& kind, const std::string& text) {
-    if (thread.probe) {
-      thread.probe->events.push_back(Make(kind, text));
-    } else {
-      Add(thread.eeprom ? thread.eeprom->camera : thread.lastCamera, Make(kind, text));
-    }
-  };
+  }
+  long long Number(size_t i) const { return i < match.fields.size() ? explain::Number(match.fields[i]) : 0; }
+  int Camera(size_t i) const { return CameraId(Number(i)); }
+  bool Complete() const { return !match.cut; }
+};
 
-  if (name.ends_with("NullCore")) {
-    const std::string function = match.site->function;
-    if (name == "IsSwitchOpenedNullCore" && thread.probe) thread.probe->coreMissingForSwitch = true;
-    here("core-missing", "the framework core is missing (" + function + ")");
-    return;
-  }
-  if (name == "SettingsOpenFailure") {
-    here("settings-missing", "override settings file not opened: " + field(0));
-    return;
-  }
-  if (name.ends_with("OpenFailure")) {
-    if (thread.probe && name == "ReadProbeResultOpenFailure") thread.probe->kernelUnavailable = true;
-    here("kernel-unavailable", "kernel parameter not opened (" + std::string(match.site->function) + "): " + field(0));
-    return;
-  }
-  if (name == "StaticCapsSlot") {
-    thread.lastCamera = CameraId(number(0));
-    if (match.fields.size() >= 2) Camera(thread.lastCamera).slot = CameraId(number(1));
-    return;
-  }
-  if (name.starts_with("State")) {
-    if (name == "StateUpdateRead") thread.lastCamera = CameraId(number(0));
-    return;
-  }
+}  // namespace
 
-  // Sensor probe.
-  if (name == "ProbeSettings" || name == "ProbeSettingsMissing") {
-    SensorAttempt& attempt = Probe(thread, true);
-    attempt.settingsMissing = name == "ProbeSettingsMissing";
-    return;
-  }
-  // The protection path logs an "arg:" and "sensor name:" pair per argument
-  // of the core, and nothing else. Pairs of one sensor continue the attempt
-  // (one probe with several arguments and several probes in a row look the
-  // same); a pair naming another sensor begins a new one.
-  if (name == "ProbeProtectionArgument") {
-    const bool continues = thread.probe && thread.probe->protection && thread.probe->protectionArgument.empty();
-    SensorAttempt& attempt = Probe(thread, !continues);
-    attempt.protection = true;
-    attempt.protectionArgument = field(0);
-    return;
-  }
-  if (name == "ProbeProtectionSensorName") {
-    if (thread.probe && thread.probe->protection && !thread.probe->sensor.empty() && thread.probe->sensor != field(0)) {
-      const std::string argument = thread.probe->protectionArgument;
-      Probe(thread, true).protection = true;
-      thread.probe->protectionArgument = argument;
-    }
-    SensorAttempt& attempt = Probe(thread, false);
-    attempt.protection = true;
-    attempt.sensor = field(0);
-    const std::string argument = attempt.protectionArgument;
-    attempt.protectionArgument.clear();
-    ++attempt.protectionArguments;
-    if (IsCameraName(argument) && attempt.sensor.find(argument) != std::string::npos) {
-      ++attempt.protectionFaults;
-      attempt.events.push_back(Make("protection-fault", "protection fault injected: the core's argument \"" + argument +
-                                                            "\" names " + attempt.sensor +
-                                                            ", CamX is told the probe failed (1)"));
-    }
-    return;
-  }
-  if (name == "ProbeSensorUsage") {
-    SensorAttempt& attempt = Probe(thread, thread.probe && thread.probe->sawUsage);
-    attempt.sensor = field(0);
-    attempt.sawUsage = true;
-    attempt.frequent = number(2) != 0;
-    attempt.never = number(3) != 0;
-    return;
-  }
-  if (name == "ProbeMostProbed") {
-    Probe(thread, false);
-    return;
-  }
-  if (name == "ProbeCount") {
-    SensorAttempt& attempt = Probe(thread, thread.probe && thread.probe->sawCount);
-    attempt.sensor = field(0);
-    attempt.sawCount = true;
-    if (complete) {
-      attempt.moduleProbe = number(1);
-      CheckProbeCount(ctx.sensorProbesSeen, attempt.sensor, attempt.moduleProbe, -1, "probe", &attempt.events);
-    }
-    return;
-  }
-  if (name == "LastRetryVerdict") {
-    SensorAttempt& attempt = Probe(thread, false);
-    if (attempt.sensor.empty()) attempt.sensor = field(0);
-    attempt.lastRetry = number(3) != 0;
-    return;
-  }
-  if (name == "EepromBypassProbeCount") {
-    Probe(thread, false);
-    return;
-  }
-  if (name == "EepromBypassVerdict") {
-    SensorAttempt& attempt = Probe(thread, false);
-    ++attempt.eepromVerdicts;
-    attempt.lastEepromVerdict = number(4) != 0;
-    return;
-  }
-  if (name == "ReadProbeResultReadText") {
-    if (thread.probe && !thread.probe->outcome) thread.probe->reads.push_back(field(0));
-    return;
-  }
-  if (name == "ProbeLastResult" || name == "SetProbeResultReadText") return;
-  if (name == "SetProbeResultWrite") {
-    ctx.kernelRetryArmed = true;
-    here("kernel-retry-armed",
-         "kernel retry armed: the last module of a multi-sourced slot is marked for a "
-         "kernel-assisted re-probe (" +
-             sim::records::DescribeKernelText(field(0)) + ")");
-    return;
-  }
-  if (name == "ProbeOutcome") {
-    SensorAttempt& attempt = Probe(thread, thread.probe && thread.probe->outcome);
-    attempt.sensor = field(0);
-    attempt.camera = CameraId(number(1));
-    attempt.kmd = number(2);
-    attempt.umd = number(3);
-    attempt.outcome = complete;
-    attempt.armedAtOutcome = ctx.kernelRetryArmed;
-    ctx.cameraOfSensor[attempt.sensor] = attempt.camera;
-    thread.lastCamera = attempt.camera;
-    ++ctx.sensorProbesSeen[attempt.sensor];
-    return;
-  }
-  if (name == "ResetProbeResultReadText" || name == "ResetProbeResultWrite") {
-    if (thread.probe && thread.probe->outcome) thread.probe->resetAfterOutcome = true;
-    return;
-  }
-  if (name == "InitResultReadText") return;
+// Each site of the library's log has its case: a site added to the tables is a compile
+// error here (-Wswitch, no default) until the story knows what its line means.
+void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
+  Thread& thread = ctx.threads[{line.pid, line.tid}];
+  const Fields field{match};
+  switch (match.id) {
+    // The core client: a missing core, per wrapper.
+    case LogSiteId::kIsSwitchOpenedNullCore:
+      if (thread.probe) thread.probe->coreMissingForSwitch = true;
+      [[fallthrough]];
+    case LogSiteId::kLoadRemediumNullCore:
+    case LogSiteId::kNotifyHookMessageNullCore:
+    case LogSiteId::kGetHookArgumentsNullCore:
+    case LogSiteId::kProtectionCallbackNullCore:
+    case LogSiteId::kRecordProbeMessageNullCore:
+      return Here(thread, "core-missing", "the framework core is missing (" + std::string(match.site->function) + ")");
+    case LogSiteId::kSettingsOpenFailure:
+      return Here(thread, "settings-missing", "override settings file not opened: " + field(0));
+    case LogSiteId::kReadProbeResultOpenFailure:
+      if (thread.probe) thread.probe->kernelUnavailable = true;
+      [[fallthrough]];
+    case LogSiteId::kSetProbeResultOpenFailure:
+    case LogSiteId::kResetProbeResultOpenFailure:
+    case LogSiteId::kInitResultOpenFailure:
+      return Here(thread, "kernel-unavailable",
+                  "kernel parameter not opened (" + std::string(match.site->function) + "): " + field(0));
+    case LogSiteId::kStaticCapsSlot:
+      thread.lastCamera = field.Camera(0);
+      if (match.fields.size() >= 2) Camera(thread.lastCamera).slot = field.Camera(1);
+      return;
+    // The image sensor state record: context only.
+    case LogSiteId::kStateUpdateRead:
+      thread.lastCamera = field.Camera(0);
+      return;
+    case LogSiteId::kStateUpdateWrite:
+    case LogSiteId::kStateGetValue:
+    case LogSiteId::kStateGetMatch:
+      return;
 
-  // Everything below is outside the sensor probe: it ends one still open on this thread.
-  CloseProbe(thread, false);
-
-  if (name == "EepromDataSettings") {
-    thread.eeprom.emplace();
-    thread.eeprom->camera = CameraId(number(2));
-    return;
-  }
-  if (name == "EepromDataSensorUsage" || name == "EepromLastRetryVerdict") {
-    if (!thread.eeprom) {
-      thread.eeprom.emplace();
-      Add(thread.lastCamera, Make("gap", "the log starts (or resumes) inside an EEPROM data probe"));
+    // The sensor probe.
+    case LogSiteId::kProbeSettings:
+    case LogSiteId::kProbeSettingsMissing:
+      Probe(thread, true).settingsMissing = match.id == LogSiteId::kProbeSettingsMissing;
+      return;
+    case LogSiteId::kProbeProtectionArgument:
+      return OnProtectionArgument(thread, field(0));
+    case LogSiteId::kProbeProtectionSensorName:
+      return OnProtectionSensorName(thread, field(0));
+    case LogSiteId::kProbeSensorUsage: {
+      SensorAttempt& attempt = Probe(thread, thread.probe && thread.probe->sawUsage);
+      attempt.sensor = field(0);
+      attempt.sawUsage = true;
+      attempt.frequent = field.Number(2) != 0;
+      attempt.never = field.Number(3) != 0;
+      return;
     }
-    if (name == "EepromDataSensorUsage") {
-      thread.eeprom->camera = CameraId(number(0));
-      thread.eeprom->sensor = field(2);
-      thread.eeprom->frequent = number(4) != 0;
-      thread.eeprom->never = number(5) != 0;
-      ctx.cameraOfSensor[thread.eeprom->sensor] = thread.eeprom->camera;
-    } else {
-      thread.eeprom->verdicts.push_back(number(3) != 0);
-    }
-    return;
-  }
-  if (name == "EepromDataOutcome") {
-    EepromAttempt attempt = thread.eeprom.value_or(EepromAttempt{});
-    attempt.camera = CameraId(number(0));
-    attempt.sensor = field(1);
-    const long long result = number(2);
-    CameraStory& camera = Camera(attempt.camera);
-    const int n = ++camera.eepromAttempts;
-    Add(attempt.camera, Make("eeprom-probe",
-                             "EEPROM data probe attempt " + std::to_string(n) + ": " + attempt.sensor + ", result " +
-                                 std::to_string(result),
-                             n));
-    if (result == 0 && !attempt.verdicts.empty() && attempt.verdicts.back() && (attempt.frequent || attempt.never)) {
-      Add(attempt.camera, Make("forced-eeprom-success",
-                               "forced EEPROM success: " + attempt.sensor + " failed every retry but is " +
-                                   (attempt.frequent ? "the slot's most-used module" : "of a type never probed") +
-                                   ": reported 0 (and recorded as a success)"));
-    }
-    thread.lastCamera = attempt.camera;
-    thread.eeprom = attempt;
-    return;
-  }
-  if (name == "EepromProbeRecorded") {
-    const int cameraId = thread.eeprom ? thread.eeprom->camera : thread.lastCamera;
-    if (complete) {
-      auto& seen = ctx.eepromProbesSeen;
-      const std::string sensor = field(0);
-      seen.emplace(sensor, 0);
-      CheckProbeCount(seen, sensor, number(1) - 1, cameraId, "EEPROM probe", nullptr);
-      seen[sensor] = number(1);
-    }
-    thread.eeprom.reset();
-    return;
-  }
-  if (name == "ProbeEepromArgument" || name == "ReadEepromArgument") {
-    thread.arguments.push_back(field(0));
-    return;
-  }
-  if (name == "ProbeEepromOutcome" || name == "ReadEepromSensorName") {
-    const std::string module = field(0);
-    std::vector<std::string> arguments;
-    if (name == "ReadEepromSensorName") {
-      if (!thread.arguments.empty()) arguments.push_back(thread.arguments.back());
-    } else {
-      arguments = thread.arguments;
-    }
-    const int cameraId = ctx.cameraOfSensor.count(module) != 0 ? ctx.cameraOfSensor[module] : thread.lastCamera;
-    for (const std::string& argument : arguments) {
-      if (IsCameraName(argument) && module.find(argument) != std::string::npos) {
-        Add(cameraId, Make("eeprom-fault-injected",
-                           std::string(name == "ProbeEepromOutcome" ? "EEPROM probe" : "EEPROM read") + " of " +
-                               module + " reported failed (1): the core's argument \"" + argument + "\" names it"));
-        break;
+    case LogSiteId::kProbeMostProbed:
+    case LogSiteId::kEepromBypassProbeCount:
+      Probe(thread, false);
+      return;
+    case LogSiteId::kProbeCount: {
+      SensorAttempt& attempt = Probe(thread, thread.probe && thread.probe->sawCount);
+      attempt.sensor = field(0);
+      attempt.sawCount = true;
+      if (field.Complete()) {
+        attempt.moduleProbe = field.Number(1);
+        CheckProbeCount(ctx.sensorProbesSeen, attempt.sensor, attempt.moduleProbe, -1, "probe", &attempt.events);
       }
+      return;
     }
-    if (name == "ProbeEepromOutcome") {
-      Add(cameraId, Make("eeprom-probe", "EEPROM probe of " + module + ": result " + field(1)));
+    case LogSiteId::kLastRetryVerdict: {
+      SensorAttempt& attempt = Probe(thread, false);
+      if (attempt.sensor.empty()) attempt.sensor = field(0);
+      attempt.lastRetry = field.Number(3) != 0;
+      return;
     }
-    if (name == "ProbeEepromOutcome" || !thread.arguments.empty()) {
-      if (name == "ProbeEepromOutcome") {
-        thread.arguments.clear();
-      } else {
+    case LogSiteId::kEepromBypassVerdict: {
+      SensorAttempt& attempt = Probe(thread, false);
+      ++attempt.eepromVerdicts;
+      attempt.lastEepromVerdict = field.Number(4) != 0;
+      return;
+    }
+    case LogSiteId::kReadProbeResultReadText:
+      if (thread.probe && !thread.probe->outcome) thread.probe->reads.push_back(field(0));
+      return;
+    case LogSiteId::kProbeLastResult:
+    case LogSiteId::kSetProbeResultReadText:
+    case LogSiteId::kInitResultReadText:
+      return;
+    case LogSiteId::kSetProbeResultWrite:
+      ctx.kernelRetryArmed = true;
+      return Here(thread, "kernel-retry-armed",
+                  "kernel retry armed: the last module of a multi-sourced slot is marked for a kernel-assisted "
+                  "re-probe (" +
+                      sim::records::DescribeKernelText(field(0)) + ")");
+    case LogSiteId::kProbeOutcome: {
+      SensorAttempt& attempt = Probe(thread, thread.probe && thread.probe->outcome);
+      attempt.sensor = field(0);
+      attempt.camera = field.Camera(1);
+      attempt.kmd = field.Number(2);
+      attempt.umd = field.Number(3);
+      attempt.outcome = field.Complete();
+      attempt.armedAtOutcome = ctx.kernelRetryArmed;
+      ctx.cameraOfSensor[attempt.sensor] = attempt.camera;
+      thread.lastCamera = attempt.camera;
+      ++ctx.sensorProbesSeen[attempt.sensor];
+      return;
+    }
+    case LogSiteId::kResetProbeResultReadText:
+    case LogSiteId::kResetProbeResultWrite:
+      if (thread.probe && thread.probe->outcome) thread.probe->resetAfterOutcome = true;
+      return;
+
+    // EEPROM hooks: outside the sensor probe, which they end on their thread.
+    case LogSiteId::kEepromDataSettings:
+      CloseProbe(thread, false);
+      thread.eeprom.emplace();
+      thread.eeprom->camera = field.Camera(2);
+      return;
+    case LogSiteId::kEepromDataSensorUsage:
+      CloseProbe(thread, false);
+      EepromAttemptOf(thread);
+      thread.eeprom->camera = field.Camera(0);
+      thread.eeprom->sensor = field(2);
+      thread.eeprom->frequent = field.Number(4) != 0;
+      thread.eeprom->never = field.Number(5) != 0;
+      ctx.cameraOfSensor[thread.eeprom->sensor] = thread.eeprom->camera;
+      return;
+    case LogSiteId::kEepromLastRetryVerdict:
+      CloseProbe(thread, false);
+      EepromAttemptOf(thread).verdicts.push_back(field.Number(3) != 0);
+      return;
+    case LogSiteId::kEepromDataOutcome:
+      CloseProbe(thread, false);
+      return OnEepromDataOutcome(thread, field.Camera(0), field(1), field.Number(2));
+    case LogSiteId::kEepromProbeRecorded:
+      CloseProbe(thread, false);
+      if (field.Complete()) {
+        const std::string sensor = field(0);
+        ctx.eepromProbesSeen.emplace(sensor, 0);
+        CheckProbeCount(ctx.eepromProbesSeen, sensor, field.Number(1) - 1,
+                        thread.eeprom ? thread.eeprom->camera : thread.lastCamera, "EEPROM probe", nullptr);
+        ctx.eepromProbesSeen[sensor] = field.Number(1);
+      }
+      thread.eeprom.reset();
+      return;
+    case LogSiteId::kProbeEepromArgument:
+    case LogSiteId::kReadEepromArgument:
+      CloseProbe(thread, false);
+      thread.arguments.push_back(field(0));
+      return;
+    case LogSiteId::kProbeEepromOutcome:
+      CloseProbe(thread, false);
+      OnEepromFault(thread, "EEPROM probe", field(0), thread.arguments);
+      Add(CameraOfModule(thread, field(0)),
+          Make("eeprom-probe", "EEPROM probe of " + field(0) + ": result " + field(1)));
+      thread.arguments.clear();
+      return;
+    case LogSiteId::kReadEepromSensorName: {
+      CloseProbe(thread, false);
+      std::vector<std::string> last;
+      if (!thread.arguments.empty()) {
+        last.push_back(thread.arguments.back());
         thread.arguments.pop_back();
       }
+      return OnEepromFault(thread, "EEPROM read", field(0), last);
     }
-    return;
-  }
 
-  // Bring-up.
-  // After a skip the change line shows the library's own result 1 for the
-  // step that was not run: no failure of CamX was hidden, the skip says it all.
-  const bool afterSkip = thread.skippedCamera >= 0;
-  const int skipped = thread.skippedCamera;
-  thread.skippedCamera = -1;
-  if (name == "InitDeviceChanged") {
-    const int cameraId = CameraId(number(0));
-    thread.lastCamera = cameraId;
-    if (afterSkip && skipped == cameraId) return;
-    if (number(1) == 1 && !ctx.linesBefore) {
-      Add(cameraId, Make("undetermined", "initialisation reported as " + field(2) + " (init state " + field(3) +
-                                             "): a hidden failure of result 1, or a skip whose line is before the "
-                                             "log or lost; the log cannot tell which"));
+    // Bring-up: outside the sensor probe too. After a skip the change line shows the
+    // library's own result 1 for the step that was not run: no failure of CamX was
+    // hidden, the skip says it all.
+    case LogSiteId::kInitDeviceChanged:
+      CloseProbe(thread, false);
+      return OnChanged(thread, field.Camera(0), TakeSkipped(thread), "initialisation", field.Number(1) == 1,
+                       field.Number(1) != field.Number(2),
+                       "init failure hidden: CamX's result " + field(1) + " reported as " + field(2) + " (init state " +
+                           field(3) + ")",
+                       "init-failure-hidden", "reported as " + field(2) + " (init state " + field(3) + ")");
+    case LogSiteId::kConfigCmdsChanged:
+      CloseProbe(thread, false);
+      return OnChanged(thread, field.Camera(0), TakeSkipped(thread), "configuration", field.Number(1) == 1,
+                       field.Number(1) != field.Number(2),
+                       "configuration failure hidden: CamX's result " + field(1) + " reported as " + field(2),
+                       "config-failure-hidden", "reported as " + field(2));
+    case LogSiteId::kInitDeviceSkip:
+    case LogSiteId::kConfigCmdsSkip: {
+      CloseProbe(thread, false);
+      TakeSkipped(thread);
+      const bool init = match.id == LogSiteId::kInitDeviceSkip;
+      thread.lastCamera = thread.skippedCamera = field.Camera(0);
+      return Add(thread.lastCamera,
+                 Make("bringup-skipped", std::string(init ? "initialisation" : "configuration") +
+                                             " skipped: the probe is recorded failed; recorded " + (init ? "I" : "C") +
+                                             "=F, error id set, CamX told success (0)"));
+    }
+    case LogSiteId::kInitConfigChanged:
+      CloseProbe(thread, false);
+      TakeSkipped(thread);
+      thread.lastCamera = field.Camera(0);
+      if (field.Number(1) != field.Number(3) || field.Number(2) != 0) {
+        Add(thread.lastCamera,
+            Make("config-failure-hidden", "init settings failure hidden: CamX's result " + field(1) +
+                                              ", kernel init failed " + field(2) + ", reported as " + field(3)));
+      }
       return;
-    }
-    if (number(1) != number(2)) {
-      Add(cameraId, Make("init-failure-hidden", "init failure hidden: CamX's result " + field(1) + " reported as " +
-                                                    field(2) + " (init state " + field(3) + ")"));
-    }
-    return;
-  }
-  if (name == "InitDeviceSkip" || name == "ConfigCmdsSkip") {
-    const int cameraId = CameraId(number(0));
-    thread.lastCamera = cameraId;
-    Add(cameraId, Make("bringup-skipped", std::string(name == "InitDeviceSkip" ? "initialisation" : "configuration") +
-                                              " skipped: the probe is recorded failed; recorded " +
-                                              (name == "InitDeviceSkip" ? "I" : "C") +
-                                              "=F, error id set, CamX told success (0)"));
-    thread.skippedCamera = cameraId;
-    return;
-  }
-  if (name == "InitConfigChanged") {
-    const int cameraId = CameraId(number(0));
-    thread.lastCamera = cameraId;
-    if (number(1) != number(3) || number(2) != 0) {
-      Add(cameraId,
-          Make("config-failure-hidden", "init settings failure hidden: CamX's result " + field(1) +
-                                            ", kernel init failed " + field(2) + ", reported as " + field(3)));
-    }
-    return;
-  }
-  if (name == "ConfigCmdsChanged") {
-    const int cameraId = CameraId(number(0));
-    thread.lastCamera = cameraId;
-    if (afterSkip && skipped == cameraId) return;
-    if (number(1) == 1 && !ctx.linesBefore) {
-      Add(cameraId, Make("undetermined", "configuration reported as " + field(2) +
-                                             ": a hidden failure of result 1, or a skip whose line is before the log "
-                                             "or lost; the log cannot tell which"));
+    case LogSiteId::kSubmitInitialConfigCode:
+    case LogSiteId::kSubmitConfigCode:
+      CloseProbe(thread, false);
+      TakeSkipped(thread);
       return;
-    }
-    if (number(1) != number(2)) {
-      Add(cameraId, Make("config-failure-hidden",
-                         "configuration failure hidden: CamX's result " + field(1) + " reported as " + field(2)));
-    }
-    return;
+    case LogSiteId::kSubmitInitialConfigChanged:
+    case LogSiteId::kSubmitConfigChanged:
+      CloseProbe(thread, false);
+      TakeSkipped(thread);
+      if (field.Number(0) != field.Number(1)) {
+        Add(thread.lastCamera,
+            Make(
+                "config-failure-hidden",
+                std::string(match.id == LogSiteId::kSubmitInitialConfigChanged ? "initial settings" : "configuration") +
+                    " submit failure hidden: CamX's result " + field(0) + " reported as " + field(1)));
+      }
+      return;
+    case LogSiteId::kSensorI2CSlaveAddress:
+      CloseProbe(thread, false);
+      TakeSkipped(thread);
+      return Add(thread.lastCamera, Make("i2c-address", "sensor I2C slave address now 0x" + field(0)));
+
+    // Lens, OIS and gyro: lines that name no camera.
+    case LogSiteId::kActuatorAddressChanged:
+      CloseProbe(thread, false);
+      TakeSkipped(thread);
+      return Add(-1,
+                 Make("i2c-address", "actuator I2C slave address switched to 0x" + field(0) + " (the core named it)"));
+    case LogSiteId::kOisProviderResult:
+      CloseProbe(thread, false);
+      TakeSkipped(thread);
+      return Add(-1,
+                 Make("ois-provider-forced", "OIS provider registration reported " + field(0) + ", the HAL's not run"));
+    case LogSiteId::kOisI2CSlaveAddress:
+      CloseProbe(thread, false);
+      TakeSkipped(thread);
+      return Add(-1, Make("i2c-address", "OIS I2C slave address switched to 0x" + field(0)));
+    case LogSiteId::kGyroTimestampModified:
+      CloseProbe(thread, false);
+      TakeSkipped(thread);
+      return Add(-1, Make("gyro-timestamp-shifted", "gyro sample timestamp moved back to " + field(0)));
+    case LogSiteId::kActuatorNames:
+    case LogSiteId::kActuatorAddress:
+    case LogSiteId::kGyroSampleTimestamp:
+      CloseProbe(thread, false);
+      TakeSkipped(thread);
+      return;
   }
-  if (name == "SubmitInitialConfigCode" || name == "SubmitConfigCode") {
-    thread.submitStage = name == "SubmitInitialConfigCode" ? "initial settings" : "configuration";
-    return;
-  }
-  if (name == "SubmitInitialConfigChanged" || name == "SubmitConfigChanged") {
-    if (number(0) != number(1)) {
-      const std::string stage = name == "SubmitInitialConfigChanged" ? "initial settings" : "configuration";
-      Add(thread.lastCamera, Make("config-failure-hidden", stage + " submit failure hidden: CamX's result " + field(0) +
-                                                               " reported as " + field(1)));
-    }
-    return;
-  }
-  if (name == "SensorI2CSlaveAddress") {
-    Add(thread.lastCamera, Make("i2c-address", "sensor I2C slave address now 0x" + field(0)));
-    return;
-  }
-  if (name == "ActuatorNames") return;
-  if (name == "ActuatorAddressChanged") {
-    Add(-1, Make("i2c-address", "actuator I2C slave address switched to 0x" + field(0) + " (the core named it)"));
-    return;
-  }
-  if (name == "ActuatorAddress") return;
-  if (name == "OisProviderResult") {
-    Add(-1, Make("ois-provider-forced", "OIS provider registration reported " + field(0) + ", the HAL's not run"));
-    return;
-  }
-  if (name == "OisI2CSlaveAddress") {
-    Add(-1, Make("i2c-address", "OIS I2C slave address switched to 0x" + field(0)));
-    return;
-  }
-  if (name == "GyroTimestampModified") {
-    Add(-1, Make("gyro-timestamp-shifted", "gyro sample timestamp moved back to " + field(0)));
-    return;
-  }
-  if (name == "GyroSampleTimestamp") return;
-  // A site without a handler is still shown, never dropped.
+  // A value outside the enum cannot come from MatchSite; shown rather than dropped all the same.
   Unknown(line.message);
 }
 
