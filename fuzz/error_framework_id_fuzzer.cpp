@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fuzz/fuzz_support.h"
+#include "hook/src/errorframeworkid.h"
 #include "hook/src/hook.h"
 #include "hook/src/settings.h"
 #include "sim/platform/simdevice.h"
@@ -14,9 +15,7 @@
 
 namespace {
 
-constexpr char kProperty[] = "persist.vendor.camera.errorFrameworkId";
-// Framework id of camera ids 0..7; 6 and 7 are unknown and map to 0.
-constexpr long kFrameworkIds[] = {2, 1, 3, 4, 5, 9, 0, 0};
+constexpr const char* kProperty = CamX::kErrorFrameworkIdProperty;
 
 std::string Value() { return sim::GetProperty(kProperty).value_or(""); }
 
@@ -30,7 +29,7 @@ std::string CheckedCall(const std::string& before, unsigned int id, int isError)
   if (isError != 0) {
     // At most six kept numbers, then the appended one.
     FUZZ_CHECK(listed.size() <= 7);
-    FUZZ_CHECK(listed.back() == kFrameworkIds[id]);
+    FUZZ_CHECK(listed.back() == static_cast<long>(CamX::FrameworkIdOf(id)));
   } else {
     FUZZ_CHECK(listed.size() <= 5);
   }

@@ -1,6 +1,8 @@
 // CamX::SetErrorFrameworkId: the list of cameras in error, kept in
 // "persist.vendor.camera.errorFrameworkId" as framework identifiers
 // ("2,3"). The property is the only state; it outlives the process.
+#include "hook/src/errorframeworkid.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <map>
@@ -16,14 +18,16 @@ namespace CamX {
 
 namespace {
 
-constexpr char kErrorFrameworkIdProperty[] = "persist.vendor.camera.errorFrameworkId";
 constexpr size_t kMaxKeptIds = 6;
 
 }  // namespace
 
 void SetErrorFrameworkId(unsigned int id, int isError) noexcept {
-  // Camera identifier -> framework identifier. Camera 5 maps to 9 on purpose.
-  std::map<uint32_t, uint32_t> frameworkIds = {{0, 2}, {1, 1}, {2, 3}, {3, 4}, {4, 5}, {5, 9}};
+  // Camera identifier -> framework identifier, from the contract's table.
+  std::map<uint32_t, uint32_t> frameworkIds;
+  for (uint32_t camera = 0; camera < std::size(kFrameworkIdOfCamera); ++camera) {
+    frameworkIds.emplace(camera, kFrameworkIdOfCamera[camera]);
+  }
   // OK: an unknown camera is added with 0 and so maps to 0.
   const int frameworkId = static_cast<int>(frameworkIds[id]);
 

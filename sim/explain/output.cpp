@@ -5,6 +5,7 @@
 #include <set>
 #include <sstream>
 
+#include "hook/src/errorframeworkid.h"
 #include "sim/explain/logline.h"
 #include "sim/explain/story.h"
 #include "sim/records/records.h"
@@ -75,7 +76,7 @@ std::set<int> CamerasOf(const BootStory& boot) {
   return ids;
 }
 
-constexpr char kErrorIds[] = "persist.vendor.camera.errorFrameworkId";
+constexpr const char* kErrorIds = CamX::kErrorFrameworkIdProperty;
 
 // The library logs nothing when a capture request orders the abort, so a new
 // PID is all a log shows of it, unless a crash report says how the process ended.

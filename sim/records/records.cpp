@@ -8,6 +8,7 @@
 #include <map>
 #include <regex>
 
+#include "hook/src/errorframeworkid.h"
 #include "hook/src/kernelchannel.h"
 
 namespace sim::records {
@@ -124,8 +125,6 @@ Explanation ExplainImageSensorState(const std::string& raw) {
 }
 
 Explanation ExplainErrorFrameworkIds(const std::string& raw) {
-  // The library's framework identifiers by camera id (slot) 0 to 5.
-  static const std::vector<int64_t> kFrameworkIds = {2, 1, 3, 4, 5, 9};
   const std::string value(Trim(raw));
   // As the library reads it: up to six numbers, stopping at the first that does not parse.
   const std::vector<int64_t> ids = ParseNumberList(value, 6);
@@ -136,11 +135,11 @@ Explanation ExplainErrorFrameworkIds(const std::string& raw) {
                                 "\" does not begin with a number: the library reads it as an empty list");
   }
   for (int64_t id : ids) {
-    const auto camera = std::find(kFrameworkIds.begin(), kFrameworkIds.end(), id);
+    const auto camera = std::find(std::begin(CamX::kFrameworkIdOfCamera), std::end(CamX::kFrameworkIdOfCamera), id);
     explanation.lines.push_back(
         "framework id " + std::to_string(id) + ": " +
-        (camera != kFrameworkIds.end()
-             ? "camera (slot) " + std::to_string(camera - kFrameworkIds.begin()) + " is in error"
+        (camera != std::end(CamX::kFrameworkIdOfCamera)
+             ? "camera (slot) " + std::to_string(camera - std::begin(CamX::kFrameworkIdOfCamera)) + " is in error"
          : id == 0 ? "a camera id outside 0..5 (the library maps those to 0) is in error"
                    : "not a framework id the library writes"));
   }
@@ -212,7 +211,7 @@ Explanation Explain(const std::string& raw) {
     text = text.substr(equals + 1);
   }
   if (name.rfind("vendor.debug.camera.imagesensorstate.", 0) == 0) return ExplainImageSensorState(text);
-  if (name == "persist.vendor.camera.errorFrameworkId") return ExplainErrorFrameworkIds(text);
+  if (name == CamX::kErrorFrameworkIdProperty) return ExplainErrorFrameworkIds(text);
   if (name.find("sensor_apply_settings_control") != std::string::npos) return ExplainKernelParameter(text);
   if (!text.empty() && text.front() == '<') return ExplainImageSensorState(text);
   if (ParseNumberList(text, 64).size() >= 16) return ExplainKernelParameter(text);

@@ -3,6 +3,7 @@
 #include <map>
 #include <sstream>
 
+#include "hook/src/errorframeworkid.h"
 #include "sim/records/records.h"
 
 namespace sim::scenario {
@@ -182,7 +183,7 @@ std::string FormatSummary(const Scenario& scenario, const RunResult& run, const 
       << "   log: " << total.log.size() << " line(s), " << errors << " at ERROR\n";
   bool any = false;
   for (const auto& [key, value] : total.properties) {
-    if (key.rfind("vendor.debug.camera.imagesensorstate.", 0) != 0 && key != "persist.vendor.camera.errorFrameworkId") {
+    if (key.rfind("vendor.debug.camera.imagesensorstate.", 0) != 0 && key != CamX::kErrorFrameworkIdProperty) {
       continue;
     }
     out << (any ? "" : "   state left on the phone:\n") << "      " << key << " = " << value << "\n";

@@ -10,6 +10,7 @@
 #include <map>
 #include <set>
 
+#include "hook/src/errorframeworkid.h"
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
 #include "sim/hal/simsensorhal.h"
@@ -26,9 +27,13 @@ namespace fw = sim::framework;
 
 constexpr char kOverrideSettingsPath[] = "/odm/etc/camera/camxoverridesettings.txt";
 constexpr char kStatePrefix[] = "vendor.debug.camera.imagesensorstate.";
-constexpr char kErrorIdProperty[] = "persist.vendor.camera.errorFrameworkId";
+constexpr const char* kErrorIdProperty = CamX::kErrorFrameworkIdProperty;
 // The framework identifiers the library's camera table maps to (0: none).
-const std::set<int64_t> kFrameworkIds = {0, 1, 2, 3, 4, 5, 9};
+const std::set<int64_t> kFrameworkIds = [] {
+  std::set<int64_t> ids(std::begin(CamX::kFrameworkIdOfCamera), std::end(CamX::kFrameworkIdOfCamera));
+  ids.insert(0);
+  return ids;
+}();
 constexpr size_t kMaxProperties = 256;
 constexpr int64_t kBootTime = 100;  // seconds since boot, a scenario's default
 constexpr size_t kMaxPropertyValue = 92;

@@ -8,6 +8,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <nlohmann/json.hpp>
 
+#include "hook/src/errorframeworkid.h"
 #include "sim/scenario/scenario.h"
 
 namespace sim::sequence {
@@ -17,7 +18,7 @@ const std::vector<std::string> kSensors = {"s5kgm2_rear", "ov16a1q_front", "imx5
 const std::vector<std::string> kEeproms = {"s5kgm2_rear_gt24p64", "imx582_rear_otp", "ov16a1q_front_otp"};
 const std::vector<std::string> kActuators = {"s5kgm2_rear_ak7377", "imx582_rear_dw9800"};
 const std::vector<std::string> kPropertyKeys = {
-    "persist.vendor.camera.cloud.remedium.modswitch", "persist.vendor.camera.errorFrameworkId",
+    "persist.vendor.camera.cloud.remedium.modswitch", CamX::kErrorFrameworkIdProperty,
     "persist.vendor.camera.remedium.loglevel",        "persist.vendor.camera.enableEarlyPipelineActivate",
     "persist.vendor.camera.enableSATWideAlwaysOn",    "persist.vendor.camera.isEarlysettingsEnable",
     "persist.vendor.camera.isSatFollowFingersOpt",    "vendor.debug.camera.numPCRsBeforeStreamOn",

@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "hook/src/errorframeworkid.h"
 #include "sim/hal/simsensorhal.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simproperties.h"
@@ -35,7 +36,7 @@ static_assert(std::is_same_v<ObjectHookFn, SIM_PROXY_TYPE(ReadEEPROMDevice)> &&
               std::is_same_v<ObjectHookFn, SIM_PROXY_TYPE(LoadSensorConfigCmds)>);
 
 inline constexpr char kOverrideFile[] = "/odm/etc/camera/camxoverridesettings.txt";
-inline constexpr char kErrorIdProperty[] = "persist.vendor.camera.errorFrameworkId";
+inline constexpr const char* kErrorIdProperty = CamX::kErrorFrameworkIdProperty;
 inline constexpr int64_t kBootSeconds = 100;
 
 class SensorPhoneTest : public CameraProcessTest {

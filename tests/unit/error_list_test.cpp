@@ -1,6 +1,7 @@
 // CamX::SetErrorFrameworkId: the list of cameras in error in its property.
 #include <gtest/gtest.h>
 
+#include "hook/src/errorframeworkid.h"
 #include "hook/src/hook.h"
 #include "sim/harness/harness.h"
 #include "sim/platform/simdevice.h"
@@ -8,7 +9,7 @@
 
 namespace {
 
-constexpr char kProperty[] = "persist.vendor.camera.errorFrameworkId";
+constexpr const char* kProperty = CamX::kErrorFrameworkIdProperty;
 
 class ErrorListTest : public ::testing::Test {
  protected:
