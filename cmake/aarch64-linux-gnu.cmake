@@ -23,8 +23,14 @@ set(CMAKE_C_COMPILER clang-19)
 set(CMAKE_CXX_COMPILER clang++-19)
 set(CMAKE_C_COMPILER_TARGET aarch64-linux-gnu)
 set(CMAKE_CXX_COMPILER_TARGET aarch64-linux-gnu)
-set(CMAKE_C_FLAGS_INIT "-mbranch-protection=standard")
-set(CMAKE_CXX_FLAGS_INIT "-stdlib=libc++ -mbranch-protection=standard")
+# No outline atomics: their helpers (__aarch64_ldadd8_acq_rel, ...) and the
+# constructor that picks LSE or LL/SC live in the compiler's runtime archive,
+# and Debian's arm64 build of it carries no BTI marking (the constructor, called
+# indirectly from .init_array, has no landing pad). Linking it would leave the
+# device-shaped library (cmake/device) either unmarked or marked but faulting
+# on a phone that enforces BTI; inline atomics keep all the code ours.
+set(CMAKE_C_FLAGS_INIT "-mbranch-protection=standard -mno-outline-atomics")
+set(CMAKE_CXX_FLAGS_INIT "-stdlib=libc++ -mbranch-protection=standard -mno-outline-atomics")
 foreach(kind EXE SHARED MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT "-stdlib=libc++ -fuse-ld=lld")
 endforeach()

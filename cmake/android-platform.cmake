@@ -34,6 +34,17 @@ target_include_directories(remedium_platform SYSTEM INTERFACE ${REMEDIUM_DEVICE_
 find_library(REMEDIUM_LIBLOG log REQUIRED)
 target_link_libraries(remedium_platform INTERFACE ${REMEDIUM_LIBLOG} ${CMAKE_DL_LIBS})
 
+# Built and linked as the vendor tree builds the library (Android.bp, and the
+# cross-arm64 build's device-shaped link, cmake/device): BTI landing pads and
+# return-address signing in every object, so the library is marked for both;
+# every symbol bound at load and the GOT read-only after relocation; no
+# executable stack; segments aligned for 16 KB-page kernels (Android 15+),
+# which load on 4 KB-page kernels too. --as-needed: the toolchain adds libm,
+# which the library does not call (README.md's table of needed libraries).
+target_compile_options(remedium_platform INTERFACE -mbranch-protection=standard)
+target_link_options(remedium_platform INTERFACE
+  -Wl,-z,now -Wl,-z,relro -Wl,-z,noexecstack -Wl,-z,max-page-size=16384 -Wl,--as-needed)
+
 # The device's libraries by their names, as the dynamic linker will find
 # them on the phone (no path is recorded, no build-tree run path either).
 set(CMAKE_SKIP_BUILD_RPATH ON)
