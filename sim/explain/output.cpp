@@ -113,7 +113,7 @@ bool KeepsPlace(const ExplainOptions& options, int pid, int camera) {
 std::vector<const Event*> KeptEvents(const ExplainOptions& options, const CameraStory& camera, const BootStory& boot,
                                      const ProcessStory& process) {
   std::vector<const Event*> kept;
-  const EventPlace place{0, process.pid, camera.id, boot.previous, boot.source};
+  const EventPlace place{process.pid, camera.id, boot.previous, boot.source};
   for (const Event& event : camera.events) {
     if (Keeps(options, event, place)) kept.push_back(&event);
   }

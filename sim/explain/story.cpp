@@ -213,7 +213,7 @@ struct StorySink::State {
     if (event.kind == "core-missing") Note(camera, "core missing");
     if (event.kind == "message-centre-missing") Note(camera, "message centre missing");
     if (event.kind == "gap") Note(camera, "log incomplete");
-    if (listener) listener(event, {boot, Process().pid, camera.id, Boot().previous, Boot().source});
+    if (listener) listener(event, {Process().pid, camera.id, Boot().previous, Boot().source});
     if (camera.events.size() >= kMaxEventsPerCamera || storedEvents >= kMaxStoredEvents) {
       ++camera.omitted[event.kind];
       return;

@@ -1,7 +1,8 @@
 // The story of what the library decided, rebuilt from a phone's records: per
 // boot, per camera process (a new PID of the library's lines), per camera, in
 // the log's own order and timestamps; then the state the properties and the
-// kernel parameter hold. `remedium-sim explain` prints it as text or JSON.
+// kernel parameter hold. `remedium-sim explain` prints it as text, JSON, JSON
+// Lines or a Perfetto trace (output.cpp, trace.cpp).
 #pragma once
 
 #include <cstdint>
@@ -28,9 +29,8 @@ struct Event {
   std::string kind;   // a stable name: "sensor-probe", "bypass-taken", ... (kEventKinds)
   std::string text;   // in words
   int attempt = 0;    // the camera's sensor or EEPROM probe attempt it belongs to (0: none)
-  int64_t micros = -1;
-  int64_t endMicros = -1;  // a probe attempt's events: the time of the attempt's last line  // the timestamp on one
-                           // scale for ordering and traces (-1: none); see TimeMicros
+  int64_t micros = -1;     // the time on one scale, for filters and traces (-1: none; see TimeMicros)
+  int64_t endMicros = -1;  // a probe attempt's events: the time of the attempt's last line
 };
 
 // Every event kind the story writes, with its meaning.
@@ -98,7 +98,6 @@ struct Story {
 
 // Where a filed event belongs, for listeners and filters.
 struct EventPlace {
-  size_t boot = 0;  // 0-based, in the order boots are begun (a previous boot is begun later than it happened)
   int pid = -1;
   int camera = -1;
   bool previousBoot = false;
