@@ -360,7 +360,56 @@ bool ParseStudioBody(std::string_view text, size_t at, LogLine& line) {
   return true;
 }
 
+// The shape adb logcat and every bug report write, "MM-DD HH:MM:SS.mmm  PID  TID P TAG: message"
+// without modifiers, read at fixed places: most lines of most inputs take this path. Anything
+// else (a year, more digits, a uid column, colour) falls through to the general parser.
+bool ParseCommonThreadtime(std::string_view text, LogLine& line) {
+  constexpr size_t kTime = 18;  // "MM-DD HH:MM:SS.mmm"
+  if (text.size() < kTime + 8 || text[2] != '-' || text[5] != ' ' || text[8] != ':' || text[11] != ':' ||
+      text[14] != '.' || text[kTime] != ' ') {
+    return false;
+  }
+  const auto two = [&text](size_t at) {
+    return IsDigit(text[at]) && IsDigit(text[at + 1]) ? (text[at] - '0') * 10 + (text[at + 1] - '0') : -1;
+  };
+  LogTime& time = line.time;
+  time = LogTime{};
+  time.month = two(0);
+  time.day = two(3);
+  time.hour = two(6);
+  time.minute = two(9);
+  time.second = two(12);
+  if (time.month < 1 || time.month > 12 || time.day < 1 || time.day > 31 || time.hour < 0 || time.hour > 23 ||
+      time.minute < 0 || time.minute > 59 || time.second < 0 || time.second > 60 || !IsDigit(text[15]) ||
+      !IsDigit(text[16]) || !IsDigit(text[17])) {
+    return false;
+  }
+  time.clock = LogTime::Clock::kWall;
+  time.nanos = ((text[15] - '0') * 100 + (text[16] - '0') * 10 + (text[17] - '0')) * 1000000;
+  size_t at = kTime;
+  int ids[2];
+  for (int& id : ids) {
+    while (at < text.size() && text[at] == ' ') ++at;
+    const size_t digits = CountDigits(text, at);
+    if (digits == 0 || digits > 9 || at + digits >= text.size() || text[at + digits] != ' ') return false;
+    id = static_cast<int>(DigitsValue(text, at, digits));
+    at += digits;
+  }
+  if (at + 3 > text.size() || text[at] != ' ' || !IsLevel(text[at + 1]) || text[at + 2] != ' ') return false;
+  const size_t colon = TagColon(text, at + 3);
+  if (colon == kNpos) return false;
+  line.timestamp = text.substr(0, kTime);
+  line.uid = {};
+  line.pid = ids[0];
+  line.tid = ids[1];
+  line.level = text[at + 1];
+  line.tag = TrimRight(text.substr(at + 3, colon - at - 3));
+  line.message = After(text, colon + 2);
+  return true;
+}
+
 LogFormat Parse(std::string_view text, LogLine& line) {
+  if (ParseCommonThreadtime(text, line)) return LogFormat::kThreadtime;
   text = StripColor(text);
   if (text.empty()) return LogFormat::kNone;
   if (IsLevel(text[0])) {

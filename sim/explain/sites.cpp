@@ -148,8 +148,9 @@ bool MatchPieces(const std::vector<Piece>& pieces, std::string_view text, bool m
   Bits can((count + 1) * width);
   const auto bit = [width](size_t piece, size_t position) { return piece * width + position; };
   can.Set(bit(count, n));
+  // The digit runs, each kind found when a piece first needs it.
   std::vector<std::pair<size_t, size_t>> decimalRuns, hexRuns;
-  bool haveRuns = false;
+  bool haveDecimal = false, haveHex = false;
   for (size_t i = count; i-- > 0;) {
     const Piece& piece = pieces[i];
     // A cut line may end before any piece.
@@ -174,10 +175,12 @@ bool MatchPieces(const std::vector<Piece>& pieces, std::string_view text, bool m
       const size_t last = can.Last(bit(i + 1, 0), bit(i + 1, width));
       if (last != Bits::kNone) can.SetRange(bit(i, 0), bit(i, last - bit(i + 1, 0)) + 1);
     } else {
-      if (!haveRuns) {
+      if (piece.conversion == 'd' && !haveDecimal) {
         decimalRuns = DigitRuns(text, false);
+        haveDecimal = true;
+      } else if (piece.conversion != 'd' && !haveHex) {
         hexRuns = DigitRuns(text, true);
-        haveRuns = true;
+        haveHex = true;
       }
       if (piece.conversion == 'd') {
         for (const auto& [begin, end] : decimalRuns) {

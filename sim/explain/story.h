@@ -24,11 +24,11 @@ using Json = nlohmann::ordered_json;
 
 // One thing the library did or decided, with where the log said it.
 struct Event {
-  std::string time;   // the log's timestamp, empty when the format has none
-  std::string where;  // "FILE:LINE"
-  std::string kind;   // a stable name: "sensor-probe", "bypass-taken", ... (kEventKinds)
-  std::string text;   // in words
-  int attempt = 0;    // the camera's sensor or EEPROM probe attempt it belongs to (0: none)
+  std::string time;        // the log's timestamp, empty when the format has none
+  std::string where;       // "FILE:LINE"
+  std::string kind;        // a stable name: "sensor-probe", "bypass-taken", ... (kEventKinds)
+  std::string text;        // in words
+  int attempt = 0;         // the camera's sensor or EEPROM probe attempt it belongs to (0: none)
   int64_t micros = -1;     // the time on one scale, for filters and traces (-1: none; see TimeMicros)
   int64_t endMicros = -1;  // a probe attempt's events: the time of the attempt's last line
 };
