@@ -11,6 +11,7 @@
 #include <set>
 
 #include "hook/src/errorframeworkid.h"
+#include "sim/explain/sites.h"
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
 #include "sim/hal/simsensorhal.h"
@@ -164,6 +165,23 @@ class Player {
       return;
     }
     CheckHookStack(entry, stack, journal);
+    CheckLogLinesAreKnownSites(journal);
+  }
+
+  // Every line the library writes is one explain's reader knows (a site of the joined table,
+  // its format matched): a line the tools could not read would be a decision lost in the field.
+  void CheckLogLinesAreKnownSites(size_t journal) {
+    constexpr std::string_view kTag = " [REMEDIUM]: ";
+    for (const Event& event : sim::Journal(journal)) {
+      if (event.source != "log") continue;
+      const size_t tag = event.text.find(kTag);
+      if (tag == std::string::npos) continue;
+      explain::SiteMatch match;
+      const std::string_view message = std::string_view(event.text).substr(tag + kTag.size());
+      if (!explain::MatchSite(message, &match)) {
+        Violation("every library log line is a known site of explain's reader", std::string(message.substr(0, 200)));
+      }
+    }
   }
 
   // In shared mode a proxy pops the hook stack once, as the last thing it
