@@ -1,10 +1,10 @@
 // remedium-sim fleet report: the page's figures are the database's, its text
 // is escaped, and it fetches nothing.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "sim/fleet/fleet.h"
 #include "tests/fleet/query_test_db.h"
@@ -13,12 +13,12 @@ namespace fleet {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 using testing::kBuildA;
 using testing::kBuildB;
+using ::testing::Not;
 
 std::string Read(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(path);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
@@ -58,19 +58,19 @@ TEST(Report, ShowsTheDatabasesFiguresEscapedAndSelfContained) {
   EXPECT_THAT(chart, HasSubstr(">5% [1%, 16%]</text>"));  // A: 2 of 41
 
   // Signatures, most frequent first, each linked to its examples' section.
-  EXPECT_THAT(page, HasSubstr("<td><code>slot 0: imx582_rear -19 &gt; s5kgm2_rear bypass</code></td><td><a href=\"#examples-1\">5 reports"));
+  EXPECT_THAT(page, HasSubstr("<td><code>slot 0: imx582_rear -19 &gt; s5kgm2_rear bypass</code></td><td><a "
+                              "href=\"#examples-1\">5 reports"));
   EXPECT_THAT(page, HasSubstr("<section id=\"examples-1\">"));
   EXPECT_THAT(page, HasSubstr("<li><a href=\"file:///reports/a/bugreport-0.zip\">/reports/a/bugreport-0.zip</a>"));
 
   // Database text is escaped wherever it goes; paths are percent-encoded in links.
-  EXPECT_THAT(page, Not(HasSubstr("<script>")));
-  EXPECT_THAT(page, HasSubstr("&lt;script&gt;alert(1)&lt;/script&gt;"));
-  EXPECT_THAT(page, HasSubstr("lost &lt;&amp;&gt;</code>"));
-  EXPECT_THAT(page, HasSubstr("slot 0: &lt;b&gt;bold&lt;/b&gt; &amp; &#39;quoted&#39;"));
+  for (const char* escaped : {"&lt;script&gt;alert(1)&lt;/script&gt;", "lost &lt;&amp;&gt;</code>",
+                              "slot 0: &lt;b&gt;bold&lt;/b&gt; &amp; &#39;quoted&#39;"})
+    EXPECT_THAT(page, HasSubstr(escaped));
   EXPECT_THAT(page, HasSubstr("href=\"file:///reports/odd/my%20report%20%231%20%22%26%22.zip\">"
                               "/reports/odd/my report #1 &quot;&amp;&quot;.zip</a>"));
   // Nothing to fetch: no script, no external style, font or image.
-  for (const char* fetch : {"<script", "src=", "@import", "url(", "href=\"http", "<link"})
+  for (const char* fetch : {"<script", "<b>", "src=", "@import", "url(", "href=\"http", "<link"})
     EXPECT_THAT(page, Not(HasSubstr(fetch))) << fetch;
 }
 
