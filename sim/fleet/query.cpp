@@ -460,8 +460,11 @@ int RunCompare(const CompareOptions& options, std::ostream& out, std::ostream& e
     }
     for (const auto& [letter, group] : {std::pair{"A", &*a}, {"B", &*b}}) {
       out << letter << ": " << *group->key;
-      if (group->builds.size() > 1 || (group->builds.size() == 1 && group->builds.front() != *group->key))
-        out << " (" << Plural(static_cast<int64_t>(group->builds.size()), "fingerprint", "fingerprints") << ")";
+      // Named by its build id: the fingerprint it stands for, or how many.
+      if (group->builds.size() == 1 && group->builds.front() != *group->key)
+        out << " (" << group->builds.front() << ")";
+      else if (group->builds.size() > 1)
+        out << " (" << group->builds.size() << " fingerprints)";
       out << ": " << Plural(group->reports, "report", "reports") << ", " << Plural(group->boots, "boot", "boots")
           << ", " << Plural(group->cameras, "camera", "cameras") << '\n';
     }
