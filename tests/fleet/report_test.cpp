@@ -37,7 +37,7 @@ TEST(Report, ShowsTheDatabasesFiguresEscapedAndSelfContained) {
   db.Report("<script>alert(1)</script>", "", "/reports/odd/none.zip");
   const int64_t odd = db.Report(kBuildA, "AP3A.240905.015.A2", "/reports/odd/my report #1 \"&\".zip");
   db.Camera(odd, 0, 0, "s5kgm2_rear", testing::Flag("hidden_init"), "slot 0: <b>bold</b> & 'quoted'");
-  const std::string html = testing::WorkPath("report.html");
+  const std::string html = testing::WorkPath("report-escaped.html");
   std::ostringstream err;
   ASSERT_EQ(RunReport(db.path(), html, err), 0) << err.str();
   EXPECT_EQ(err.str(), "");
