@@ -22,8 +22,9 @@ void Quote(std::string& out, std::string_view text) {
 std::vector<std::string> Tables(Db& db) {
   std::vector<std::string> tables;
   std::set<std::string> present;
-  Statement list = db.Prepare("SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' "
-                              "ORDER BY name");
+  Statement list = db.Prepare(
+      "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' "
+      "ORDER BY name");
   while (list.Step()) present.insert(std::string(list.Text(0)));
   for (const char* table : kTables) {
     if (present.erase(table)) tables.push_back(table);
@@ -99,14 +100,10 @@ int RunMerge(const std::string& path, const std::vector<std::string>& parts, std
     const char* parent;
   };
   static constexpr Link kLinks[] = {
-      {"reports", nullptr, nullptr},
-      {"boots", "report_id", "reports"},
-      {"processes", "boot_id", "boots"},
-      {"cameras", "process_id", "processes"},
-      {"events", "camera_id", "cameras"},
-      {"notes", "camera_id", "cameras"},
-      {"recorded_state", "boot_id", "boots"},
-      {"reading_notes", "report_id", "reports"},
+      {"reports", nullptr, nullptr},          {"boots", "report_id", "reports"},
+      {"processes", "boot_id", "boots"},      {"cameras", "process_id", "processes"},
+      {"events", "camera_id", "cameras"},     {"notes", "camera_id", "cameras"},
+      {"recorded_state", "boot_id", "boots"}, {"reading_notes", "report_id", "reports"},
   };
   size_t merged = 0, already = 0;
   try {
@@ -148,8 +145,7 @@ int RunMerge(const std::string& path, const std::vector<std::string>& parts, std
             sql += " WHERE hash NOT IN (SELECT hash FROM main.reports)";
           } else {
             // Only the rows of reports this part adds: their parents are the rows just inserted.
-            const std::string moved =
-                std::string(link.parentColumn) + " + " + std::to_string(offset[link.parent]);
+            const std::string moved = std::string(link.parentColumn) + " + " + std::to_string(offset[link.parent]);
             sql += " WHERE " + moved + " IN (SELECT id FROM main." + link.parent + " WHERE id > " +
                    std::to_string(offset[link.parent]) + ")";
           }

@@ -190,20 +190,20 @@ std::vector<RecordedLine> RecordedState(const explain::BootStory& boot) {
 }
 
 std::optional<std::string> TimeFromName(std::string_view name) {
-  // The last "bugreport-" of the name (a zip's member follows its path), then the last
-  // "-YYYY-MM-DD-HH-MM-SS" after it.
-  const size_t start = name.rfind("bugreport-");
-  if (start == std::string_view::npos) return std::nullopt;
-  const std::string_view rest = name.substr(start);
+  // The last "-YYYY-MM-DD-HH-MM-SS" in a file name (a path's last part, or a zip's member) that
+  // begins with "bugreport-".
   constexpr std::string_view kShape = "-dddd-dd-dd-dd-dd-dd";
-  for (size_t at = rest.size() >= kShape.size() ? rest.size() - kShape.size() + 1 : 0; at-- > 0;) {
+  for (size_t at = name.size() >= kShape.size() ? name.size() - kShape.size() + 1 : 0; at-- > 0;) {
     bool fits = true;
     for (size_t i = 0; i < kShape.size() && fits; ++i) {
-      const char c = rest[at + i];
+      const char c = name[at + i];
       fits = kShape[i] == 'd' ? c >= '0' && c <= '9' : c == '-';
     }
     if (!fits) continue;
-    const std::string_view t = rest.substr(at + 1, kShape.size() - 1);
+    const size_t part = name.find_last_of("/!", at);
+    const std::string_view file = name.substr(part == std::string_view::npos ? 0 : part + 1);
+    if (!file.starts_with("bugreport-")) continue;
+    const std::string_view t = name.substr(at + 1, kShape.size() - 1);
     return std::string(t.substr(0, 10)) + " " + std::string(t.substr(11, 2)) + ":" + std::string(t.substr(14, 2)) +
            ":" + std::string(t.substr(17, 2));
   }
