@@ -294,7 +294,7 @@ int main(int argc, char** argv) {
   CLI::App* merge =
       fleetCommand->add_subcommand("merge", "Databases ingested apart into one (new ids, no report twice)");
   merge->add_option("--db", mergeDb, "The database merged into (created when missing)")->required();
-  merge->add_option("PART", mergeParts, "Databases written by fleet ingest")->required();
+  merge->add_option("PART", mergeParts, "Databases written by fleet ingest (none: the database is created)");
 
   try {
     app.parse(argc, argv);

@@ -2,6 +2,8 @@
 // written here: counts per table, a report read once however often the folder
 // is ingested, bad reports recorded and passed, a run resumed, the export's
 // rows, and parts merged as the Dask driver merges them.
+#include "sim/fleet/ingest.h"
+
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -18,7 +20,6 @@
 
 #include "sim/fleet/db.h"
 #include "sim/fleet/fleet.h"
-#include "sim/fleet/ingest.h"
 #include "sim/fleet/sha256.h"
 
 namespace {
@@ -56,8 +57,8 @@ std::string Probe(int second, int pid, const std::string& sensor, int kmd, int u
          Lib(second, pid, "hook.cpp:112 SensorProbeHook() Get camera name:" + sensor + ", probeCount: 0") +
          Lib(second, pid, "hook.cpp:64 ReadSensorProbeResult() read sensor_apply_settings_control: " + table) +
          Lib(second, pid,
-             "hook.cpp:152 SensorProbeHook() probe sensor: " + sensor + ", slot id: 0 kmd result: " +
-                 std::to_string(kmd) + ", umd result: " + std::to_string(umd));
+             "hook.cpp:152 SensorProbeHook() probe sensor: " + sensor +
+                 ", slot id: 0 kmd result: " + std::to_string(kmd) + ", umd result: " + std::to_string(umd));
 }
 
 // The bundled sample bug report: camera 0 kept by a bypass on its fifth attempt.
@@ -80,11 +81,11 @@ struct Phone {
 
 std::string Report(const Phone& phone) {
   const std::string id = phone.build == 'A' ? "AP3A.240905.015.A1" : "AP3A.240905.015.A2";
-  const std::string log = phone.bypass ? BypassLog()
-                                       : "--------- beginning of main\n" +
-                                             Lib(20, 900 + phone.serial,
-                                                 "hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0") +
-                                             Probe(21, 900 + phone.serial, "imx582_rear", 0, 0);
+  const std::string log =
+      phone.bypass ? BypassLog()
+                   : "--------- beginning of main\n" +
+                         Lib(20, 900 + phone.serial, "hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0") +
+                         Probe(21, 900 + phone.serial, "imx582_rear", 0, 0);
   return "== dumpstate: 2024-11-23 05:16:02\n"
          "------ SYSTEM LOG (logcat -v threadtime -v printable -v uid -d *:v) ------\n" +
          log + "11-23 05:15:59.000  1000  1512  1690 I ActivityManager: phone " + std::to_string(phone.serial) +
@@ -167,9 +168,9 @@ std::multiset<std::string> Normalised(const std::vector<nlohmann::json>& rows) {
   std::map<std::string, std::map<int64_t, std::string>> key;  // table -> id -> stable key
   std::map<std::string, std::map<std::string, int>> rank;
   const std::map<std::string, std::pair<std::string, std::string>> parent = {
-      {"boots", {"report_id", "reports"}},      {"processes", {"boot_id", "boots"}},
-      {"cameras", {"process_id", "processes"}}, {"events", {"camera_id", "cameras"}},
-      {"notes", {"camera_id", "cameras"}},      {"recorded_state", {"boot_id", "boots"}},
+      {"boots", {"report_id", "reports"}},        {"processes", {"boot_id", "boots"}},
+      {"cameras", {"process_id", "processes"}},   {"events", {"camera_id", "cameras"}},
+      {"notes", {"camera_id", "cameras"}},        {"recorded_state", {"boot_id", "boots"}},
       {"reading_notes", {"report_id", "reports"}}};
   std::multiset<std::string> out;
   for (nlohmann::json row : rows) {  // parents come first, in id order
@@ -221,8 +222,8 @@ TEST(FleetFacts, FlagsSignatureAndTimeOfAReport) {
 
   // A camera whose only attempt fails is lost.
   explain::StorySink lost;
-  const std::string log = Lib(1, 700, "hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0") +
-                          Probe(1, 700, "ov13b_rear", -110, 1);
+  const std::string log =
+      Lib(1, 700, "hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0") + Probe(1, 700, "ov13b_rear", -110, 1);
   ASSERT_TRUE(explain::ReadInputBytes("lost.txt", log, lost, &error)) << error;
   const fleet::CameraFacts lostFacts = fleet::FactsOf(lost.Finish().boots.at(0).processes.at(0).cameras.at(0));
   EXPECT_TRUE(lostFacts.firstProbeFailed && lostFacts.lost);
@@ -246,10 +247,12 @@ TEST(FleetIngest, CountsPerTableAndRejectedReportsPassed) {
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out, "14 reports: 12 ingested, 0 already in the database, 2 rejected\n");
   EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM reports WHERE status = 'ok' AND report_time = '2024-11-23 05:16:02'"), 12);
-  EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM reports WHERE status = 'rejected' AND reason LIKE '%notes.txt: not a "
-                      "logcat%'"),
+  EXPECT_EQ(Count(db,
+                  "SELECT COUNT(*) FROM reports WHERE status = 'rejected' AND reason LIKE '%notes.txt: not a "
+                  "logcat%'"),
             1);
-  EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM reports WHERE status = 'rejected' AND reason LIKE '%photos.zip: %zip%'"), 1);
+  EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM reports WHERE status = 'rejected' AND reason LIKE '%photos.zip: %zip%'"),
+            1);
   EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM boots"), 12);
   EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM processes"), 12);
   EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM cameras"), 12);
@@ -257,17 +260,20 @@ TEST(FleetIngest, CountsPerTableAndRejectedReportsPassed) {
   EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM notes WHERE note = 'EEPROM success forced'"), 5);
   EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM recorded_state"), 5 * 3);
   // Per build: 8 phones on A with 2 bypasses, 4 on B with 3.
-  const std::string perBuild = "SELECT SUM(c.bypass_taken) FROM cameras c JOIN processes p ON c.process_id = p.id "
-                               "JOIN boots b ON p.boot_id = b.id JOIN reports r ON b.report_id = r.id WHERE "
-                               "r.build_id = ";
+  const std::string perBuild =
+      "SELECT SUM(c.bypass_taken) FROM cameras c JOIN processes p ON c.process_id = p.id "
+      "JOIN boots b ON p.boot_id = b.id JOIN reports r ON b.report_id = r.id WHERE "
+      "r.build_id = ";
   EXPECT_EQ(Count(db, perBuild + "'AP3A.240905.015.A1'"), 2);
   EXPECT_EQ(Count(db, perBuild + "'AP3A.240905.015.A2'"), 3);
-  EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM reports WHERE model = 'Vela 5' AND hw = 'DVT1' AND build LIKE "
-                      "'velora/vela/vela:15/AP3A.240905.015.A_/1123:user/release-keys'"),
+  EXPECT_EQ(Count(db,
+                  "SELECT COUNT(*) FROM reports WHERE model = 'Vela 5' AND hw = 'DVT1' AND build LIKE "
+                  "'velora/vela/vela:15/AP3A.240905.015.A_/1123:user/release-keys'"),
             6);
-  EXPECT_EQ(Count(db, "SELECT COUNT(*) FROM cameras WHERE signature = 'slot 0: imx582_rear ok' AND "
-                      "first_probe_failed = 0 AND lost = 0 AND summary = 'camera 0 (slot 0): imx582_rear kept on "
-                      "attempt 1'"),
+  EXPECT_EQ(Count(db,
+                  "SELECT COUNT(*) FROM cameras WHERE signature = 'slot 0: imx582_rear ok' AND "
+                  "first_probe_failed = 0 AND lost = 0 AND summary = 'camera 0 (slot 0): imx582_rear kept on "
+                  "attempt 1'"),
             7);
 }
 
