@@ -57,5 +57,8 @@ int RunCompare(const CompareOptions& options, std::ostream& out, std::ostream& e
 
 int RunReport(const std::string& db, const std::string& html, std::ostream& err);
 int RunExport(const std::string& db, std::ostream& out, std::ostream& err);
+// Databases ingested apart (by a cluster's workers) into `db`: their rows with new ids, a report
+// already in `db` (by hash) left out with its rows.
+int RunMerge(const std::string& db, const std::vector<std::string>& parts, std::ostream& out, std::ostream& err);
 
 }  // namespace fleet

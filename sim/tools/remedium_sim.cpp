@@ -6,7 +6,7 @@
 //   remedium-sim hooks                lists the proxies the library exports
 //   remedium-sim decode TEXT...       explains a state property, error list or kernel parameter
 //   remedium-sim explain FILE...      tells what the library decided, from a phone's logs and properties
-//   remedium-sim fleet ...            many bug reports in one database: ingest, summary, compare, report, export
+//   remedium-sim fleet ...            many bug reports in one database: ingest, summary, compare, report, export, merge
 //
 // Exit status: 0 done, 1 an expectation not met (check) or a proxy missing
 // (hooks), 2 a problem to fix first (a malformed scenario, a missing library,
@@ -289,6 +289,12 @@ int main(int argc, char** argv) {
   CLI::App* exportCommand = fleetCommand->add_subcommand("export", "The tables as JSON Lines, for a warehouse");
   exportCommand->add_option("--db", exportDb, "The database file")->required();
   exportCommand->add_flag("--jsonl", exportJsonl, "JSON Lines (the one format)");
+  std::string mergeDb;
+  std::vector<std::string> mergeParts;
+  CLI::App* merge =
+      fleetCommand->add_subcommand("merge", "Databases ingested apart into one (new ids, no report twice)");
+  merge->add_option("--db", mergeDb, "The database merged into (created when missing)")->required();
+  merge->add_option("PART", mergeParts, "Databases written by fleet ingest (none: the database is created)");
 
   try {
     app.parse(argc, argv);
@@ -320,6 +326,7 @@ int main(int argc, char** argv) {
     if (*compare) return fleet::RunCompare(compareOptions, std::cout, std::cerr);
     if (*report) return fleet::RunReport(reportDb, reportHtml, std::cerr);
     if (*exportCommand) return fleet::RunExport(exportDb, std::cout, std::cerr);
+    if (*merge) return fleet::RunMerge(mergeDb, mergeParts, std::cout, std::cerr);
     if (*decode && decode->remaining().empty()) {
       std::fprintf(stderr, "remedium-sim: decode needs a TEXT (a state, an error id list or a kernel parameter)\n");
       return kExitError;
