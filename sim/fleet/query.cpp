@@ -205,7 +205,8 @@ std::vector<Signature> LoadSignatures(const FleetDb& db, size_t top, size_t exam
                                  " GROUP BY c.signature ORDER BY 2 DESC, 1 LIMIT " + std::to_string(top));
   std::vector<Signature> signatures;
   while (row.Step()) signatures.push_back({row.Text(0), row.Int(1), row.Int(2), {}});
-  Statement paths(db.handle(), "SELECT r.path" + where + " AND c.signature = ?1 GROUP BY r.id ORDER BY r.id LIMIT " +
+  // Examples by path, not by row: the same reports give the same examples however they were ingested.
+  Statement paths(db.handle(), "SELECT r.path" + where + " AND c.signature = ?1 GROUP BY r.id ORDER BY r.path LIMIT " +
                                    std::to_string(examples));
   for (Signature& signature : signatures) {
     paths.Reset().Bind(1, signature.text);

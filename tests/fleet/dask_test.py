@@ -79,6 +79,13 @@ def main():
     assert first.endswith("26 reports: 24 ingested, 0 already in the database, 2 rejected\n"), first
     a, b = normalised(args.sim, single), normalised(args.sim, spread)
     assert a == b, f"the databases differ: {len(a - b)} rows only in one ingest, {len(b - a)} only in the merge"
+    # And so the same summary, group by group.
+    for by in ("build", "module"):
+        summaries = [run(args.sim, "fleet", "summary", "--db", db, "--by", by, "--json") for db in (single, spread)]
+        first_summary, second_summary = (json.loads(text) for text in summaries)
+        for summary in (first_summary, second_summary):
+            summary.pop("database", None)
+        assert first_summary == second_summary, f"the summaries by {by} differ"
 
     # The plan's counts: build B's reports and its bypasses.
     import sqlite3
