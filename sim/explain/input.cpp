@@ -723,6 +723,10 @@ bool StreamText(std::string_view name, Format format, Part part, LineReader& rea
       sink.Tombstone(name, lineNumber, CleanText(raw, scratch));
       continue;
     }
+    if (format == Format::kBugreport && section == Section::kOther && raw.starts_with("== dumpstate: ")) {
+      sink.ReportTime(name, TrimSpace(raw.substr(14)));
+      continue;
+    }
     if (format == Format::kBugreport && raw.starts_with("------ ")) {
       const std::string_view sectionName = SectionName(raw);
       if (!sectionName.empty()) {
@@ -960,6 +964,18 @@ bool ReadZip(std::string_view name, zip_source_t* source, InputSink& sink, std::
   const std::string prefix = std::string(name) + "!";
   sink.BeginInput(prefix + member, InputSink::InputKind::kBugreport);
   state.begun = true;
+  // The report's time first: the persistent logs read before it need its year too.
+  if (zip_file_t* head = zip_fopen_index(archive.get(), static_cast<zip_uint64_t>(index), 0); head != nullptr) {
+    char text[kMaxMainEntry];
+    const zip_int64_t got = zip_fread(head, text, sizeof text);
+    zip_fclose(head);
+    const std::string_view start(text, got > 0 ? static_cast<size_t>(got) : 0);
+    if (const size_t at = start.find("== dumpstate: "); at != std::string_view::npos && at < 512) {
+      const size_t end = start.find('\n', at);
+      if (end != std::string_view::npos)
+        sink.ReportTime(prefix + member, TrimSpace(start.substr(at + 14, end - at - 14)));
+    }
+  }
   // The persistent logs first, oldest first: the report's SYSTEM LOG repeats their end.
   std::sort(persistent.begin(), persistent.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
   for (const auto& [age, entry] : persistent) {

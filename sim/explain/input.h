@@ -70,6 +70,9 @@ class InputSink {
   virtual void PreviousBoot(bool /*begins*/) {}
   // One line of a tombstone (a bug report's TOMBSTONE section or a zip's FS/data/tombstones/ member).
   virtual void Tombstone(std::string_view /*source*/, uint64_t /*lineNumber*/, std::string_view /*text*/) {}
+  // A bug report's own time, as its "== dumpstate: YYYY-MM-DD HH:MM:SS" line gives it (before its
+  // log lines): the year of the log's timestamps, which carry none.
+  virtual void ReportTime(std::string_view /*source*/, std::string_view /*time*/) {}
   // What the reader passed changed or left out ("FILE:LINE" and the text), for the story to say.
   virtual void Notice(std::string_view /*where*/, std::string_view /*text*/) {}
   // True once the sink has all it wants: the reader stops early (a peek at an input's first time).

@@ -164,7 +164,8 @@ struct StorySink::State {
   // each time the month goes back (a log across New Year).
   int year = 2000;
   int lastMonth = 0;
-  int crashPid = -1;  // the process a crash report (tombstone, crash buffer) is about
+  int reportYear = 0, reportMonth = 0;  // from the bug report's "== dumpstate:" line (0: none)
+  int crashPid = -1;                    // the process a crash report (tombstone, crash buffer) is about
   std::string where, time;
   int64_t micros = -1;
 
@@ -644,6 +645,7 @@ void StorySink::BeginInput(std::string_view source, InputKind kind) {
   s.source = std::string(source);
   s.year = 2000;
   s.lastMonth = 0;
+  s.reportYear = s.reportMonth = 0;
   if (kind == InputKind::kBugreport || s.story.boots.empty()) s.NewBoot("");
 }
 
@@ -669,6 +671,19 @@ void StorySink::PreviousBoot(bool begins) {
   }
 }
 
+void StorySink::ReportTime(std::string_view, std::string_view time) {
+  State& s = *state_;
+  // "YYYY-MM-DD HH:MM:SS"
+  if (time.size() < 10 || time[4] != '-' || time[7] != '-') return;
+  const int year = std::atoi(std::string(time.substr(0, 4)).c_str());
+  const int month = std::atoi(std::string(time.substr(5, 2)).c_str());
+  if (year < 1970 || year > 9999 || month < 1 || month > 12) return;
+  s.reportYear = year;
+  s.reportMonth = month;
+  s.lastMonth = 0;
+  s.Boot().reportTime = std::string(time.substr(0, 19));
+}
+
 void StorySink::Tombstone(std::string_view, uint64_t, std::string_view text) { state_->Crash(text); }
 
 void StorySink::Notice(std::string_view where, std::string_view text) {
@@ -692,7 +707,13 @@ void StorySink::KernelText(std::string_view, std::string_view text) { state_->Bo
 void StorySink::Log(const LogLine& line) {
   State& s = *state_;
   if (line.time.clock == LogTime::Clock::kWall && line.time.year == 0) {
-    if (s.lastMonth == 12 && line.time.month == 1) ++s.year;  // New Year in a log without years
+    if (s.reportYear != 0 && s.lastMonth == 0) {
+      // The report's year, or the one before for lines of a later month (December's lines in a
+      // report written in January).
+      s.year = s.reportYear - (line.time.month > s.reportMonth ? 1 : 0);
+    } else if (s.lastMonth == 12 && line.time.month == 1) {
+      ++s.year;  // New Year in a log without years
+    }
     s.lastMonth = line.time.month;
   }
   if (s.Rebooted(line)) return;

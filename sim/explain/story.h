@@ -78,7 +78,8 @@ struct BootStory {
   std::vector<ProcessStory> processes;
   std::map<std::string, std::string> properties;  // the camera's recorded state
   std::optional<std::string> kernelText;
-  bool previous = false;  // a bug report's LAST LOGCAT: the boot before the report's
+  bool previous = false;        // a bug report's LAST LOGCAT: the boot before the report's
+  std::string reportTime = {};  // the bug report's "== dumpstate:" time ("2024-11-23 05:16:02"), empty if none
 };
 
 struct Unrecognised {
@@ -117,6 +118,7 @@ class StorySink : public InputSink {
   void PreviousBoot(bool begins) override;
   void Tombstone(std::string_view source, uint64_t lineNumber, std::string_view text) override;
   void Notice(std::string_view where, std::string_view text) override;
+  void ReportTime(std::string_view source, std::string_view time) override;
   // Called for every event as it is filed, also past the story's limits (--jsonl streams them).
   void SetListener(std::function<void(const Event&, const EventPlace&)> listener);
   // Closes what is still open and hands the story over.

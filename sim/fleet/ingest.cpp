@@ -181,9 +181,13 @@ class Reader {
         told.reason = error;
         return told;
       }
-      told.reportTime = TimeFromName(std::filesystem::path(file.path).filename().string());
-      if (!told.reportTime) told.reportTime = sink.reportTime;
       told.story = sink.Finish();
+      // The report's own "== dumpstate:" time, else the one its file or member name carries.
+      for (const explain::BootStory& boot : told.story.boots) {
+        if (!boot.previous && !boot.reportTime.empty()) told.reportTime = boot.reportTime;
+      }
+      if (!told.reportTime) told.reportTime = TimeFromName(std::filesystem::path(file.path).filename().string());
+      if (!told.reportTime) told.reportTime = sink.reportTime;
       told.kind = Told::Kind::kOk;
     } catch (const std::exception& e) {
       told.kind = Told::Kind::kRejected;

@@ -111,6 +111,19 @@ TEST(ExplainShapes, TimeOverNewYearAndASetBackClockKeepsTheLogsOrder) {
   EXPECT_THAT(events[2].text, HasSubstr("attempt 3: ov13b_rear"));
   EXPECT_LT(events[0].micros, events[1].micros);  // 01-01 is the next year's
   EXPECT_THAT(explain::FormatStory(story), HasSubstr("ov13b_rear kept on attempt 3"));
+  // A bug report written in January: its December lines are of the year before.
+  explain::StorySink report;
+  ASSERT_TRUE(explain::ReadInput(Write("bugreport-newyear.txt",
+                                       "== dumpstate: 2025-01-01 00:10:00\n"
+                                       "------ SYSTEM LOG (logcat -v threadtime) ------\n" +
+                                           log),
+                                 report, &error))
+      << error;
+  const explain::Story told = report.Finish();
+  EXPECT_EQ(told.boots.at(0).reportTime, "2025-01-01 00:10:00");
+  const std::vector<explain::Event>& dated = told.boots.at(0).processes.at(0).cameras.at(0).events;
+  EXPECT_EQ(dated.at(0).micros / 1000000, 1735689599);  // 2024-12-31 23:59:59
+  EXPECT_EQ(dated.at(1).micros / 1000000, 1735689600);  // 2025-01-01 00:00:00
 }
 
 // A bug report with its previous boot (LAST LOGCAT), a crash in the crash buffer, and the
