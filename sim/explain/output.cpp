@@ -20,6 +20,8 @@ std::string CameraTitle(const CameraStory& camera) {
   return "camera " + std::to_string(camera.id) + (camera.slot ? " (slot " + std::to_string(*camera.slot) + ")" : "");
 }
 
+}  // namespace
+
 std::string CameraSummary(const CameraStory& camera) {
   std::string text = CameraTitle(camera) + ": ";
   if (camera.lastAttempt > 0) {
@@ -35,6 +37,8 @@ std::string CameraSummary(const CameraStory& camera) {
   for (const std::string& note : camera.notes) text += "; " + note;
   return text;
 }
+
+namespace {
 
 constexpr char kStatePrefix[] = "vendor.debug.camera.imagesensorstate.";
 

@@ -147,7 +147,9 @@ std::optional<int64_t> ParseFilterTime(std::string_view text);
 
 bool Keeps(const ExplainOptions& options, const Event& event, const EventPlace& place);
 
-// The summary, one line per camera of every process ("camera 0 (slot 0): ...").
+// One camera's summary ("camera 0 (slot 0): s5kgm2_rear kept on attempt 5 by bypass; ...").
+std::string CameraSummary(const CameraStory& camera);
+// The summary, one line per camera of every process ("process 15002, camera 0 (slot 0): ...").
 std::vector<std::string> SummaryLines(const Story& story, const ExplainOptions& options = {});
 std::string FormatStory(const Story& story, const ExplainOptions& options = {});
 // The story as one JSON document, written object by object.

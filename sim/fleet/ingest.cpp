@@ -288,8 +288,6 @@ class Writer {
         .Run();
     const int64_t reportId = db_.LastInsertId();
 
-    const std::vector<std::string> summaries = explain::SummaryLines(story);
-    size_t summary = 0;
     for (size_t b = 0; b < story.boots.size(); ++b) {
       const explain::BootStory& boot = story.boots[b];
       boot_.Bind(1, reportId).Bind(2, static_cast<int64_t>(b + 1)).Bind(3, Text(boot.label));
@@ -301,17 +299,10 @@ class Writer {
         process_.Bind(6, static_cast<int64_t>(process.skippedBefore)).Run();
         const int64_t processId = db_.LastInsertId();
         for (const auto& [id, camera] : process.cameras) {
-          // explain's summary has a line for each camera but the process-wide one without events.
-          std::optional<std::string> line;
-          if (!(id < 0 && camera.events.empty()) && summary < summaries.size()) {
-            line = summaries[summary++];
-            const size_t cut =
-                line->find(", camera ") != std::string::npos ? line->find(", camera ") : line->find(", no camera");
-            if (cut != std::string::npos) line = line->substr(cut + 2);
-          }
-          Camera(processId, camera, line);
+          // explain's summary line of the camera; the process-wide one without events has none.
+          Camera(processId, camera,
+                 id < 0 && camera.events.empty() ? std::nullopt : std::optional(explain::CameraSummary(camera)));
         }
-        if (!process.ending.empty()) ++summary;  // its "ended by" line
       }
       for (const RecordedLine& line : RecordedState(boot)) {
         state_.Bind(1, bootId).Bind(2, int64_t{line.camera}).Bind(3, line.line).Run();
