@@ -12,9 +12,9 @@
 #include <string_view>
 
 #include "fuzz/fuzz_support.h"
-#include "sim/explain/input.h"
-#include "sim/explain/story.h"
-#include "sim/explain/trace.h"
+#include "explain/input.h"
+#include "explain/story.h"
+#include "explain/trace.h"
 
 namespace {
 

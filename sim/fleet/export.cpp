@@ -6,7 +6,7 @@
 #include <map>
 #include <set>
 
-#include "sim/explain/story.h"
+#include "explain/story.h"
 #include "sim/fleet/db.h"
 #include "sim/fleet/fleet.h"
 #include "sim/records/records.h"

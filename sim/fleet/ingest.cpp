@@ -19,8 +19,8 @@
 #include <mutex>
 #include <thread>
 
-#include "sim/explain/input.h"
-#include "sim/explain/story.h"
+#include "explain/input.h"
+#include "explain/story.h"
 #include "sim/fleet/db.h"
 #include "sim/fleet/fleet.h"
 #include "sim/fleet/sha256.h"

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "sim/explain/story.h"
+#include "explain/story.h"
 
 namespace fleet {
 

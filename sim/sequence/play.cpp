@@ -11,7 +11,7 @@
 #include <set>
 
 #include "hook/src/errorframeworkid.h"
-#include "sim/explain/sites.h"
+#include "explain/sites.h"
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
 #include "sim/hal/simsensorhal.h"

@@ -23,7 +23,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "sim/explain/story.h"
+#include "explain/story.h"
 #include "sim/fleet/fleet.h"
 #include "sim/harness/harness.h"
 #include "sim/records/records.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/explain/story.h"
+#include "explain/story.h"
 
 namespace test {
 

@@ -11,8 +11,8 @@
 #include <gtest/gtest.h>
 #include <zip.h>
 
-#include "sim/explain/input.h"
-#include "sim/explain/logline.h"
+#include "explain/input.h"
+#include "explain/logline.h"
 #include "sim/records/records.h"
 
 namespace explain {

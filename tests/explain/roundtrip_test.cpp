@@ -14,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include "sim/explain/story.h"
+#include "explain/story.h"
 #include "sim/records/records.h"
 #include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"

@@ -16,9 +16,9 @@
 #include <gtest/gtest.h>
 #include <zip.h>
 
-#include "sim/explain/input.h"
-#include "sim/explain/sites.h"
-#include "sim/explain/story.h"
+#include "explain/input.h"
+#include "explain/sites.h"
+#include "explain/story.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The site matcher: the same fields as a plain backtracking search over the
 // strings' lengths, in time linear in the line for any line.
-#include "sim/explain/sites.h"
+#include "explain/sites.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,14 +1,14 @@
 // The story's recognition of the library's log sites and its handling of
 // incomplete logs: lines cut at the library's limit, a log that starts inside
 // a probe, a library line it does not know.
-#include "sim/explain/story.h"
+#include "explain/story.h"
 
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "sim/explain/sites.h"
+#include "explain/sites.h"
 #include "tests/explain/logtext.h"
 
 namespace {

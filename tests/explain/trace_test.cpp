@@ -1,7 +1,7 @@
 // The story as a Trace Event Format document: parsed back, it holds what the
 // trace viewers need (ids named by metadata, times in order per track, slices
 // that nest) and the story's events and attempts where they belong.
-#include "sim/explain/trace.h"
+#include "explain/trace.h"
 
 #include <map>
 #include <set>

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "sim/explain/input.h"
+#include "explain/input.h"
 
 namespace explain {
 

@@ -1,4 +1,4 @@
-#include "sim/explain/trace.h"
+#include "explain/trace.h"
 
 #include <algorithm>
 #include <cstdint>

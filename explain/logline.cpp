@@ -1,4 +1,4 @@
-#include "sim/explain/logline.h"
+#include "explain/logline.h"
 
 #include <climits>
 #include <cstdint>

@@ -6,8 +6,8 @@
 #include <sstream>
 
 #include "hook/src/errorframeworkid.h"
-#include "sim/explain/logline.h"
-#include "sim/explain/story.h"
+#include "explain/logline.h"
+#include "explain/story.h"
 #include "sim/records/records.h"
 
 namespace explain {

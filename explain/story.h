@@ -16,7 +16,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "sim/explain/input.h"
+#include "explain/input.h"
 
 namespace explain {
 

@@ -1,4 +1,4 @@
-#include "sim/explain/story.h"
+#include "explain/story.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -6,8 +6,8 @@
 
 #include "client/interface/messagecenterclient.h"
 #include "hook/src/kernelchannel.h"
-#include "sim/explain/logline.h"
-#include "sim/explain/sites.h"
+#include "explain/logline.h"
+#include "explain/sites.h"
 #include "sim/records/records.h"
 
 namespace explain {

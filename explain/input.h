@@ -1,4 +1,4 @@
-// sim/explain/input.h
+// explain/input.h
 #pragma once
 #include <cstdint>
 #include <string>

@@ -1,4 +1,4 @@
-#include "sim/explain/sites.h"
+#include "explain/sites.h"
 
 #include <algorithm>
 #include <bit>

@@ -2,9 +2,9 @@
 #include <fstream>
 #include <ostream>
 
-#include "sim/explain/logline.h"
-#include "sim/explain/story.h"
-#include "sim/explain/trace.h"
+#include "explain/logline.h"
+#include "explain/story.h"
+#include "explain/trace.h"
 
 namespace explain {
 namespace {

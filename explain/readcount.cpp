@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "sim/explain/input.h"
+#include "explain/input.h"
 
 namespace {
 

@@ -25,7 +25,7 @@
 // never a reason to refuse the file. Anything else, an empty or binary file,
 // is an error naming the file (and the line, where there is one). After an
 // error the sink gets no EndInput for that input.
-#include "sim/explain/input.h"
+#include "explain/input.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -45,7 +45,7 @@
 
 #include <zip.h>
 
-#include "sim/explain/logline.h"
+#include "explain/logline.h"
 #include "sim/records/records.h"
 
 namespace explain {

@@ -11,7 +11,7 @@
 
 #include <iosfwd>
 
-#include "sim/explain/story.h"
+#include "explain/story.h"
 
 namespace explain {
 
