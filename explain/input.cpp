@@ -6,7 +6,7 @@
 //     the member main_entry.txt names (at the top or in the one folder a
 //     re-zipped report has), else the first bugreport*.txt; the persistent
 //     logs (FS/data/misc/logd/logcat*, oldest first) and the tombstones
-//     (FS/data/tombstones/tombstone_*) in it are read with it;
+//     (FS/data/tombstones/m_tombstone*) in it are read with it;
 //   - a bug report: a "== dumpstate:" line among the first lines, or a first
 //     line that is a section header ("------ NAME (command) ------"); every
 //     SYSTEM LOG section (a line the persistent logs or an earlier section
@@ -75,71 +75,71 @@ class ByteSource {
 class FdSource final : public ByteSource {
  public:
   // `expected`: a regular file's size when it was opened (a file that ends sooner shrank), or -1.
-  FdSource(int fd, std::string_view name, off_t expected) : fd_(fd), name_(name), expected_(expected) {}
-  ~FdSource() override { ::close(fd_); }
+  FdSource(int fd, std::string_view name, off_t expected) : m_fd(fd), m_name(name), m_expected(expected) {}
+  ~FdSource() override { ::close(m_fd); }
   FdSource(const FdSource&) = delete;
   FdSource& operator=(const FdSource&) = delete;
   long Read(char* to, size_t size, std::string* error) override {
     while (true) {
-      const ssize_t got = ::read(fd_, to, size);
+      const ssize_t got = ::read(m_fd, to, size);
       if (got > 0) {
-        total_ += got;
+        m_total += got;
         return got;
       }
       if (got == 0) {
         // Shrunk: it ended early and says so now (sysfs files claim a page and end early
         // without shrinking).
         struct stat now{};
-        if (expected_ >= 0 && total_ < expected_ && ::fstat(fd_, &now) == 0 && now.st_size < expected_) {
-          *error = PrintableName(name_) + ": the file shrank while being read (" + std::to_string(total_) + " of " +
-                   std::to_string(expected_) + " bytes read)";
+        if (m_expected >= 0 && m_total < m_expected && ::fstat(m_fd, &now) == 0 && now.st_size < m_expected) {
+          *error = PrintableName(m_name) + ": the file shrank while being read (" + std::to_string(m_total) + " of " +
+                   std::to_string(m_expected) + " bytes read)";
           return -1;
         }
         return 0;
       }
       if (errno == EINTR) continue;
-      *error = PrintableName(name_) + ": " + std::strerror(errno);
+      *error = PrintableName(m_name) + ": " + std::strerror(errno);
       return -1;
     }
   }
 
  private:
-  int fd_;
-  std::string_view name_;
-  off_t expected_;
-  off_t total_ = 0;
+  int m_fd;
+  std::string_view m_name;
+  off_t m_expected;
+  off_t m_total = 0;
 };
 
 class MemorySource final : public ByteSource {
  public:
-  explicit MemorySource(std::string_view bytes) : bytes_(bytes) {}
+  explicit MemorySource(std::string_view bytes) : m_bytes(bytes) {}
   long Read(char* to, size_t size, std::string*) override {
-    const size_t count = std::min(size, bytes_.size());
-    std::memcpy(to, bytes_.data(), count);
-    bytes_.remove_prefix(count);
+    const size_t count = std::min(size, m_bytes.size());
+    std::memcpy(to, m_bytes.data(), count);
+    m_bytes.remove_prefix(count);
     return static_cast<long>(count);
   }
 
  private:
-  std::string_view bytes_;
+  std::string_view m_bytes;
 };
 
 class ZipMemberSource final : public ByteSource {
  public:
-  ZipMemberSource(zip_file_t* file, std::string_view name) : file_(file), name_(name) {}
-  ~ZipMemberSource() override { zip_fclose(file_); }
+  ZipMemberSource(zip_file_t* file, std::string_view name) : m_file(file), m_name(name) {}
+  ~ZipMemberSource() override { zip_fclose(m_file); }
   ZipMemberSource(const ZipMemberSource&) = delete;
   ZipMemberSource& operator=(const ZipMemberSource&) = delete;
   long Read(char* to, size_t size, std::string* error) override {
-    const zip_int64_t got = zip_fread(file_, to, size);
+    const zip_int64_t got = zip_fread(m_file, to, size);
     if (got >= 0) return static_cast<long>(got);
-    *error = PrintableName(name_) + ": truncated or damaged zip member (" + zip_file_strerror(file_) + ")";
+    *error = PrintableName(m_name) + ": truncated or damaged zip member (" + zip_file_strerror(m_file) + ")";
     return -1;
   }
 
  private:
-  zip_file_t* file_;
-  std::string_view name_;
+  zip_file_t* m_file;
+  std::string_view m_name;
 };
 
 // Reads its source on a thread of its own, a few chunks ahead: inflating a zip member takes
@@ -147,36 +147,36 @@ class ZipMemberSource final : public ByteSource {
 // reads the source; memory is the chunks, whatever the source's size.
 class ReadAheadSource final : public ByteSource {
  public:
-  explicit ReadAheadSource(ByteSource& inner) : inner_(inner), worker_([this] { Run(); }) {}
+  explicit ReadAheadSource(ByteSource& inner) : m_inner(inner), m_worker([this] { Run(); }) {}
   ~ReadAheadSource() override {
     {
-      std::lock_guard<std::mutex> lock(mutex_);
-      stop_ = true;
+      std::lock_guard<std::mutex> lock(m_mutex);
+      m_stop = true;
     }
-    changed_.notify_all();
-    worker_.join();
+    m_changed.notify_all();
+    m_worker.join();
   }
   ReadAheadSource(const ReadAheadSource&) = delete;
   ReadAheadSource& operator=(const ReadAheadSource&) = delete;
 
   long Read(char* to, size_t size, std::string* error) override {
-    if (at_ == current_.size) {
-      std::unique_lock<std::mutex> lock(mutex_);
-      if (current_.data) free_.push_back(std::move(current_.data));
-      changed_.notify_all();
-      changed_.wait(lock, [this] { return !ready_.empty() || done_; });
-      if (ready_.empty()) {
-        if (!failed_) return 0;
-        *error = error_;
+    if (m_at == m_current.size) {
+      std::unique_lock<std::mutex> lock(m_mutex);
+      if (m_current.data) m_free.push_back(std::move(m_current.data));
+      m_changed.notify_all();
+      m_changed.wait(lock, [this] { return !m_ready.empty() || m_done; });
+      if (m_ready.empty()) {
+        if (!m_failed) return 0;
+        *error = m_error;
         return -1;
       }
-      current_ = std::move(ready_.front());
-      ready_.pop_front();
-      at_ = 0;
+      m_current = std::move(m_ready.front());
+      m_ready.pop_front();
+      m_at = 0;
     }
-    const size_t count = std::min(size, current_.size - at_);
-    std::memcpy(to, current_.data.get() + at_, count);
-    at_ += count;
+    const size_t count = std::min(size, m_current.size - m_at);
+    std::memcpy(to, m_current.data.get() + m_at, count);
+    m_at += count;
     return static_cast<long>(count);
   }
 
@@ -192,110 +192,110 @@ class ReadAheadSource final : public ByteSource {
     while (true) {
       std::unique_ptr<char[]> buffer;
       {
-        std::unique_lock<std::mutex> lock(mutex_);
-        changed_.wait(lock, [this] { return stop_ || !free_.empty() || allocated_ < kChunks; });
-        if (stop_) return;
-        if (!free_.empty()) {
-          buffer = std::move(free_.back());
-          free_.pop_back();
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_stop || !m_free.empty() || m_allocated < kChunks; });
+        if (m_stop) return;
+        if (!m_free.empty()) {
+          buffer = std::move(m_free.back());
+          m_free.pop_back();
         } else {
           buffer.reset(new char[kChunk]);
-          ++allocated_;
+          ++m_allocated;
         }
       }
       std::string error;
-      const long got = inner_.Read(buffer.get(), kChunk, &error);
-      std::lock_guard<std::mutex> lock(mutex_);
+      const long got = m_inner.Read(buffer.get(), kChunk, &error);
+      std::lock_guard<std::mutex> lock(m_mutex);
       if (got <= 0) {
-        done_ = true;
-        failed_ = got < 0;
-        error_ = std::move(error);
-        changed_.notify_all();
+        m_done = true;
+        m_failed = got < 0;
+        m_error = std::move(error);
+        m_changed.notify_all();
         return;
       }
-      ready_.push_back({std::move(buffer), static_cast<size_t>(got)});
-      changed_.notify_all();
+      m_ready.push_back({std::move(buffer), static_cast<size_t>(got)});
+      m_changed.notify_all();
     }
   }
 
-  ByteSource& inner_;
+  ByteSource& m_inner;
   // Only the reading side touches these two.
-  Chunk current_;
-  size_t at_ = 0;
+  Chunk m_current;
+  size_t m_at = 0;
   // Shared, under the mutex.
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<Chunk> ready_;
-  std::vector<std::unique_ptr<char[]>> free_;
-  size_t allocated_ = 0;
-  bool stop_ = false, done_ = false, failed_ = false;
-  std::string error_;
-  std::thread worker_;  // last: it starts once everything above exists
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::deque<Chunk> m_ready;
+  std::vector<std::unique_ptr<char[]>> m_free;
+  size_t m_allocated = 0;
+  bool m_stop = false, m_done = false, m_failed = false;
+  std::string m_error;
+  std::thread m_worker;  // last: it starts once everything above exists
 };
 
 // The first bytes, already read to tell the encoding, then the rest of the source.
 class PrefixSource final : public ByteSource {
  public:
-  PrefixSource(std::string prefix, ByteSource& rest) : prefix_(std::move(prefix)), rest_(rest) {}
+  PrefixSource(std::string prefix, ByteSource& rest) : m_prefix(std::move(prefix)), m_rest(rest) {}
   long Read(char* to, size_t size, std::string* error) override {
-    if (at_ < prefix_.size()) {
-      const size_t count = std::min(size, prefix_.size() - at_);
-      std::memcpy(to, prefix_.data() + at_, count);
-      at_ += count;
+    if (m_at < m_prefix.size()) {
+      const size_t count = std::min(size, m_prefix.size() - m_at);
+      std::memcpy(to, m_prefix.data() + m_at, count);
+      m_at += count;
       return static_cast<long>(count);
     }
-    return rest_.Read(to, size, error);
+    return m_rest.Read(to, size, error);
   }
 
  private:
-  std::string prefix_;
-  size_t at_ = 0;
-  ByteSource& rest_;
+  std::string m_prefix;
+  size_t m_at = 0;
+  ByteSource& m_rest;
 };
 
 // UTF-16 (after its byte order mark) decoded to UTF-8; an unpaired surrogate becomes U+FFFD.
 class Utf16Source final : public ByteSource {
  public:
-  Utf16Source(ByteSource& inner, bool bigEndian) : inner_(inner), bigEndian_(bigEndian) {}
+  Utf16Source(ByteSource& inner, bool bigEndian) : m_inner(inner), m_bigEndian(bigEndian) {}
   long Read(char* to, size_t size, std::string* error) override {
     size_t out = 0;
     while (out + 4 <= size) {
-      if (pos_ + 2 > end_) {
-        if (eof_) break;
-        std::memmove(raw_.get(), raw_.get() + pos_, end_ - pos_);
-        end_ -= pos_;
-        pos_ = 0;
-        const long got = inner_.Read(raw_.get() + end_, kRawSize - end_, error);
+      if (m_pos + 2 > m_end) {
+        if (m_eof) break;
+        std::memmove(m_raw.get(), m_raw.get() + m_pos, m_end - m_pos);
+        m_end -= m_pos;
+        m_pos = 0;
+        const long got = m_inner.Read(m_raw.get() + m_end, kRawSize - m_end, error);
         if (got < 0) return -1;
-        if (got == 0) eof_ = true;
-        end_ += static_cast<size_t>(got);
+        if (got == 0) m_eof = true;
+        m_end += static_cast<size_t>(got);
         if (out > 0 && got == 0) break;
         continue;
       }
-      const auto byte = [this](size_t i) { return static_cast<uint32_t>(static_cast<unsigned char>(raw_[i])); };
-      const uint32_t unit = bigEndian_ ? (byte(pos_) << 8) | byte(pos_ + 1) : byte(pos_) | (byte(pos_ + 1) << 8);
-      pos_ += 2;
+      const auto byte = [this](size_t i) { return static_cast<uint32_t>(static_cast<unsigned char>(m_raw[i])); };
+      const uint32_t unit = m_bigEndian ? (byte(m_pos) << 8) | byte(m_pos + 1) : byte(m_pos) | (byte(m_pos + 1) << 8);
+      m_pos += 2;
       uint32_t code = unit;
-      if (high_ != 0) {
+      if (m_high != 0) {
         if (unit >= 0xDC00 && unit <= 0xDFFF) {
-          code = 0x10000 + ((high_ - 0xD800) << 10) + (unit - 0xDC00);
-          high_ = 0;
+          code = 0x10000 + ((m_high - 0xD800) << 10) + (unit - 0xDC00);
+          m_high = 0;
         } else {
           out += Put(0xFFFD, to + out);
-          high_ = 0;
+          m_high = 0;
         }
       }
       if (code >= 0xD800 && code <= 0xDBFF) {
-        high_ = code;
+        m_high = code;
         continue;
       }
       if (code >= 0xDC00 && code <= 0xDFFF) code = 0xFFFD;
       out += Put(code, to + out);
     }
-    if (eof_ && pos_ + 2 > end_ && (high_ != 0 || pos_ < end_) && out + 4 <= size) {
+    if (m_eof && m_pos + 2 > m_end && (m_high != 0 || m_pos < m_end) && out + 4 <= size) {
       out += Put(0xFFFD, to + out);  // a lone high surrogate or an odd last byte
-      high_ = 0;
-      pos_ = end_;
+      m_high = 0;
+      m_pos = m_end;
     }
     return static_cast<long>(out);
   }
@@ -324,13 +324,13 @@ class Utf16Source final : public ByteSource {
     return 4;
   }
 
-  ByteSource& inner_;
-  bool bigEndian_;
+  ByteSource& m_inner;
+  bool m_bigEndian;
   static constexpr size_t kRawSize = 64 << 10;
-  std::unique_ptr<char[]> raw_{new char[kRawSize]};
-  size_t pos_ = 0, end_ = 0;
-  bool eof_ = false;
-  uint32_t high_ = 0;  // a high surrogate waiting for its pair
+  std::unique_ptr<char[]> m_raw{new char[kRawSize]};
+  size_t m_pos = 0, m_end = 0;
+  bool m_eof = false;
+  uint32_t m_high = 0;  // a high surrogate waiting for its pair
 };
 
 // Lines out of a source through one buffer. A line's view is valid until the
@@ -340,49 +340,52 @@ class LineReader {
  public:
   // `capacity`: the buffer's size, kBufferSize but for inputs known to be smaller.
   explicit LineReader(ByteSource& source, size_t capacity = kBufferSize)
-      : source_(source), capacity_(capacity), maxLine_(std::min(kMaxLine, capacity - 1)), buffer_(new char[capacity]) {}
+      : m_source(source),
+        m_capacity(capacity),
+        m_maxLine(std::min(kMaxLine, capacity - 1)),
+        m_buffer(new char[capacity]) {}
 
   bool Fill(std::string* error) {
-    while (!eof_ && end_ < std::min(kDetectBytes, maxLine_)) {
+    while (!m_eof && m_end < std::min(kDetectBytes, m_maxLine)) {
       if (!ReadMore(error)) return false;
     }
     return true;
   }
-  std::string_view Buffered() const { return {buffer_.get() + pos_, end_ - pos_}; }
-  bool AtEnd() const { return eof_; }
+  std::string_view Buffered() const { return {m_buffer.get() + m_pos, m_end - m_pos}; }
+  bool AtEnd() const { return m_eof; }
 
   // 1 with a line (its end and any '\r' before it removed), 0 at the end, -1 on a read error.
   int Next(std::string_view& line, std::string* error) {
     while (true) {
-      const char* const from = buffer_.get() + pos_;
-      if (const void* newline = std::memchr(from, '\n', end_ - pos_)) {
+      const char* const from = m_buffer.get() + m_pos;
+      if (const void* newline = std::memchr(from, '\n', m_end - m_pos)) {
         const size_t length = static_cast<const char*>(newline) - from;
-        pos_ += length + 1;
-        if (skipping_) {
-          skipping_ = false;
+        m_pos += length + 1;
+        if (m_skipping) {
+          m_skipping = false;
           continue;
         }
         line = Cut(Strip({from, length}));
-        if (lineNumber_++ == 0 && line.starts_with(kByteOrderMark)) line.remove_prefix(3);
+        if (m_lineNumber++ == 0 && line.starts_with(kByteOrderMark)) line.remove_prefix(3);
         return 1;
       }
-      if (eof_) {
-        if (pos_ == end_) return 0;
-        line = Cut(Strip({from, end_ - pos_}));
-        pos_ = end_;
-        if (skipping_) return 0;
-        if (lineNumber_++ == 0 && line.starts_with(kByteOrderMark)) line.remove_prefix(3);
+      if (m_eof) {
+        if (m_pos == m_end) return 0;
+        line = Cut(Strip({from, m_end - m_pos}));
+        m_pos = m_end;
+        if (m_skipping) return 0;
+        if (m_lineNumber++ == 0 && line.starts_with(kByteOrderMark)) line.remove_prefix(3);
         return 1;
       }
-      if (end_ - pos_ >= maxLine_) {
+      if (m_end - m_pos >= m_maxLine) {
         // An over-long line: pass its first part (at a character boundary), skip the rest.
-        const bool first = !skipping_;
-        const std::string_view start(from, end_ - pos_);
-        skipping_ = true;
-        pos_ = end_;
+        const bool first = !m_skipping;
+        const std::string_view start(from, m_end - m_pos);
+        m_skipping = true;
+        m_pos = m_end;
         if (first) {
           line = Cut(start);
-          ++lineNumber_;
+          ++m_lineNumber;
           return 1;
         }
       }
@@ -390,13 +393,13 @@ class LineReader {
     }
   }
 
-  uint64_t LineNumber() const { return lineNumber_; }
+  uint64_t LineNumber() const { return m_lineNumber; }
 
  private:
   // A line longer than the limit loses its end, at a character boundary.
   std::string_view Cut(std::string_view line) const {
-    if (line.size() <= maxLine_) return line;
-    size_t length = maxLine_;
+    if (line.size() <= m_maxLine) return line;
+    size_t length = m_maxLine;
     while (length > 0 && (static_cast<unsigned char>(line[length]) & 0xC0) == 0x80) --length;
     return line.substr(0, length);
   }
@@ -407,27 +410,27 @@ class LineReader {
   }
 
   bool ReadMore(std::string* error) {
-    if (pos_ > 0) {
-      std::memmove(buffer_.get(), buffer_.get() + pos_, end_ - pos_);
-      end_ -= pos_;
-      pos_ = 0;
+    if (m_pos > 0) {
+      std::memmove(m_buffer.get(), m_buffer.get() + m_pos, m_end - m_pos);
+      m_end -= m_pos;
+      m_pos = 0;
     }
-    const long got = source_.Read(buffer_.get() + end_, capacity_ - end_, error);
+    const long got = m_source.Read(m_buffer.get() + m_end, m_capacity - m_end, error);
     if (got < 0) return false;
-    if (got == 0) eof_ = true;
-    end_ += static_cast<size_t>(got);
+    if (got == 0) m_eof = true;
+    m_end += static_cast<size_t>(got);
     return true;
   }
 
-  ByteSource& source_;
-  size_t capacity_;
-  size_t maxLine_;  // below the capacity, so that a full buffer always holds an over-long line
-  std::unique_ptr<char[]> buffer_;
-  size_t pos_ = 0;
-  size_t end_ = 0;
-  bool eof_ = false;
-  bool skipping_ = false;
-  uint64_t lineNumber_ = 0;
+  ByteSource& m_source;
+  size_t m_capacity;
+  size_t m_maxLine;  // below the capacity, so that a full buffer always holds an over-long line
+  std::unique_ptr<char[]> m_buffer;
+  size_t m_pos = 0;
+  size_t m_end = 0;
+  bool m_eof = false;
+  bool m_skipping = false;
+  uint64_t m_lineNumber = 0;
 };
 
 enum class Format { kZip, kLogcat, kBugreport, kGetprop, kKernelText };
@@ -605,28 +608,28 @@ class Overlap {
   // True when the line is a copy of one an earlier source gave.
   bool Repeated(const LogLine& line) {
     const uint64_t hash = Hash(line);
-    if (const auto it = earlier_.find(hash); it != earlier_.end()) {
-      uint32_t& used = used_[hash];
+    if (const auto it = m_earlier.find(hash); it != m_earlier.end()) {
+      uint32_t& used = m_used[hash];
       if (used < it->second) {
         ++used;
         return true;
       }
     }
-    pending_.push_back(hash);
-    if (pending_.size() > kOverlapWindow) pending_.pop_front();
+    m_pending.push_back(hash);
+    if (m_pending.size() > kOverlapWindow) m_pending.pop_front();
     return false;
   }
   void EndSource() {
-    for (const uint64_t hash : pending_) {
-      ++earlier_[hash];
-      order_.push_back(hash);
+    for (const uint64_t hash : m_pending) {
+      ++m_earlier[hash];
+      m_order.push_back(hash);
     }
-    pending_.clear();
-    used_.clear();
-    while (order_.size() > kOverlapWindow) {
-      const auto it = earlier_.find(order_.front());
-      if (--it->second == 0) earlier_.erase(it);
-      order_.pop_front();
+    m_pending.clear();
+    m_used.clear();
+    while (m_order.size() > kOverlapWindow) {
+      const auto it = m_earlier.find(m_order.front());
+      if (--it->second == 0) m_earlier.erase(it);
+      m_order.pop_front();
     }
   }
 
@@ -647,8 +650,8 @@ class Overlap {
     return hash;
   }
 
-  std::unordered_map<uint64_t, uint32_t> earlier_, used_;
-  std::deque<uint64_t> order_, pending_;
+  std::unordered_map<uint64_t, uint32_t> m_earlier, m_used;
+  std::deque<uint64_t> m_order, m_pending;
 };
 
 // What one input has going across its parts (a zip's members, a bug report's sections).

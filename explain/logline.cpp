@@ -517,27 +517,27 @@ LogFormat LogLineParser::Parse(std::string_view text, LogLine& line) {
   LogLine header{};
   if (ParseLongHeader(plain, header)) {
     // The header outlives this call's view: the fields are parsed again from the copy.
-    header_.assign(plain);
-    headerLine_ = LogLine{};
-    ParseLongHeader(header_, headerLine_);
-    inEntry_ = true;
+    m_header.assign(plain);
+    m_headerLine = LogLine{};
+    ParseLongHeader(m_header, m_headerLine);
+    m_inEntry = true;
     line.format = LogFormat::kNone;
     return line.format;
   }
-  if (!inEntry_) return ParseLogLine(text, line);
+  if (!m_inEntry) return ParseLogLine(text, line);
   if (plain.empty()) {
     // The blank line after an entry's message.
-    inEntry_ = false;
+    m_inEntry = false;
     line.format = LogFormat::kNone;
     return line.format;
   }
-  line.timestamp = headerLine_.timestamp;
-  line.time = headerLine_.time;
-  line.uid = headerLine_.uid;
-  line.pid = headerLine_.pid;
-  line.tid = headerLine_.tid;
-  line.level = headerLine_.level;
-  line.tag = headerLine_.tag;
+  line.timestamp = m_headerLine.timestamp;
+  line.time = m_headerLine.time;
+  line.uid = m_headerLine.uid;
+  line.pid = m_headerLine.pid;
+  line.tid = m_headerLine.tid;
+  line.level = m_headerLine.level;
+  line.tag = m_headerLine.tag;
   line.message = plain;
   line.format = LogFormat::kLong;
   return line.format;

@@ -42,9 +42,9 @@ class LogLineParser {
   LogFormat Parse(std::string_view text, LogLine& line);
 
  private:
-  std::string header_;  // the long format's current header line; the fields point into it
-  LogLine headerLine_{};
-  bool inEntry_ = false;
+  std::string m_header;  // the long format's current header line; the fields point into it
+  LogLine m_headerLine{};
+  bool m_inEntry = false;
 };
 
 // logcat's dividers: "--------- beginning of main", "--------- switch to crash".

@@ -5,9 +5,9 @@
 #include <set>
 #include <sstream>
 
-#include "hook/src/errorframeworkid.h"
 #include "explain/logline.h"
 #include "explain/story.h"
+#include "hook/src/errorframeworkid.h"
 #include "sim/records/records.h"
 
 namespace explain {

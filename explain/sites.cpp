@@ -90,19 +90,19 @@ class Bits {
  public:
   static constexpr size_t kNone = SIZE_MAX;
 
-  explicit Bits(size_t size) : words_((size + 63) / 64) {}
-  bool Test(size_t bit) const { return ((words_[bit / 64] >> (bit % 64)) & 1) != 0; }
-  void Set(size_t bit) { words_[bit / 64] |= uint64_t{1} << (bit % 64); }
+  explicit Bits(size_t size) : m_words((size + 63) / 64) {}
+  bool Test(size_t bit) const { return ((m_words[bit / 64] >> (bit % 64)) & 1) != 0; }
+  void Set(size_t bit) { m_words[bit / 64] |= uint64_t{1} << (bit % 64); }
   // Sets [from, to).
   void SetRange(size_t from, size_t to) {
     for (; from < to && from % 64 != 0; ++from) Set(from);
-    for (; to - from >= 64; from += 64) words_[from / 64] = ~uint64_t{0};
+    for (; to - from >= 64; from += 64) m_words[from / 64] = ~uint64_t{0};
     for (; from < to; ++from) Set(from);
   }
   // The first set bit of [from, to), or kNone.
   size_t First(size_t from, size_t to) const {
     while (from < to) {
-      const uint64_t word = words_[from / 64] >> (from % 64);
+      const uint64_t word = m_words[from / 64] >> (from % 64);
       if (word != 0) {
         const size_t bit = from + static_cast<size_t>(std::countr_zero(word));
         return bit < to ? bit : kNone;
@@ -115,7 +115,7 @@ class Bits {
   size_t Last(size_t from, size_t to) const {
     while (to > from) {
       const size_t last = to - 1;
-      const uint64_t word = words_[last / 64] & (~uint64_t{0} >> (63 - last % 64));
+      const uint64_t word = m_words[last / 64] & (~uint64_t{0} >> (63 - last % 64));
       if (word != 0) {
         const size_t bit = last / 64 * 64 + 63 - static_cast<size_t>(std::countl_zero(word));
         return bit >= from ? bit : kNone;
@@ -126,7 +126,7 @@ class Bits {
   }
 
  private:
-  std::vector<uint64_t> words_;
+  std::vector<uint64_t> m_words;
 };
 
 // Matches `pieces` against all of `text`; with `mayEnd` (a cut line) the text

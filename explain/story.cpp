@@ -5,9 +5,9 @@
 #include <set>
 
 #include "client/interface/messagecenterclient.h"
-#include "hook/src/kernelchannel.h"
 #include "explain/logline.h"
 #include "explain/sites.h"
+#include "hook/src/kernelchannel.h"
 #include "sim/records/records.h"
 
 namespace explain {
@@ -637,11 +637,11 @@ struct StorySink::State {
   int lastLibraryPid = -1;
 };
 
-StorySink::StorySink() : state_(new State) {}
-StorySink::~StorySink() { delete state_; }
+StorySink::StorySink() : m_state(new State) {}
+StorySink::~StorySink() { delete m_state; }
 
 void StorySink::BeginInput(std::string_view source, InputKind kind) {
-  State& s = *state_;
+  State& s = *m_state;
   s.source = std::string(source);
   s.year = 2000;
   s.lastMonth = 0;
@@ -652,7 +652,7 @@ void StorySink::BeginInput(std::string_view source, InputKind kind) {
 void StorySink::EndInput(std::string_view) {}
 
 void StorySink::PreviousBoot(bool begins) {
-  State& s = *state_;
+  State& s = *m_state;
   if (begins == s.inPrevious) return;
   s.inPrevious = begins;
   if (begins) {
@@ -672,7 +672,7 @@ void StorySink::PreviousBoot(bool begins) {
 }
 
 void StorySink::ReportTime(std::string_view, std::string_view time) {
-  State& s = *state_;
+  State& s = *m_state;
   // "YYYY-MM-DD HH:MM:SS"
   if (time.size() < 10 || time[4] != '-' || time[7] != '-') return;
   const int year = std::atoi(std::string(time.substr(0, 4)).c_str());
@@ -684,28 +684,28 @@ void StorySink::ReportTime(std::string_view, std::string_view time) {
   s.Boot().reportTime = std::string(time.substr(0, 19));
 }
 
-void StorySink::Tombstone(std::string_view, uint64_t, std::string_view text) { state_->Crash(text); }
+void StorySink::Tombstone(std::string_view, uint64_t, std::string_view text) { m_state->Crash(text); }
 
 void StorySink::Notice(std::string_view where, std::string_view text) {
-  Story& story = state_->story;
+  Story& story = m_state->story;
   if (story.readingNoteCount++ < kMaxListed)
     story.readingNotes.push_back(std::string(where) + ": " + std::string(text));
 }
 
 void StorySink::SetListener(std::function<void(const Event&, const EventPlace&)> listener) {
-  state_->listener = std::move(listener);
+  m_state->listener = std::move(listener);
 }
 
 void StorySink::Property(std::string_view, std::string_view key, std::string_view value) {
-  std::map<std::string, std::string>& properties = state_->Boot().properties;
+  std::map<std::string, std::string>& properties = m_state->Boot().properties;
   if (properties.size() >= kMaxProperties && properties.count(std::string(key)) == 0) return;
   properties[std::string(key)] = std::string(value.substr(0, 4096));
 }
 
-void StorySink::KernelText(std::string_view, std::string_view text) { state_->Boot().kernelText = std::string(text); }
+void StorySink::KernelText(std::string_view, std::string_view text) { m_state->Boot().kernelText = std::string(text); }
 
 void StorySink::Log(const LogLine& line) {
-  State& s = *state_;
+  State& s = *m_state;
   if (line.time.clock == LogTime::Clock::kWall && line.time.year == 0) {
     if (s.reportYear != 0 && s.lastMonth == 0) {
       // The report's year, or the one before for lines of a later month (December's lines in a
@@ -1165,10 +1165,10 @@ void StorySink::State::Library(const LogLine& line, const SiteMatch& match) {
 }
 
 Story StorySink::Finish() {
-  if (state_->inPrevious) PreviousBoot(false);
-  state_->CloseAll();
-  state_->ctx.threads.clear();
-  return std::move(state_->story);
+  if (m_state->inPrevious) PreviousBoot(false);
+  m_state->CloseAll();
+  m_state->ctx.threads.clear();
+  return std::move(m_state->story);
 }
 
 }  // namespace explain

@@ -126,7 +126,7 @@ class StorySink : public InputSink {
 
  private:
   struct State;
-  State* state_;
+  State* m_state;
 };
 
 // What `remedium-sim explain` shows: the filters keep the events (and the cameras and

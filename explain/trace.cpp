@@ -28,13 +28,13 @@ struct Slice {
 
 class TraceWriter {
  public:
-  explicit TraceWriter(std::ostream& out) : out_(out) {}
+  explicit TraceWriter(std::ostream& out) : m_out(out) {}
 
   // One object of the traceEvents array. Bytes that are not UTF-8 become
   // U+FFFD, so the document stays valid JSON whatever the log held.
   void Write(const Json& event) {
-    out_ << (first_ ? "\n" : ",\n") << event.dump(-1, ' ', false, Json::error_handler_t::replace);
-    first_ = false;
+    m_out << (m_first ? "\n" : ",\n") << event.dump(-1, ' ', false, Json::error_handler_t::replace);
+    m_first = false;
   }
 
   void Metadata(const char* name, int pid, int tid, Json args) {
@@ -42,8 +42,8 @@ class TraceWriter {
   }
 
  private:
-  std::ostream& out_;
-  bool first_ = true;
+  std::ostream& m_out;
+  bool m_first = true;
 };
 
 std::string TrackName(const CameraStory& camera) {

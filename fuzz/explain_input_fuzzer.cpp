@@ -11,10 +11,10 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/fuzz_support.h"
 #include "explain/input.h"
 #include "explain/story.h"
 #include "explain/trace.h"
+#include "fuzz/fuzz_support.h"
 
 namespace {
 
@@ -23,58 +23,58 @@ bool HasLineEnd(std::string_view text) { return text.find('\n') != std::string_v
 class CheckingSink : public explain::InputSink {
  public:
   void BeginInput(std::string_view source, InputKind) override {
-    FUZZ_CHECK(!open_);
+    FUZZ_CHECK(!m_open);
     FUZZ_CHECK(source.starts_with("in"));
-    open_ = true;
-    source_ = source;
-    lastLine_.clear();
+    m_open = true;
+    m_source = source;
+    m_lastLine.clear();
   }
   void Log(const explain::LogLine& line) override {
     // A zip's persistent logs are parts of their own, named after the zip.
-    FUZZ_CHECK(open_ && line.source.starts_with("in.log"));
-    uint64_t& last = lastLine_[std::string(line.source)];
+    FUZZ_CHECK(m_open && line.source.starts_with("in.log"));
+    uint64_t& last = m_lastLine[std::string(line.source)];
     FUZZ_CHECK(line.lineNumber > last);
     last = line.lineNumber;
     FUZZ_CHECK(std::string_view("VDIWEF").find(line.level) != std::string_view::npos);
     FUZZ_CHECK(line.pid >= 0 && line.tid >= -1);
     FUZZ_CHECK(!HasLineEnd(line.tag) && !HasLineEnd(line.message) && !HasLineEnd(line.timestamp));
     // Touch every byte: the views must point at live memory.
-    sum_ += std::string(line.tag).size() + std::string(line.message).size() + std::string(line.timestamp).size();
+    m_sum += std::string(line.tag).size() + std::string(line.message).size() + std::string(line.timestamp).size();
   }
   void Property(std::string_view source, std::string_view key, std::string_view value) override {
-    FUZZ_CHECK(open_ && source == source_);
+    FUZZ_CHECK(m_open && source == m_source);
     FUZZ_CHECK(!key.empty() && !HasLineEnd(key));
-    sum_ += std::string(key).size() + std::string(value).size();
+    m_sum += std::string(key).size() + std::string(value).size();
   }
   void KernelText(std::string_view source, std::string_view text) override {
-    FUZZ_CHECK(open_ && source == source_);
+    FUZZ_CHECK(m_open && source == m_source);
     FUZZ_CHECK(!text.empty() && text.find_first_not_of("+-0123456789,") == std::string_view::npos);
   }
   void EndInput(std::string_view source) override {
-    FUZZ_CHECK(open_ && source == source_ && !previous_);
-    open_ = false;
-    ++ended_;
+    FUZZ_CHECK(m_open && source == m_source && !m_previous);
+    m_open = false;
+    ++m_ended;
   }
   void PreviousBoot(bool begins) override {
-    FUZZ_CHECK(open_ && begins != previous_);
-    previous_ = begins;
+    FUZZ_CHECK(m_open && begins != m_previous);
+    m_previous = begins;
   }
   void Tombstone(std::string_view source, uint64_t, std::string_view text) override {
-    FUZZ_CHECK(open_ && source.starts_with("in.log") && !HasLineEnd(text));
+    FUZZ_CHECK(m_open && source.starts_with("in.log") && !HasLineEnd(text));
   }
   void Notice(std::string_view where, std::string_view text) override {
     FUZZ_CHECK(where.starts_with("in.log") && !HasLineEnd(text));
   }
-  bool Open() const { return open_; }
-  int Ended() const { return ended_; }
+  bool Open() const { return m_open; }
+  int Ended() const { return m_ended; }
 
  private:
-  bool open_ = false;
-  bool previous_ = false;
-  std::string source_;
-  std::map<std::string, uint64_t> lastLine_;
-  size_t sum_ = 0;
-  int ended_ = 0;
+  bool m_open = false;
+  bool m_previous = false;
+  std::string m_source;
+  std::map<std::string, uint64_t> m_lastLine;
+  size_t m_sum = 0;
+  int m_ended = 0;
 };
 
 }  // namespace

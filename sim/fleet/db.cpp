@@ -24,18 +24,18 @@ CREATE TABLE IF NOT EXISTS files (
 
 }  // namespace
 
-Db::Db(const std::string& path, Mode mode) : path_(path) {
+Db::Db(const std::string& path, Mode mode) : m_path(path) {
   const int flags = mode == Mode::kReadOnly    ? SQLITE_OPEN_READONLY
                     : mode == Mode::kReadWrite ? SQLITE_OPEN_READWRITE
                                                : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
-  if (sqlite3_open_v2(path.c_str(), &db_, flags | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
-    const std::string message = db_ ? sqlite3_errmsg(db_) : "out of memory";
-    sqlite3_close(db_);
-    db_ = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &m_db, flags | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
+    const std::string message = m_db ? sqlite3_errmsg(m_db) : "out of memory";
+    sqlite3_close(m_db);
+    m_db = nullptr;
     throw DbError(path + ": " + message);
   }
   // Another process (a second ingest, a summary) may hold the database for a moment.
-  sqlite3_busy_timeout(db_, 60000);
+  sqlite3_busy_timeout(m_db, 60000);
   try {
     if (mode == Mode::kReadOnly) {
       Exec("PRAGMA foreign_keys = ON");
@@ -46,45 +46,45 @@ Db::Db(const std::string& path, Mode mode) : path_(path) {
     Exec(kSchema);
     Exec(kFilesSchema);
   } catch (const DbError&) {
-    sqlite3_close(db_);
-    db_ = nullptr;
+    sqlite3_close(m_db);
+    m_db = nullptr;
     throw;
   }
 }
 
-Db::~Db() { sqlite3_close_v2(db_); }
+Db::~Db() { sqlite3_close_v2(m_db); }
 
 void Db::Exec(const std::string& sql) {
   char* message = nullptr;
-  if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &message) != SQLITE_OK) {
-    const std::string text = message ? message : sqlite3_errmsg(db_);
+  if (sqlite3_exec(m_db, sql.c_str(), nullptr, nullptr, &message) != SQLITE_OK) {
+    const std::string text = message ? message : sqlite3_errmsg(m_db);
     sqlite3_free(message);
-    throw DbError(path_ + ": " + text);
+    throw DbError(m_path + ": " + text);
   }
 }
 
-Statement Db::Prepare(std::string_view sql) { return Statement(db_, sql); }
+Statement Db::Prepare(std::string_view sql) { return Statement(m_db, sql); }
 
-int64_t Db::LastInsertId() const { return sqlite3_last_insert_rowid(db_); }
+int64_t Db::LastInsertId() const { return sqlite3_last_insert_rowid(m_db); }
 
-Statement::Statement(sqlite3* db, std::string_view sql) : db_(db) {
-  if (sqlite3_prepare_v2(db, sql.data(), static_cast<int>(sql.size()), &stmt_, nullptr) != SQLITE_OK) {
+Statement::Statement(sqlite3* db, std::string_view sql) : m_db(db) {
+  if (sqlite3_prepare_v2(db, sql.data(), static_cast<int>(sql.size()), &m_stmt, nullptr) != SQLITE_OK) {
     Fail(db, "preparing " + std::string(sql.substr(0, 60)));
   }
 }
 
-Statement::~Statement() { sqlite3_finalize(stmt_); }
+Statement::~Statement() { sqlite3_finalize(m_stmt); }
 
-Statement::Statement(Statement&& other) noexcept : db_(other.db_), stmt_(other.stmt_) { other.stmt_ = nullptr; }
+Statement::Statement(Statement&& other) noexcept : m_db(other.m_db), m_stmt(other.m_stmt) { other.m_stmt = nullptr; }
 
 Statement& Statement::Bind(int index, int64_t value) {
-  if (sqlite3_bind_int64(stmt_, index, value) != SQLITE_OK) Fail(db_, "binding");
+  if (sqlite3_bind_int64(m_stmt, index, value) != SQLITE_OK) Fail(m_db, "binding");
   return *this;
 }
 
 Statement& Statement::Bind(int index, std::string_view text) {
-  if (sqlite3_bind_text(stmt_, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT) != SQLITE_OK) {
-    Fail(db_, "binding");
+  if (sqlite3_bind_text(m_stmt, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT) != SQLITE_OK) {
+    Fail(m_db, "binding");
   }
   return *this;
 }
@@ -94,15 +94,15 @@ Statement& Statement::Bind(int index, const std::optional<std::string>& text) {
 }
 
 Statement& Statement::BindNull(int index) {
-  if (sqlite3_bind_null(stmt_, index) != SQLITE_OK) Fail(db_, "binding");
+  if (sqlite3_bind_null(m_stmt, index) != SQLITE_OK) Fail(m_db, "binding");
   return *this;
 }
 
 bool Statement::Step() {
-  const int status = sqlite3_step(stmt_);
+  const int status = sqlite3_step(m_stmt);
   if (status == SQLITE_ROW) return true;
   if (status == SQLITE_DONE) return false;
-  Fail(db_, std::string("running ") + sqlite3_sql(stmt_));
+  Fail(m_db, std::string("running ") + sqlite3_sql(m_stmt));
 }
 
 void Statement::Run() {
@@ -112,35 +112,35 @@ void Statement::Run() {
 }
 
 void Statement::Reset() {
-  sqlite3_reset(stmt_);
-  sqlite3_clear_bindings(stmt_);
+  sqlite3_reset(m_stmt);
+  sqlite3_clear_bindings(m_stmt);
 }
 
-int Statement::Columns() const { return sqlite3_column_count(stmt_); }
-std::string Statement::Name(int column) const { return sqlite3_column_name(stmt_, column); }
-int Statement::Type(int column) const { return sqlite3_column_type(stmt_, column); }
-int64_t Statement::Int(int column) const { return sqlite3_column_int64(stmt_, column); }
-double Statement::Real(int column) const { return sqlite3_column_double(stmt_, column); }
+int Statement::Columns() const { return sqlite3_column_count(m_stmt); }
+std::string Statement::Name(int column) const { return sqlite3_column_name(m_stmt, column); }
+int Statement::Type(int column) const { return sqlite3_column_type(m_stmt, column); }
+int64_t Statement::Int(int column) const { return sqlite3_column_int64(m_stmt, column); }
+double Statement::Real(int column) const { return sqlite3_column_double(m_stmt, column); }
 
 std::string_view Statement::Text(int column) const {
-  const auto* text = static_cast<const char*>(sqlite3_column_blob(stmt_, column));
-  return text ? std::string_view(text, static_cast<size_t>(sqlite3_column_bytes(stmt_, column))) : std::string_view();
+  const auto* text = static_cast<const char*>(sqlite3_column_blob(m_stmt, column));
+  return text ? std::string_view(text, static_cast<size_t>(sqlite3_column_bytes(m_stmt, column))) : std::string_view();
 }
 
-Transaction::Transaction(Db& db, const char* begin) : db_(db) { db_.Exec(begin); }
+Transaction::Transaction(Db& db, const char* begin) : m_db(db) { m_db.Exec(begin); }
 
 Transaction::~Transaction() {
-  if (!open_) return;
+  if (!m_open) return;
   try {
-    db_.Exec("ROLLBACK");
+    m_db.Exec("ROLLBACK");
   } catch (const DbError&) {
     // Nothing to undo when the failure already ended the transaction.
   }
 }
 
 void Transaction::Commit() {
-  db_.Exec("COMMIT");
-  open_ = false;
+  m_db.Exec("COMMIT");
+  m_open = false;
 }
 
 }  // namespace fleet

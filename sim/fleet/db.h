@@ -35,12 +35,12 @@ class Db {
   void Exec(const std::string& sql);  // one or more statements without results
   Statement Prepare(std::string_view sql);
   int64_t LastInsertId() const;
-  sqlite3* Handle() const { return db_; }
-  const std::string& Path() const { return path_; }
+  sqlite3* Handle() const { return m_db; }
+  const std::string& Path() const { return m_path; }
 
  private:
-  sqlite3* db_ = nullptr;
-  std::string path_;
+  sqlite3* m_db = nullptr;
+  std::string m_path;
 };
 
 // One prepared statement: Bind (1-based), then Step until it returns false.
@@ -71,8 +71,8 @@ class Statement {
   std::string_view Text(int column) const;  // also a blob's bytes
 
  private:
-  sqlite3* db_;
-  sqlite3_stmt* stmt_ = nullptr;
+  sqlite3* m_db;
+  sqlite3_stmt* m_stmt = nullptr;
 };
 
 // BEGIN on construction; ROLLBACK on destruction unless Commit() was called.
@@ -85,8 +85,8 @@ class Transaction {
   void Commit();
 
  private:
-  Db& db_;
-  bool open_ = true;
+  Db& m_db;
+  bool m_open = true;
 };
 
 // The tables a fleet database holds, in the order their rows depend on each other (parents first).

@@ -110,65 +110,65 @@ bool FindReports(const std::vector<std::string>& paths, std::vector<Found>& foun
 // Workers' results on their way to the writer, at most `capacity` at once.
 class Queue {
  public:
-  explicit Queue(size_t capacity) : capacity_(capacity) {}
+  explicit Queue(size_t capacity) : m_capacity(capacity) {}
   void Push(Told told) {
-    std::unique_lock lock(mutex_);
-    notFull_.wait(lock, [&] { return items_.size() < capacity_ || stopped_; });
-    if (stopped_) return;
-    items_.push_back(std::move(told));
-    notEmpty_.notify_one();
+    std::unique_lock lock(m_mutex);
+    m_notFull.wait(lock, [&] { return m_items.size() < m_capacity || m_stopped; });
+    if (m_stopped) return;
+    m_items.push_back(std::move(told));
+    m_notEmpty.notify_one();
   }
   Told Pop() {
-    std::unique_lock lock(mutex_);
-    notEmpty_.wait(lock, [&] { return !items_.empty(); });
-    Told told = std::move(items_.front());
-    items_.pop_front();
-    notFull_.notify_one();
+    std::unique_lock lock(m_mutex);
+    m_notEmpty.wait(lock, [&] { return !m_items.empty(); });
+    Told told = std::move(m_items.front());
+    m_items.pop_front();
+    m_notFull.notify_one();
     return told;
   }
   // The writer gave up: workers stop at their next report.
   void Stop() {
-    std::lock_guard lock(mutex_);
-    stopped_ = true;
-    items_.clear();
-    notFull_.notify_all();
+    std::lock_guard lock(m_mutex);
+    m_stopped = true;
+    m_items.clear();
+    m_notFull.notify_all();
   }
   bool Stopped() {
-    std::lock_guard lock(mutex_);
-    return stopped_;
+    std::lock_guard lock(m_mutex);
+    return m_stopped;
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable notFull_, notEmpty_;
-  std::deque<Told> items_;
-  size_t capacity_;
-  bool stopped_ = false;
+  std::mutex m_mutex;
+  std::condition_variable m_notFull, m_notEmpty;
+  std::deque<Told> m_items;
+  size_t m_capacity;
+  bool m_stopped = false;
 };
 
 // One worker's reading of a report: the checks that spare reading it, then explain's story.
 class Reader {
  public:
   explicit Reader(const std::string& db)
-      : db_(db, Db::Mode::kReadOnly),
-        known_(db_.Prepare("SELECT 1 FROM files WHERE path = ? AND size = ? AND mtime_ns = ?")),
-        hashed_(db_.Prepare("SELECT 1 FROM reports WHERE hash = ?")) {}
+      : m_db(db, Db::Mode::kReadOnly),
+        m_known(m_db.Prepare("SELECT 1 FROM files WHERE path = ? AND size = ? AND mtime_ns = ?")),
+        m_hashed(m_db.Prepare("SELECT 1 FROM reports WHERE hash = ?")) {}
 
   Told Read(const Found& file) {
     Told told;
     told.file = &file;
-    known_.Bind(1, file.path).Bind(2, file.size).Bind(3, file.mtimeNs);
-    const bool known = known_.Step();
-    known_.Reset();
+    m_known.Bind(1, file.path).Bind(2, file.size).Bind(3, file.mtimeNs);
+    const bool known = m_known.Step();
+    m_known.Reset();
     if (known) return told;
     told.hash = HashFile(file.path, &told.reason);
     if (told.hash.empty()) {
       told.kind = Told::Kind::kUnreadable;
       return told;
     }
-    hashed_.Bind(1, told.hash);
-    const bool seen = hashed_.Step();
-    hashed_.Reset();
+    m_hashed.Bind(1, told.hash);
+    const bool seen = m_hashed.Step();
+    m_hashed.Reset();
     if (seen) {
       told.kind = Told::Kind::kSeen;
       return told;
@@ -197,8 +197,8 @@ class Reader {
   }
 
  private:
-  Db db_;
-  Statement known_, hashed_;
+  Db m_db;
+  Statement m_known, m_hashed;
 };
 
 std::string UtcNow() {
@@ -239,35 +239,36 @@ std::optional<std::string> Text(const std::string& text) {
 class Writer {
  public:
   explicit Writer(Db& db)
-      : db_(db),
-        hashed_(db.Prepare("SELECT 1 FROM reports WHERE hash = ?")),
-        file_(db.Prepare("INSERT OR REPLACE INTO files (path, size, mtime_ns, hash) VALUES (?, ?, ?, ?)")),
-        report_(db.Prepare("INSERT INTO reports (hash, path, status, reason, build, build_id, model, hw, "
-                           "report_time, ingested_at) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")),
-        boot_(db.Prepare(
+      : m_db(db),
+        m_hashed(db.Prepare("SELECT 1 FROM reports WHERE hash = ?")),
+        m_file(db.Prepare("INSERT OR REPLACE INTO files (path, size, mtime_ns, hash) VALUES (?, ?, ?, ?)")),
+        m_report(db.Prepare("INSERT INTO reports (hash, path, status, reason, build, build_id, model, hw, "
+                            "report_time, ingested_at) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")),
+        m_boot(db.Prepare(
             "INSERT INTO boots (report_id, ordinal, label, previous, log_level_note) VALUES (?, ?, ?, ?, ?)")),
-        process_(db.Prepare("INSERT INTO processes (boot_id, pid, first_time, last_time, ending, skipped_before) "
-                            "VALUES (?, ?, ?, ?, ?, ?)")),
-        camera_(db.Prepare("INSERT INTO cameras (process_id, camera, slot, sensor, attempts, outcome, how, summary, "
-                           "first_probe_failed, bypass_taken, kernel_retry, forced_eeprom, hidden_init, hidden_config, "
-                           "lost, incomplete, signature) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")),
-        event_(db.Prepare("INSERT INTO events (camera_id, ordinal, kind, attempt, time, micros, place, text) "
-                          "VALUES (?, ?, ?, ?, ?, ?, ?, ?)")),
-        note_(db.Prepare("INSERT INTO notes (camera_id, note) VALUES (?, ?)")),
-        state_(db.Prepare("INSERT INTO recorded_state (boot_id, camera, line) VALUES (?, ?, ?)")),
-        readingNote_(db.Prepare("INSERT INTO reading_notes (report_id, note) VALUES (?, ?)")) {}
+        m_process(db.Prepare("INSERT INTO processes (boot_id, pid, first_time, last_time, ending, skipped_before) "
+                             "VALUES (?, ?, ?, ?, ?, ?)")),
+        m_camera(
+            db.Prepare("INSERT INTO cameras (process_id, camera, slot, sensor, attempts, outcome, how, summary, "
+                       "first_probe_failed, bypass_taken, kernel_retry, forced_eeprom, hidden_init, hidden_config, "
+                       "lost, incomplete, signature) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")),
+        m_event(db.Prepare("INSERT INTO events (camera_id, ordinal, kind, attempt, time, micros, place, text) "
+                           "VALUES (?, ?, ?, ?, ?, ?, ?, ?)")),
+        m_note(db.Prepare("INSERT INTO notes (camera_id, note) VALUES (?, ?)")),
+        m_state(db.Prepare("INSERT INTO recorded_state (boot_id, camera, line) VALUES (?, ?, ?)")),
+        m_readingNote(db.Prepare("INSERT INTO reading_notes (report_id, note) VALUES (?, ?)")) {}
 
   // Writes one report in a transaction of its own; false when its hash was already there (the
   // same bytes found twice in this run).
   bool Write(const Told& told) {
-    Transaction transaction(db_);
-    hashed_.Bind(1, told.hash);
-    const bool seen = hashed_.Step();
-    hashed_.Reset();
-    file_.Bind(1, told.file->path).Bind(2, told.file->size).Bind(3, told.file->mtimeNs).Bind(4, told.hash).Run();
+    Transaction transaction(m_db);
+    m_hashed.Bind(1, told.hash);
+    const bool seen = m_hashed.Step();
+    m_hashed.Reset();
+    m_file.Bind(1, told.file->path).Bind(2, told.file->size).Bind(3, told.file->mtimeNs).Bind(4, told.hash).Run();
     if (!seen && told.kind == Told::Kind::kRejected) {
-      report_.Bind(1, told.hash).Bind(2, told.file->path).Bind(3, "rejected").Bind(4, told.reason);
-      report_.Bind(10, UtcNow()).Run();
+      m_report.Bind(1, told.hash).Bind(2, told.file->path).Bind(3, "rejected").Bind(4, told.reason);
+      m_report.Bind(10, UtcNow()).Run();
     } else if (!seen && told.kind == Told::Kind::kOk) {
       Report(told);
     }
@@ -278,26 +279,26 @@ class Writer {
  private:
   void Report(const Told& told) {
     const explain::Story& story = told.story;
-    report_.Bind(1, told.hash).Bind(2, told.file->path).Bind(3, "ok").BindNull(4);
-    report_.Bind(5, Property(story, {"ro.build.fingerprint"}))
+    m_report.Bind(1, told.hash).Bind(2, told.file->path).Bind(3, "ok").BindNull(4);
+    m_report.Bind(5, Property(story, {"ro.build.fingerprint"}))
         .Bind(6, Property(story, {"ro.build.id", "ro.build.display.id"}))
         .Bind(7, Property(story, {"ro.product.model"}))
         .Bind(8, Property(story, {"ro.boot.hardware.revision", "ro.revision"}))
         .Bind(9, told.reportTime)
         .Bind(10, UtcNow())
         .Run();
-    const int64_t reportId = db_.LastInsertId();
+    const int64_t reportId = m_db.LastInsertId();
 
     for (size_t b = 0; b < story.boots.size(); ++b) {
       const explain::BootStory& boot = story.boots[b];
-      boot_.Bind(1, reportId).Bind(2, static_cast<int64_t>(b + 1)).Bind(3, Text(boot.label));
-      boot_.Bind(4, int64_t{boot.previous}).Bind(5, LogLevelNote(boot)).Run();
-      const int64_t bootId = db_.LastInsertId();
+      m_boot.Bind(1, reportId).Bind(2, static_cast<int64_t>(b + 1)).Bind(3, Text(boot.label));
+      m_boot.Bind(4, int64_t{boot.previous}).Bind(5, LogLevelNote(boot)).Run();
+      const int64_t bootId = m_db.LastInsertId();
       for (const explain::ProcessStory& process : boot.processes) {
-        process_.Bind(1, bootId).Bind(2, int64_t{process.pid}).Bind(3, Text(process.firstTime));
-        process_.Bind(4, Text(process.lastTime)).Bind(5, Text(process.ending));
-        process_.Bind(6, static_cast<int64_t>(process.skippedBefore)).Run();
-        const int64_t processId = db_.LastInsertId();
+        m_process.Bind(1, bootId).Bind(2, int64_t{process.pid}).Bind(3, Text(process.firstTime));
+        m_process.Bind(4, Text(process.lastTime)).Bind(5, Text(process.ending));
+        m_process.Bind(6, static_cast<int64_t>(process.skippedBefore)).Run();
+        const int64_t processId = m_db.LastInsertId();
         for (const auto& [id, camera] : process.cameras) {
           // explain's summary line of the camera; the process-wide one without events has none.
           Camera(processId, camera,
@@ -305,17 +306,17 @@ class Writer {
         }
       }
       for (const RecordedLine& line : RecordedState(boot)) {
-        state_.Bind(1, bootId).Bind(2, int64_t{line.camera}).Bind(3, line.line).Run();
+        m_state.Bind(1, bootId).Bind(2, int64_t{line.camera}).Bind(3, line.line).Run();
       }
     }
-    for (const std::string& note : story.readingNotes) readingNote_.Bind(1, reportId).Bind(2, note).Run();
+    for (const std::string& note : story.readingNotes) m_readingNote.Bind(1, reportId).Bind(2, note).Run();
     if (story.readingNoteCount > story.readingNotes.size()) {
-      readingNote_.Bind(1, reportId)
+      m_readingNote.Bind(1, reportId)
           .Bind(2, "... and " + std::to_string(story.readingNoteCount - story.readingNotes.size()) + " more")
           .Run();
     }
     if (story.unrecognisedCount > 0) {
-      readingNote_.Bind(1, reportId)
+      m_readingNote.Bind(1, reportId)
           .Bind(2, std::to_string(story.unrecognisedCount) + " library line" +
                        (story.unrecognisedCount == 1 ? "" : "s") + " not recognised")
           .Run();
@@ -324,28 +325,28 @@ class Writer {
 
   void Camera(int64_t processId, const explain::CameraStory& camera, const std::optional<std::string>& summary) {
     const CameraFacts facts = FactsOf(camera);
-    camera_.Bind(1, processId);
-    if (camera.id >= 0) camera_.Bind(2, int64_t{camera.id});
-    if (camera.slot) camera_.Bind(3, int64_t{*camera.slot});
-    camera_.Bind(4, Text(camera.lastSensor)).Bind(5, camera.sensorAttempts).Bind(6, Text(camera.lastOutcome));
-    camera_.Bind(7, Text(camera.lastHow)).Bind(8, summary);
+    m_camera.Bind(1, processId);
+    if (camera.id >= 0) m_camera.Bind(2, int64_t{camera.id});
+    if (camera.slot) m_camera.Bind(3, int64_t{*camera.slot});
+    m_camera.Bind(4, Text(camera.lastSensor)).Bind(5, camera.sensorAttempts).Bind(6, Text(camera.lastOutcome));
+    m_camera.Bind(7, Text(camera.lastHow)).Bind(8, summary);
     int column = 9;
     for (const bool flag : {facts.firstProbeFailed, facts.bypassTaken, facts.kernelRetry, facts.forcedEeprom,
                             facts.hiddenInit, facts.hiddenConfig, facts.lost, facts.incomplete}) {
-      camera_.Bind(column++, int64_t{flag});
+      m_camera.Bind(column++, int64_t{flag});
     }
-    camera_.Bind(17, facts.signature).Run();
-    const int64_t cameraId = db_.LastInsertId();
+    m_camera.Bind(17, facts.signature).Run();
+    const int64_t cameraId = m_db.LastInsertId();
     int64_t ordinal = 0;
     for (const explain::Event& event : camera.events) {
-      event_.Bind(1, cameraId).Bind(2, ++ordinal).Bind(3, event.kind).Bind(4, int64_t{event.attempt});
-      event_.Bind(5, Text(event.time));
-      if (event.micros >= 0) event_.Bind(6, event.micros);
-      event_.Bind(7, Text(event.where)).Bind(8, event.text).Run();
+      m_event.Bind(1, cameraId).Bind(2, ++ordinal).Bind(3, event.kind).Bind(4, int64_t{event.attempt});
+      m_event.Bind(5, Text(event.time));
+      if (event.micros >= 0) m_event.Bind(6, event.micros);
+      m_event.Bind(7, Text(event.where)).Bind(8, event.text).Run();
     }
-    for (const std::string& note : camera.notes) note_.Bind(1, cameraId).Bind(2, note).Run();
+    for (const std::string& note : camera.notes) m_note.Bind(1, cameraId).Bind(2, note).Run();
     for (const auto& [kind, count] : camera.omitted) {
-      note_.Bind(1, cameraId)
+      m_note.Bind(1, cameraId)
           .Bind(2, std::to_string(count) + " " + kind + " event" + (count == 1 ? "" : "s") +
                        " more, not listed (the story keeps " + std::to_string(explain::kMaxEventsPerCamera) +
                        " a camera)")
@@ -353,44 +354,44 @@ class Writer {
     }
   }
 
-  Db& db_;
-  Statement hashed_, file_, report_, boot_, process_, camera_, event_, note_, state_, readingNote_;
+  Db& m_db;
+  Statement m_hashed, m_file, m_report, m_boot, m_process, m_camera, m_event, m_note, m_state, m_readingNote;
 };
 
 // Reports done of all, their rate and the time left, redrawn in place on a terminal.
 class Progress {
  public:
   Progress(std::ostream& err, bool on, size_t total)
-      : err_(err), on_(on), total_(total), start_(std::chrono::steady_clock::now()) {}
+      : m_err(err), m_on(on), m_total(total), m_start(std::chrono::steady_clock::now()) {}
   void Update(size_t done, bool last = false) {
-    if (!on_) return;
+    if (!m_on) return;
     const auto now = std::chrono::steady_clock::now();
-    if (!last && now - drawn_ < std::chrono::milliseconds(100)) return;
-    drawn_ = now;
-    const double seconds = std::chrono::duration<double>(now - start_).count();
+    if (!last && now - m_drawn < std::chrono::milliseconds(100)) return;
+    m_drawn = now;
+    const double seconds = std::chrono::duration<double>(now - m_start).count();
     const double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0;
     constexpr int kWidth = 30;
-    const int filled = total_ == 0 ? kWidth : static_cast<int>(kWidth * done / total_);
+    const int filled = m_total == 0 ? kWidth : static_cast<int>(kWidth * done / m_total);
     char line[160];
-    const long left = rate > 0 ? static_cast<long>(static_cast<double>(total_ - done) / rate) : 0;
+    const long left = rate > 0 ? static_cast<long>(static_cast<double>(m_total - done) / rate) : 0;
     std::snprintf(line, sizeof line, "\r[%s%s] %zu/%zu reports, %.1f/s, %ld:%02ld left\x1b[K",
                   std::string(static_cast<size_t>(filled), '#').c_str(),
-                  std::string(static_cast<size_t>(kWidth - filled), '.').c_str(), done, total_, rate, left / 60,
+                  std::string(static_cast<size_t>(kWidth - filled), '.').c_str(), done, m_total, rate, left / 60,
                   left % 60);
-    err_ << line << (last ? "\n" : "") << std::flush;
+    m_err << line << (last ? "\n" : "") << std::flush;
   }
   // A message between redraws: the bar's line cleared first.
   void Say(const std::string& message) {
-    if (on_) err_ << "\r\x1b[K";
-    err_ << message << "\n";
-    drawn_ = {};
+    if (m_on) m_err << "\r\x1b[K";
+    m_err << message << "\n";
+    m_drawn = {};
   }
 
  private:
-  std::ostream& err_;
-  bool on_;
-  size_t total_;
-  std::chrono::steady_clock::time_point start_, drawn_{};
+  std::ostream& m_err;
+  bool m_on;
+  size_t m_total;
+  std::chrono::steady_clock::time_point m_start, m_drawn{};
 };
 
 }  // namespace

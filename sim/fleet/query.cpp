@@ -22,37 +22,37 @@ using Json = nlohmann::ordered_json;
 class Statement {
  public:
   Statement(sqlite3* db, const std::string& sql) {
-    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &statement_, nullptr) != SQLITE_OK)
+    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &m_statement, nullptr) != SQLITE_OK)
       throw std::runtime_error(sqlite3_errmsg(db));
   }
-  ~Statement() { sqlite3_finalize(statement_); }
+  ~Statement() { sqlite3_finalize(m_statement); }
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
 
   Statement& Reset() {
-    sqlite3_reset(statement_);
-    sqlite3_clear_bindings(statement_);
+    sqlite3_reset(m_statement);
+    sqlite3_clear_bindings(m_statement);
     return *this;
   }
   Statement& Bind(int index, const std::string& text) {
-    sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_text(m_statement, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
     return *this;
   }
   bool Step() {
-    const int status = sqlite3_step(statement_);
+    const int status = sqlite3_step(m_statement);
     if (status == SQLITE_ROW) return true;
     if (status == SQLITE_DONE) return false;
-    throw std::runtime_error(sqlite3_errmsg(sqlite3_db_handle(statement_)));
+    throw std::runtime_error(sqlite3_errmsg(sqlite3_db_handle(m_statement)));
   }
-  bool Null(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
-  int64_t Int(int column) const { return sqlite3_column_int64(statement_, column); }
+  bool Null(int column) const { return sqlite3_column_type(m_statement, column) == SQLITE_NULL; }
+  int64_t Int(int column) const { return sqlite3_column_int64(m_statement, column); }
   std::string Text(int column) const {
-    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
-    return text ? std::string(text, static_cast<size_t>(sqlite3_column_bytes(statement_, column))) : std::string();
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(m_statement, column));
+    return text ? std::string(text, static_cast<size_t>(sqlite3_column_bytes(m_statement, column))) : std::string();
   }
 
  private:
-  sqlite3_stmt* statement_ = nullptr;
+  sqlite3_stmt* m_statement = nullptr;
 };
 
 // The joins from a report down to its counted cameras.
@@ -136,7 +136,7 @@ std::unique_ptr<FleetDb> FleetDb::Open(const std::string& path, std::string* err
   return fleet;
 }
 
-FleetDb::~FleetDb() { sqlite3_close(db_); }
+FleetDb::~FleetDb() { sqlite3_close(m_db); }
 
 Totals LoadTotals(const FleetDb& db) {
   Totals totals;
@@ -253,15 +253,15 @@ namespace {
 // Columns of text, each left- or right-aligned to its widest cell.
 class Table {
  public:
-  explicit Table(std::string alignment) : alignment_(std::move(alignment)) {}
-  void Add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
+  explicit Table(std::string alignment) : m_alignment(std::move(alignment)) {}
+  void Add(std::vector<std::string> row) { m_rows.push_back(std::move(row)); }
   // A line of its own between rows (a heading), aligned with nothing.
-  void AddLine(std::string line) { rows_.push_back({std::move(line)}); }
+  void AddLine(std::string line) { m_rows.push_back({std::move(line)}); }
   void Print(std::ostream& out, const std::string& indent) const {
-    std::vector<size_t> widths(alignment_.size());
-    for (const auto& row : rows_)
+    std::vector<size_t> widths(m_alignment.size());
+    for (const auto& row : m_rows)
       for (size_t i = 0; i < row.size() && row.size() > 1; ++i) widths[i] = std::max(widths[i], row[i].size());
-    for (const auto& row : rows_) {
+    for (const auto& row : m_rows) {
       if (row.size() == 1) {
         out << row.front() << '\n';
         continue;
@@ -270,15 +270,15 @@ class Table {
       for (size_t i = 0; i < row.size(); ++i) {
         const std::string padding(widths[i] - row[i].size(), ' ');
         if (i > 0) line += "  ";
-        line += alignment_[i] == 'r' ? padding + row[i] : row[i] + (i + 1 < row.size() ? padding : "");
+        line += m_alignment[i] == 'r' ? padding + row[i] : row[i] + (i + 1 < row.size() ? padding : "");
       }
       out << line << '\n';
     }
   }
 
  private:
-  std::string alignment_;
-  std::vector<std::vector<std::string>> rows_;
+  std::string m_alignment;
+  std::vector<std::vector<std::string>> m_rows;
 };
 
 std::string Count(int64_t k, int64_t n) { return std::to_string(k) + "/" + std::to_string(n); }

@@ -30,11 +30,11 @@ class FleetDb {
   ~FleetDb();
   FleetDb(const FleetDb&) = delete;
   FleetDb& operator=(const FleetDb&) = delete;
-  sqlite3* handle() const { return db_; }
+  sqlite3* handle() const { return m_db; }
 
  private:
-  explicit FleetDb(sqlite3* db) : db_(db) {}
-  sqlite3* db_;
+  explicit FleetDb(sqlite3* db) : m_db(db) {}
+  sqlite3* m_db;
 };
 
 struct Totals {

@@ -27,7 +27,7 @@ constexpr uint32_t Rotr(uint32_t x, int n) { return (x >> n) | (x << (32 - n)); 
 }  // namespace
 
 Sha256::Sha256()
-    : state_{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19} {}
+    : m_state{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19} {}
 
 void Sha256::Block(const uint8_t* block) {
   uint32_t w[64];
@@ -40,8 +40,8 @@ void Sha256::Block(const uint8_t* block) {
     const uint32_t s1 = Rotr(w[i - 2], 17) ^ Rotr(w[i - 2], 19) ^ (w[i - 2] >> 10);
     w[i] = w[i - 16] + s0 + w[i - 7] + s1;
   }
-  uint32_t a = state_[0], b = state_[1], c = state_[2], d = state_[3];
-  uint32_t e = state_[4], f = state_[5], g = state_[6], h = state_[7];
+  uint32_t a = m_state[0], b = m_state[1], c = m_state[2], d = m_state[3];
+  uint32_t e = m_state[4], f = m_state[5], g = m_state[6], h = m_state[7];
   for (int i = 0; i < 64; ++i) {
     const uint32_t t1 = h + (Rotr(e, 6) ^ Rotr(e, 11) ^ Rotr(e, 25)) + ((e & f) ^ (~e & g)) + kRound[i] + w[i];
     const uint32_t t2 = (Rotr(a, 2) ^ Rotr(a, 13) ^ Rotr(a, 22)) + ((a & b) ^ (a & c) ^ (b & c));
@@ -54,39 +54,39 @@ void Sha256::Block(const uint8_t* block) {
     b = a;
     a = t1 + t2;
   }
-  state_[0] += a, state_[1] += b, state_[2] += c, state_[3] += d;
-  state_[4] += e, state_[5] += f, state_[6] += g, state_[7] += h;
+  m_state[0] += a, m_state[1] += b, m_state[2] += c, m_state[3] += d;
+  m_state[4] += e, m_state[5] += f, m_state[6] += g, m_state[7] += h;
 }
 
 void Sha256::Update(std::string_view bytes) {
   const auto* data = reinterpret_cast<const uint8_t*>(bytes.data());
   size_t size = bytes.size();
-  length_ += size;
-  if (buffered_ > 0) {
-    const size_t take = std::min(size, buffer_.size() - buffered_);
-    std::memcpy(buffer_.data() + buffered_, data, take);
-    buffered_ += take, data += take, size -= take;
-    if (buffered_ < buffer_.size()) return;
-    Block(buffer_.data());
-    buffered_ = 0;
+  m_length += size;
+  if (m_buffered > 0) {
+    const size_t take = std::min(size, m_buffer.size() - m_buffered);
+    std::memcpy(m_buffer.data() + m_buffered, data, take);
+    m_buffered += take, data += take, size -= take;
+    if (m_buffered < m_buffer.size()) return;
+    Block(m_buffer.data());
+    m_buffered = 0;
   }
   for (; size >= 64; data += 64, size -= 64) Block(data);
-  std::memcpy(buffer_.data(), data, size);
-  buffered_ = size;
+  std::memcpy(m_buffer.data(), data, size);
+  m_buffered = size;
 }
 
 std::string Sha256::HexDigest() {
-  const uint64_t bits = length_ * 8;
+  const uint64_t bits = m_length * 8;
   const uint8_t pad = 0x80;
   Update(std::string_view(reinterpret_cast<const char*>(&pad), 1));
   const uint8_t zero[64] = {};
-  Update(std::string_view(reinterpret_cast<const char*>(zero), (buffered_ <= 56 ? 56 : 120) - buffered_));
+  Update(std::string_view(reinterpret_cast<const char*>(zero), (m_buffered <= 56 ? 56 : 120) - m_buffered));
   uint8_t tail[8];
   for (int i = 0; i < 8; ++i) tail[i] = static_cast<uint8_t>(bits >> (56 - 8 * i));
   Update(std::string_view(reinterpret_cast<const char*>(tail), 8));
   static constexpr char kHex[] = "0123456789abcdef";
   std::string hex;
-  for (const uint32_t word : state_) {
+  for (const uint32_t word : m_state) {
     for (int shift = 28; shift >= 0; shift -= 4) hex += kHex[(word >> shift) & 0xf];
   }
   return hex;

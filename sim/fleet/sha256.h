@@ -18,10 +18,10 @@ class Sha256 {
 
  private:
   void Block(const uint8_t* block);
-  std::array<uint32_t, 8> state_;
-  std::array<uint8_t, 64> buffer_{};
-  size_t buffered_ = 0;
-  uint64_t length_ = 0;  // bytes fed
+  std::array<uint32_t, 8> m_state;
+  std::array<uint8_t, 64> m_buffer{};
+  size_t m_buffered = 0;
+  uint64_t m_length = 0;  // bytes fed
 };
 
 // The file's bytes hashed: its digest, or an empty string when it cannot be read (`error` says why).

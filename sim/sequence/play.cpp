@@ -10,8 +10,8 @@
 #include <map>
 #include <set>
 
-#include "hook/src/errorframeworkid.h"
 #include "explain/sites.h"
+#include "hook/src/errorframeworkid.h"
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
 #include "sim/hal/simsensorhal.h"

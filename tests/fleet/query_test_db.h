@@ -26,18 +26,18 @@ inline unsigned Flag(std::string_view column) {
 
 class TestDb {
  public:
-  explicit TestDb(const std::string& name) : path_(WorkPath(name)) {
-    std::filesystem::remove(path_);
-    EXPECT_EQ(sqlite3_open(path_.c_str(), &db_), SQLITE_OK);
+  explicit TestDb(const std::string& name) : m_path(WorkPath(name)) {
+    std::filesystem::remove(m_path);
+    EXPECT_EQ(sqlite3_open(m_path.c_str(), &m_db), SQLITE_OK);
     // A test's database need not survive a power cut: no sync per insert.
     Exec(std::string("PRAGMA synchronous = OFF; PRAGMA journal_mode = MEMORY;") + kSchema);
   }
-  ~TestDb() { sqlite3_close(db_); }
-  const std::string& path() const { return path_; }
+  ~TestDb() { sqlite3_close(m_db); }
+  const std::string& path() const { return m_path; }
 
   void Exec(const std::string& sql) {
     char* error = nullptr;
-    EXPECT_EQ(sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &error), SQLITE_OK) << (error ? error : "") << sql;
+    EXPECT_EQ(sqlite3_exec(m_db, sql.c_str(), nullptr, nullptr, &error), SQLITE_OK) << (error ? error : "") << sql;
     sqlite3_free(error);
   }
 
@@ -45,13 +45,13 @@ class TestDb {
   // as well) it returns.
   int Report(const std::string& build, const std::string& buildId, const std::string& path,
              const std::string& status = "ok", const std::string& model = "Vela", const std::string& hw = "MP") {
-    const std::string id = std::to_string(++reports_);
+    const std::string id = std::to_string(++m_reports);
     Exec("INSERT INTO reports (id, hash, path, status, build, build_id, model, hw, ingested_at) VALUES (" + id +
          ", 'h" + id + "', " + Quote(path) + ", " + Quote(status) + ", " + Quote(build) + ", " + Quote(buildId) + ", " +
          Quote(model) + ", " + Quote(hw) + ", 'now'); INSERT INTO boots (id, report_id, ordinal, previous) " +
          "VALUES (" + id + ", " + id + ", 1, 0); INSERT INTO processes (id, boot_id, pid) VALUES (" + id + ", " + id +
          ", 1000)");
-    return reports_;
+    return m_reports;
   }
 
   // A camera (-1: NULL) of a process, with kRates[i]'s flag where `flags` has bit i.
@@ -75,9 +75,9 @@ class TestDb {
     return quoted + "'";
   }
 
-  std::string path_;
-  sqlite3* db_ = nullptr;
-  int reports_ = 0;
+  std::string m_path;
+  sqlite3* m_db = nullptr;
+  int m_reports = 0;
 };
 
 inline const std::string kBuildA = "velora/vela/vela:15/AP3A.240905.015.A2/12:user/release-keys";

@@ -214,11 +214,11 @@ class HotPathTest : public ::testing::Test {
     backtrace(warm, 4);  // loads the unwinder now, not while counting
     fw::InstallCore();
     std::string error;
-    library_ = phone_.StartCameraProcess(&error);
-    ASSERT_NE(library_, nullptr) << error;
-    csl_ = library_->Proxy<void(void*, CSLMessage*)>("CSLMessageHandlerHook");
-    ASSERT_NE(csl_, nullptr);
-    g_hookLibraryBase = ModuleBase(reinterpret_cast<const void*>(csl_));
+    m_library = m_phone.StartCameraProcess(&error);
+    ASSERT_NE(m_library, nullptr) << error;
+    m_csl = m_library->Proxy<void(void*, CSLMessage*)>("CSLMessageHandlerHook");
+    ASSERT_NE(m_csl, nullptr);
+    g_hookLibraryBase = ModuleBase(reinterpret_cast<const void*>(m_csl));
   }
 
   void TearDown() override { g_hookLibraryBase = nullptr; }
@@ -227,19 +227,19 @@ class HotPathTest : public ::testing::Test {
   // makes any first report, is not counted.
   Counts CountCSLMessages(uint64_t value, int calls = 200) {
     hal::CSLMessageObject first(0, value);
-    csl_(&session_, first.get());
+    m_csl(&m_session, first.get());
     return Measure([&] {
       for (int i = 0; i < calls; ++i) {
         hal::CSLMessageObject message(0, value);
-        csl_(&session_, message.get());
+        m_csl(&m_session, message.get());
       }
     });
   }
 
-  sim::Phone phone_;
-  sim::HookLibrary* library_ = nullptr;
-  void (*csl_)(void*, CSLMessage*) = nullptr;
-  int session_ = 0;
+  sim::Phone m_phone;
+  sim::HookLibrary* m_library = nullptr;
+  void (*m_csl)(void*, CSLMessage*) = nullptr;
+  int m_session = 0;
 };
 
 // With an argument the core's answer holds strings: those are the core's
@@ -252,7 +252,7 @@ TEST_F(HotPathTest, CSLMessagesTouchNothing) {
 }
 
 TEST_F(HotPathTest, CaptureRequestsTouchNothing) {
-  auto* capture = library_->Proxy<CamxResult(void*, CamX::Camera3CaptureRequest*)>("ProcessCaptureRequestHook");
+  auto* capture = m_library->Proxy<CamxResult(void*, CamX::Camera3CaptureRequest*)>("ProcessCaptureRequestHook");
   ASSERT_NE(capture, nullptr);
   hal::RegisterRecordControlTag();
   hal::CaptureRequestObject recording, plain, noSettings;
@@ -270,7 +270,7 @@ TEST_F(HotPathTest, CaptureRequestsTouchNothing) {
 
 TEST_F(HotPathTest, GyroBatchesTouchNothing) {
   auto* gyro =
-      library_->Proxy<CamxResult(void*, CamX::NCSSensorType, std::vector<sensors_event_t*>&)>("PostGyroDataHook");
+      m_library->Proxy<CamxResult(void*, CamX::NCSSensorType, std::vector<sensors_event_t*>&)>("PostGyroDataHook");
   ASSERT_NE(gyro, nullptr);
   const std::vector<int64_t> timestamps(8, 100000000);
   hal::SensorEventBatch first(timestamps);
@@ -287,7 +287,7 @@ TEST_F(HotPathTest, GyroBatchesTouchNothing) {
 // and the library's first log line reads the log level property.
 TEST_F(HotPathTest, CountersSeeTheLibrarysOwnAllocationsAndAccesses) {
   fw::SetHookArguments("ReadLensPositionData", {"0", "5"});
-  auto* readLens = library_->Proxy<CamxResult(void*)>("ReadLensPositionDataHook");
+  auto* readLens = m_library->Proxy<CamxResult(void*)>("ReadLensPositionDataHook");
   ASSERT_NE(readLens, nullptr);
   const Counts firstUse = Measure([&] { readLens(nullptr); });
   EXPECT_THAT(firstUse.hookAllocations, Ge(1));
@@ -295,7 +295,7 @@ TEST_F(HotPathTest, CountersSeeTheLibrarysOwnAllocationsAndAccesses) {
   EXPECT_THAT(firstUse.hookLocks, Ge(1));  // the core is loaded under the client's lock
 #endif
   auto* registerProvider =
-      library_->Proxy<CamxResult(void*, void*, const CamX::NCSProviderCap*)>("OISRegisterProviderHook");
+      m_library->Proxy<CamxResult(void*, void*, const CamX::NCSProviderCap*)>("OISRegisterProviderHook");
   ASSERT_NE(registerProvider, nullptr);
   EXPECT_THAT(Measure([&] { registerProvider(nullptr, nullptr, nullptr); }).propertyCalls, Ge(1));
 #ifndef REMEDIUM_SANITIZED_HEAP

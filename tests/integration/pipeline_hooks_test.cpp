@@ -27,22 +27,22 @@ class PipelineHooksTest : public test::CameraProcessTest {
     test::CameraProcessTest::SetUp();
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     hal::RegisterRecordControlTag();
-    capture_ = Proxy<CaptureRequestFn>("ProcessCaptureRequestHook");
+    m_capture = Proxy<CaptureRequestFn>("ProcessCaptureRequestHook");
   }
-  CaptureRequestFn* capture_ = nullptr;
+  CaptureRequestFn* m_capture = nullptr;
 };
 
 TEST_F(PipelineHooksTest, RecordControlOneAbortsBeforeTheHal) {
   hal::CaptureRequestObject request;
   request.SetRecordControl(1);
-  sim::RegisterHook(reinterpret_cast<void*>(capture_),
+  sim::RegisterHook(reinterpret_cast<void*>(m_capture),
                     reinterpret_cast<void*>(+[](void*, CamX::Camera3CaptureRequest*) -> CamxResult {
                       (void)!write(STDERR_FILENO, "HAL ran\n", 8);
                       return 0;
                     }));
   EXPECT_EXIT(
       {
-        capture_(nullptr, request.get());
+        m_capture(nullptr, request.get());
         _exit(0);
       },
       ::testing::KilledBySignal(SIGABRT), Not(HasSubstr("HAL ran")));
@@ -58,9 +58,9 @@ TEST_F(PipelineHooksTest, OtherRequestMetadataPassesUnchanged) {
   otherTags.SetBytes(0x10000, {1});
   EXPECT_EXIT(
       {
-        bool passed = capture_(nullptr, nullptr) == 7;
+        bool passed = m_capture(nullptr, nullptr) == 7;
         for (const hal::CaptureRequestObject* request : {&secondByte, &noValue, &otherTags}) {
-          passed = passed && capture_(nullptr, request->get()) == 7 && hal::LastCaptureRequestSeen() == request->get();
+          passed = passed && m_capture(nullptr, request->get()) == 7 && hal::LastCaptureRequestSeen() == request->get();
         }
         _exit(passed ? 0 : 1);
       },

@@ -216,24 +216,24 @@ class StressTest : public ::testing::Test {
       fw::SetMostProbedSensor("type" + std::to_string(camera), SensorName(camera), 100);
     }
     std::string error;
-    library_ = phone_.StartCameraProcess(&error);
-    ASSERT_NE(library_, nullptr) << error;
+    m_library = m_phone.StartCameraProcess(&error);
+    ASSERT_NE(m_library, nullptr) << error;
     // What the core's installer does: each proxy replaces its HAL function.
-#define REMEDIUM_INSTALL(name)                                                                   \
-  proxies_.name = library_->Proxy<std::remove_pointer_t<decltype(proxies_.name)>>(#name "Hook"); \
-  ASSERT_NE(proxies_.name, nullptr) << #name;                                                    \
-  g_previous[reinterpret_cast<void*>(proxies_.name)] = QuietHal<k##name>(proxies_.name);
+#define REMEDIUM_INSTALL(name)                                                                      \
+  m_proxies.name = m_library->Proxy<std::remove_pointer_t<decltype(m_proxies.name)>>(#name "Hook"); \
+  ASSERT_NE(m_proxies.name, nullptr) << #name;                                                      \
+  g_previous[reinterpret_cast<void*>(m_proxies.name)] = QuietHal<k##name>(m_proxies.name);
     REMEDIUM_PROXIES(REMEDIUM_INSTALL)
 #undef REMEDIUM_INSTALL
-    proxies_.SetErrorFrameworkId = library_->Proxy<void(unsigned int, int) noexcept>("SetErrorFrameworkId");
-    ASSERT_NE(proxies_.SetErrorFrameworkId, nullptr);
+    m_proxies.SetErrorFrameworkId = m_library->Proxy<void(unsigned int, int) noexcept>("SetErrorFrameworkId");
+    ASSERT_NE(m_proxies.SetErrorFrameworkId, nullptr);
   }
 
   void TearDown() override { g_previous.clear(); }
 
   // Counts a result that breaks a proxy's own promise.
   void Check(bool kept) {
-    if (!kept) violations_.fetch_add(1, std::memory_order_relaxed);
+    if (!kept) m_violations.fetch_add(1, std::memory_order_relaxed);
   }
 
   static std::string SensorName(int camera) { return "s5k" + std::to_string(camera) + "_wide"; }
@@ -259,37 +259,37 @@ class StressTest : public ::testing::Test {
 
     start.arrive_and_wait();
     for (int round = 0; round < rounds; ++round) {
-      Check(proxies_.GetStaticCaps(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()), nullptr, nullptr,
-                                   cameraId) == 0);
-      proxies_.SensorProbe(probe.get(), nullptr, nullptr);
-      Check(proxies_.InitializeSensorDevice(node.get()) == 0);
-      Check(proxies_.LoadSensorInitConfigCmd(node.get()) == 0);
-      Check(proxies_.LoadSensorConfigCmds(node.get()) == 0);
+      Check(m_proxies.GetStaticCaps(nullptr, static_cast<CamX::SensorModuleStaticCaps*>(caps.get()), nullptr, nullptr,
+                                    cameraId) == 0);
+      m_proxies.SensorProbe(probe.get(), nullptr, nullptr);
+      Check(m_proxies.InitializeSensorDevice(node.get()) == 0);
+      Check(m_proxies.LoadSensorInitConfigCmd(node.get()) == 0);
+      Check(m_proxies.LoadSensorConfigCmds(node.get()) == 0);
       const auto opcode = static_cast<CSLPacketOpcodesSensor>(round % 2 == 0 ? 2 : 4);
-      Check(proxies_.SensorCreateAndSubmitCommand(node.get(), 0, CamX::I2CRegSettingType{}, opcode, 0, 0, nullptr) ==
+      Check(m_proxies.SensorCreateAndSubmitCommand(node.get(), 0, CamX::I2CRegSettingType{}, opcode, 0, 0, nullptr) ==
             0);
-      proxies_.CreateI2CInfoCmd(nullptr, sensorI2C.get(), 0);
-      proxies_.EEPROMDataProbe(eeprom.get());
-      proxies_.ProbeEEPROM(nullptr, eepromInfo.get(), nullptr);
-      proxies_.ReadEEPROMDevice(eeprom.get());
+      m_proxies.CreateI2CInfoCmd(nullptr, sensorI2C.get(), 0);
+      m_proxies.EEPROMDataProbe(eeprom.get());
+      m_proxies.ProbeEEPROM(nullptr, eepromInfo.get(), nullptr);
+      m_proxies.ReadEEPROMDevice(eeprom.get());
       checksumData.assign(checksumData.size(), 0xAB);
-      proxies_.EEPROMVerifyChecksum(nullptr, checksumData.data(), static_cast<int>(checksumData.size()));
+      m_proxies.EEPROMVerifyChecksum(nullptr, checksumData.data(), static_cast<int>(checksumData.size()));
       Check(checksumData[0] == 0 && checksumData[990] == 0 && checksumData[1] == 0xAB);
-      proxies_.ActuatorData(nullptr, actuator.get());
-      Check(proxies_.OISRegisterProvider(nullptr, nullptr, nullptr) == 1);
-      proxies_.OISCreateI2CInfoCmd(nullptr, oisI2C.get(), 0);
-      proxies_.ReadLensPositionData(nullptr);
-      Check(proxies_.FormatLensPositionData(nullptr, nullptr, lensBuffer.data(), lensBuffer.size()) == 1);
+      m_proxies.ActuatorData(nullptr, actuator.get());
+      Check(m_proxies.OISRegisterProvider(nullptr, nullptr, nullptr) == 1);
+      m_proxies.OISCreateI2CInfoCmd(nullptr, oisI2C.get(), 0);
+      m_proxies.ReadLensPositionData(nullptr);
+      Check(m_proxies.FormatLensPositionData(nullptr, nullptr, lensBuffer.data(), lensBuffer.size()) == 1);
       hal::SensorEventBatch batch({100000000 + round, 200000000 + round, 300000000 + round});
-      proxies_.PostGyroData(nullptr, CamX::NCSSensorType{1}, batch.samples());
+      m_proxies.PostGyroData(nullptr, CamX::NCSSensorType{1}, batch.samples());
       hal::CSLMessageObject message(0, static_cast<uint64_t>(40 + round % 4));
-      proxies_.CSLMessageHandler(&session, message.get());
-      Check(proxies_.ProcessCaptureRequest(nullptr, request.get()) == 0);
-      proxies_.SetErrorFrameworkId(SlotOf(camera), round % 2);
+      m_proxies.CSLMessageHandler(&session, message.get());
+      Check(m_proxies.ProcessCaptureRequest(nullptr, request.get()) == 0);
+      m_proxies.SetErrorFrameworkId(SlotOf(camera), round % 2);
     }
-    std::lock_guard<std::mutex> lock(totalsMutex_);  // after the last call: orders nothing measured
-    for (size_t i = 0; i < totals_.halCalls.size(); ++i) totals_.halCalls[i] += t_counts.halCalls[i];
-    totals_.pops += t_counts.pops;
+    std::lock_guard<std::mutex> lock(m_totalsMutex);  // after the last call: orders nothing measured
+    for (size_t i = 0; i < m_totals.halCalls.size(); ++i) m_totals.halCalls[i] += t_counts.halCalls[i];
+    m_totals.pops += t_counts.pops;
   }
 
   // The core's answers change while the cameras run.
@@ -312,12 +312,12 @@ class StressTest : public ::testing::Test {
     }
   }
 
-  sim::Phone phone_;
-  sim::HookLibrary* library_ = nullptr;
-  Proxies proxies_{};
-  std::atomic<int> violations_{0};
-  std::mutex totalsMutex_;
-  ThreadCounts totals_;
+  sim::Phone m_phone;
+  sim::HookLibrary* m_library = nullptr;
+  Proxies m_proxies{};
+  std::atomic<int> m_violations{0};
+  std::mutex m_totalsMutex;
+  ThreadCounts m_totals;
 };
 
 TEST_F(StressTest, EveryProxyFromSeveralCamerasAtOnce) {
@@ -332,23 +332,23 @@ TEST_F(StressTest, EveryProxyFromSeveralCamerasAtOnce) {
   done.store(true, std::memory_order_release);
   core.join();
 
-  EXPECT_EQ(violations_.load(), 0);
+  EXPECT_EQ(m_violations.load(), 0);
   const int calls = kCameras * kRounds;
   // Every proxy call left through its frame exactly once, in shared mode.
-  EXPECT_EQ(totals_.pops, calls * kProxyCallsPerRound);
+  EXPECT_EQ(m_totals.pops, calls * kProxyCallsPerRound);
   // The HAL functions a proxy always calls, once per call.
   for (HalFunction function :
        {kGetStaticCaps, kLoadSensorInitConfigCmd, kSensorCreateAndSubmitCommand, kCreateI2CInfoCmd, kEEPROMDataProbe,
         kProbeEEPROM, kEEPROMVerifyChecksum, kActuatorData, kOISCreateI2CInfoCmd, kReadLensPositionData,
         kFormatLensPositionData, kPostGyroData, kCSLMessageHandler, kProcessCaptureRequest}) {
-    EXPECT_EQ(totals_.halCalls[function], calls) << "HAL function #" << function;
+    EXPECT_EQ(m_totals.halCalls[function], calls) << "HAL function #" << function;
   }
-  EXPECT_EQ(totals_.halCalls[kOISRegisterProvider], 0);
+  EXPECT_EQ(m_totals.halCalls[kOISRegisterProvider], 0);
   // Those a proxy may skip or repeat by its rules.
-  EXPECT_THAT(totals_.halCalls[kSensorProbe], AllOf(Ge(calls), Le(2 * calls)));
-  EXPECT_THAT(totals_.halCalls[kInitializeSensorDevice], Le(calls));
-  EXPECT_THAT(totals_.halCalls[kLoadSensorConfigCmds], Le(calls));
-  EXPECT_THAT(totals_.halCalls[kReadEEPROMDevice], Le(calls));
+  EXPECT_THAT(m_totals.halCalls[kSensorProbe], AllOf(Ge(calls), Le(2 * calls)));
+  EXPECT_THAT(m_totals.halCalls[kInitializeSensorDevice], Le(calls));
+  EXPECT_THAT(m_totals.halCalls[kLoadSensorConfigCmds], Le(calls));
+  EXPECT_THAT(m_totals.halCalls[kReadEEPROMDevice], Le(calls));
 }
 
 }  // namespace

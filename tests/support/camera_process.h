@@ -18,20 +18,20 @@ class CameraProcessTest : public ::testing::Test {
   void SetUp() override {
     sim::framework::InstallCore();
     std::string error;
-    library_ = phone_.StartCameraProcess(&error);
-    ASSERT_NE(library_, nullptr) << error;
+    m_library = m_phone.StartCameraProcess(&error);
+    ASSERT_NE(m_library, nullptr) << error;
   }
 
   // The proxy exported under `name`, as the core resolves it.
   template <typename Fn>
   Fn* Proxy(const char* name) const {
-    Fn* proxy = library_->Proxy<Fn>(name);
+    Fn* proxy = m_library->Proxy<Fn>(name);
     EXPECT_NE(proxy, nullptr) << name << " is not exported";
     return proxy;
   }
 
-  sim::Phone phone_;
-  sim::HookLibrary* library_ = nullptr;
+  sim::Phone m_phone;
+  sim::HookLibrary* m_library = nullptr;
 };
 
 }  // namespace test

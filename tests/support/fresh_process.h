@@ -36,7 +36,7 @@ namespace test {
 
 class PhoneTest : public ::testing::Test {
  protected:
-  sim::Phone phone_;
+  sim::Phone m_phone;
 };
 
 // The death of a deliberate trap (__builtin_trap): ud2 raises SIGILL on

@@ -24,7 +24,7 @@ class ErrorListTest : public ::testing::Test {
     }
     return "<unchanged>";
   }
-  sim::Phone phone_;
+  sim::Phone m_phone;
 };
 
 TEST_F(ErrorListTest, AddsAndRemovesEachCamerasFixedIdOnce) {

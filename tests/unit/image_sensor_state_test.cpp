@@ -48,7 +48,7 @@ class ImageSensorStateTest : public ::testing::Test {
     sim::PresetProperty(kModSwitch, "64");
     sim::PinBootTime(1234);
   }
-  sim::Phone phone_;
+  sim::Phone m_phone;
 };
 
 struct Case {

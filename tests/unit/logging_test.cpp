@@ -34,7 +34,7 @@ struct LevelCase {
 
 class LogLevelTest : public ::testing::TestWithParam<LevelCase> {
  protected:
-  sim::Phone phone_;
+  sim::Phone m_phone;
 };
 
 TEST_P(LogLevelTest, PropertyGatesLowerLevelsAndIsReadOncePerProcess) {
