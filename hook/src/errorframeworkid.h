@@ -3,9 +3,7 @@
 // framework; every reader and writer of the list takes them from here).
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <iterator>
 
 namespace CamX {
 
@@ -14,9 +12,5 @@ inline constexpr char kErrorFrameworkIdProperty[] = "persist.vendor.camera.error
 // Camera identifier -> framework identifier; a camera past the table maps to 0.
 // Camera 5 maps to 9 on purpose.
 inline constexpr uint32_t kFrameworkIdOfCamera[] = {2, 1, 3, 4, 5, 9};
-
-constexpr uint32_t FrameworkIdOf(uint32_t camera) {
-  return camera < std::size(kFrameworkIdOfCamera) ? kFrameworkIdOfCamera[camera] : 0;
-}
 
 }  // namespace CamX
