@@ -13,6 +13,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <deque>
 #include <filesystem>
@@ -421,6 +422,12 @@ int RunIngest(const IngestOptions& options, std::ostream& out, std::ostream& err
                           std::max<size_t>(files.size(), 1)));
   Queue queue(jobs * 2);
   std::atomic<size_t> next{0};
+  // libzip turns a zip's DOS times into time_t with mktime, which runs tzset. With TZ unset,
+  // glibc's tzset frees and copies its zone's name on every call (under a lock ThreadSanitizer
+  // cannot see); with TZ naming the same default zone it reads the zone once, here, and the
+  // workers opening zips at once only compare the name.
+  if (std::getenv("TZ") == nullptr) setenv("TZ", ":/etc/localtime", 0);
+  tzset();
   std::vector<std::thread> workers;
   for (size_t i = 0; i < jobs; ++i) {
     workers.emplace_back([&] {
