@@ -11,6 +11,7 @@
 
 #include "client/interface/remediumclient.h"
 #include "hook/src/camxlayout.h"
+#include "hook/src/corearguments.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
 #include "hook/src/hooklogsites.h"
@@ -35,7 +36,7 @@ static_assert(ToggleSlaveAddress(0x18) == 0x66 && ToggleSlaveAddress(0x66) == 0x
 
 void ActuatorDataHook(void* pThis, ActuatorDriverData* pActuatorDriverData) noexcept {
   CAMX_PROXY_FRAME(frame);
-  const std::vector<std::string> arguments = RemediumClient::GetHookArguments("ActuatorI2CError");
+  const std::vector<std::string> arguments = RemediumClient::GetHookArguments(coreargument::kActuatorI2CError);
   for (const std::string& argument : arguments) {
     // A record without a name is logged as bionic prints a null "%s" and
     // matches nothing.
@@ -83,7 +84,7 @@ CamxResult ReadLensPositionDataHook(void* pThis) noexcept {
   int delay = 0;
   int replacement = 0;
   {
-    const std::vector<std::string> arguments = RemediumClient::GetHookArguments("ReadLensPositionData");
+    const std::vector<std::string> arguments = RemediumClient::GetHookArguments(coreargument::kReadLensPositionData);
     if (!arguments.empty()) {
       delay = atoi(arguments[0].c_str());
       if (arguments.size() >= 2) replacement = atoi(arguments[1].c_str());

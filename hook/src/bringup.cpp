@@ -14,6 +14,7 @@
 #include "client/interface/remediumclient.h"
 #include "core/model/monitor/interface/imagesensorstate.h"
 #include "hook/src/camxlayout.h"
+#include "hook/src/corearguments.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
 #include "hook/src/hooklogsites.h"
@@ -168,7 +169,7 @@ CamxResult CreateI2CInfoCmdHook(void* pThis, CSLSensorI2CInfo* pI2CInfo, unsigne
   CAMX_PROXY_FRAME(frame);
   const CamxResult result = frame.CallPrevious(&CreateI2CInfoCmdHook, pThis, pI2CInfo, arg);
   if (pI2CInfo == nullptr) return result;  // nothing to switch or show
-  const std::vector<std::string> arguments = RemediumClient::GetHookArguments("EEPROMI2C");
+  const std::vector<std::string> arguments = RemediumClient::GetHookArguments(coreargument::kEEPROMI2C);
   if (!arguments.empty()) {
     const auto address = static_cast<uint32_t>(std::atoi(arguments.front().c_str()));
     if (address != 0 && address == Layout::Read(pI2CInfo, Layout::kSensorI2CInfoSlaveAddress)) {

@@ -12,6 +12,7 @@
 
 #include "client/interface/remediumclient.h"
 #include "hook/src/camxlayout.h"
+#include "hook/src/corearguments.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
 #include "hook/src/proxyframe.h"
@@ -27,12 +28,11 @@ constexpr uint32_t kInjectedErrorCode = 5;
 constexpr uint32_t kInjectedErrorWord = 0x2000;
 static_assert(kInjectedErrorWord == 8192);
 
-// Asked of the core without the proxy's "Hook" ending.
-constexpr char kArgumentsName[] = "CSLMessageHandler";
+// The once-per-process notification names the proxy.
 constexpr char kNotificationName[] = "CSLMessageHandlerHook";
 #ifdef _LIBCPP_VERSION
 // libc++ keeps up to sizeof(std::string) - 2 characters inside the string.
-static_assert(sizeof(kArgumentsName) <= sizeof(std::string) - 1, "the query name must not allocate");
+static_assert(sizeof(coreargument::kCSLMessageHandler) <= sizeof(std::string) - 1, "the query name must not allocate");
 #endif
 
 }  // namespace
@@ -40,7 +40,7 @@ static_assert(sizeof(kArgumentsName) <= sizeof(std::string) - 1, "the query name
 void CSLMessageHandlerHook(void* pUserData, CSLMessage* pMessage) noexcept {
   CAMX_PROXY_FRAME(frame);
   // Built once: the core is asked for every kernel message.
-  static const std::string s_argumentsName(kArgumentsName);
+  static const std::string s_argumentsName(coreargument::kCSLMessageHandler);
   const std::vector<std::string> arguments = RemediumClient::GetHookArguments(s_argumentsName);
   if (!arguments.empty()) {
     // A non-number reads as 0, which turns the conversion off.

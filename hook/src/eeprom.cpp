@@ -6,6 +6,7 @@
 
 #include "client/interface/remediumclient.h"
 #include "hook/src/camxlayout.h"
+#include "hook/src/corearguments.h"
 #include "hook/src/eepromretry.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
@@ -48,7 +49,7 @@ bool MatchesCoreArgument(const std::string& argument, const char* name, std::ato
 
 CamxResult EEPROMDataProbeHook(void* pThis) noexcept {
   CAMX_PROXY_FRAME(frame);
-  RemediumClient::GetHookArguments("ProbeEEPROMProtection");  // fetched and released, unused
+  RemediumClient::GetHookArguments(coreargument::kProbeEEPROMProtection);  // fetched and released, unused
   const SettingsMap& settings = EepromOverrideSettings();
   const uint32_t cameraId = Layout::Read(pThis, Layout::kEepromDataCameraId);
   const std::string name = Layout::At(pThis, Layout::kEepromDataSensorName);
@@ -80,7 +81,7 @@ CamxResult EEPROMDataProbeHook(void* pThis) noexcept {
 
 CamxResult ProbeEEPROMHook(void* pThis, HwSensorInfo* pSensorInfo, const HwDeviceTypeInfo* pDeviceInfo) noexcept {
   CAMX_PROXY_FRAME(frame);
-  const std::vector<std::string> arguments = RemediumClient::GetHookArguments("ProbeEEPROM");
+  const std::vector<std::string> arguments = RemediumClient::GetHookArguments(coreargument::kProbeEEPROM);
   CamxResult result = frame.CallPrevious(&ProbeEEPROMHook, pThis, pSensorInfo, pDeviceInfo);
   const char* name = Layout::ReadEepromName(pSensorInfo);
   for (const std::string& argument : arguments) {
@@ -95,7 +96,7 @@ CamxResult ProbeEEPROMHook(void* pThis, HwSensorInfo* pSensorInfo, const HwDevic
 
 CamxResult ReadEEPROMDeviceHook(void* pThis) noexcept {
   CAMX_PROXY_FRAME(frame);
-  const std::vector<std::string> arguments = RemediumClient::GetHookArguments("ReadEEPROMDeviceFail");
+  const std::vector<std::string> arguments = RemediumClient::GetHookArguments(coreargument::kReadEEPROMDeviceFail);
   // OK: with no instruction from the core the read is skipped and reported done.
   if (arguments.empty()) return CamxResultSuccess;
   CamxResult result = frame.CallPrevious(&ReadEEPROMDeviceHook, pThis);

@@ -11,6 +11,7 @@
 #include "client/interface/remediumclient.h"
 #include "core/model/monitor/interface/imagesensorstate.h"
 #include "hook/src/camxlayout.h"
+#include "hook/src/corearguments.h"
 #include "hook/src/eepromretry.h"
 #include "hook/src/globals.h"
 #include "hook/src/hook.h"
@@ -53,8 +54,8 @@ CamxResult SensorProbeHook(void* pThis, int* pArg1, int* pArg2) noexcept {
   CAMX_PROXY_FRAME(frame);
   auto probe = [&] { return frame.CallPrevious(&SensorProbeHook, pThis, pArg1, pArg2); };
 
-  RemediumClient::GetHookArguments("SensorProbeI2CError");  // fetched and released, unused
-  const std::vector<std::string> protection = RemediumClient::GetHookArguments("SensorProbeProtection");
+  RemediumClient::GetHookArguments(coreargument::kSensorProbeI2CError);  // fetched and released, unused
+  const std::vector<std::string> protection = RemediumClient::GetHookArguments(coreargument::kSensorProbeProtection);
   const std::string name = Layout::ReadSensorProbeName(pThis);
 
   // Fault injection: the probe runs, but a named sensor reports failure.
