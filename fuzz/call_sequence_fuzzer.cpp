@@ -1,11 +1,13 @@
-// Whole HAL call sequences on the simulated phone: the input is read as up to
-// 64 operations (sim/sequence/sequence.h: proxies of the catalogue and
-// CamX::SetErrorFrameworkId, the HAL's and the kernel's results, the core and
-// the message centre coming and going, properties, the kernel parameter and
-// override-settings files, camera-service restarts and reboots), played on a
-// fresh phone per input with the library's invariants checked after every
-// operation. A violation aborts with the operation's index and the invariant.
-// `remedium-seq show|play|json INPUT` replays a kept input outside the fuzzer.
+// Whole HAL call sequences on the simulated phone: the input is read as a
+// scenario of up to 64 steps (sim/sequence/sequence.h: proxies of the
+// catalogue, CamX::SetErrorFrameworkId included, with the HAL's and the
+// kernel's results; the core, its switches and arguments, and the message
+// centre coming and going; properties, the kernel parameter and
+// override-settings files; camera-service restarts and reboots), played by
+// the scenario runner on a fresh phone per input with the library's
+// invariants checked after every step. A violation aborts with the step and
+// the invariant. `remedium-seq show|play|json INPUT` replays a kept input
+// outside the fuzzer.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -43,10 +45,26 @@ extern "C" __attribute__((visibility("default"))) void RemediumCoverageCounters(
   g_libraryStop = stop;
 }
 
+namespace {
+
+// Gathers the library's coverage before each camera process unloads it.
+class Coverage : public sim::scenario::Observer {
+ public:
+  void ProcessEnds() override { GatherCoverage(); }
+};
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::vector<sim::sequence::Op> ops = sim::sequence::Decode(data, size);
-  sim::sequence::PlayHooks hooks;
-  hooks.beforeProcessEnds = GatherCoverage;
-  sim::sequence::Play(ops, hooks);
+  static Coverage coverage;
+  const auto invariants = sim::scenario::MakeInvariants({});
+  sim::scenario::PlayOptions options;
+  options.keepSlices = false;
+  options.observers = {invariants.get(), &coverage};
+  const sim::scenario::RunResult run = sim::scenario::Play(sim::sequence::Decode(data, size), options);
+  if (!run.error.empty()) {
+    std::fprintf(stderr, "call-sequence fuzzer: %s\n", run.error.c_str());
+    std::abort();
+  }
   return 0;
 }

@@ -5,8 +5,9 @@
 
 namespace CamX::coreargument {
 
-// SensorProbeHook: sensor names (or name fragments) whose failed probe is
-// reported as a protection fault; "" matches every name.
+// SensorProbeHook: sensor names (or name fragments) whose probe is reported
+// as a protection fault (an empty name, or one holding all six role words,
+// matches nothing).
 inline constexpr char kSensorProbeProtection[] = "SensorProbeProtection";
 // SensorProbeHook: fetched and released, its answer unused.
 inline constexpr char kSensorProbeI2CError[] = "SensorProbeI2CError";
@@ -25,7 +26,7 @@ inline constexpr char kReadLensPositionData[] = "ReadLensPositionData";
 // CSLMessageHandlerHook: the frame value whose message becomes an error.
 inline constexpr char kCSLMessageHandler[] = "CSLMessageHandler";
 
-inline constexpr const char* kAll[] = {kSensorProbeProtection, kSensorProbeI2CError, kProbeEEPROMProtection,
+inline constexpr const char* kAll[] = {kSensorProbeProtection, kSensorProbeI2CError,  kProbeEEPROMProtection,
                                        kProbeEEPROM,           kReadEEPROMDeviceFail, kEEPROMI2C,
                                        kActuatorI2CError,      kReadLensPositionData, kCSLMessageHandler};
 

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <functional>
 
+#include "hook/src/corearguments.h"
 #include "sim/hal/simhal.h"
 #include "sim/hal/simlenspipelinehal.h"
 #include "sim/hal/simsensorhal.h"
@@ -16,6 +17,7 @@ namespace sim {
 namespace {
 
 namespace hal = sim::hal;
+namespace arg = CamX::coreargument;
 using enum Arg;
 
 template <typename Fn>
@@ -89,7 +91,11 @@ const std::vector<CatalogueEntry> kCatalogue = {
        int first = 0;
        int second = 0;
        return Result(As<SIM_PROXY_TYPE(SensorProbe)>(proxy)(object.get(), &first, &second));
-     }},
+     },
+     {{arg::kSensorProbeI2CError, {{"s5kgm2"}}, true},
+      {arg::kSensorProbeProtection,
+       {{"", "s5kgm2", "rear", "front", "imx582_rear", "macro_ultra_wide_tele_depth_front", "x"}},
+       true}}},
     {SIM_ENTRY(InitializeSensorDevice, "_ZN4CamX26InitializeSensorDeviceHookEPv"),
      false,
      {kBringUpCamera},
@@ -124,12 +130,14 @@ const std::vector<CatalogueEntry> kCatalogue = {
        Observed observed = Result(As<SIM_PROXY_TYPE(CreateI2CInfoCmd)>(proxy)(nullptr, info.get(), 0));
        observed.Set("slaveAddress", Number(info.slaveAddress()));
        return observed;
-     }},
+     },
+     {{arg::kEEPROMI2C, {{"0", "24", "102", "32", "0x18", "-1", "abc"}}, true}}},
     {SIM_ENTRY(EEPROMDataProbe, "_ZN4CamX19EEPROMDataProbeHookEPv"),
      false,
      {kCamera, kSensor},
      {{"eepromFlag", FieldKind::kNumber}},
-     &OnEepromData<SIM_PROXY_TYPE(EEPROMDataProbe), true>},
+     &OnEepromData<SIM_PROXY_TYPE(EEPROMDataProbe), true>,
+     {{arg::kProbeEEPROMProtection, {{"s5kgm2"}}, true}}},
     {SIM_ENTRY(ProbeEEPROM, "_ZN4CamX15ProbeEEPROMHookEPvPNS_12HwSensorInfoEPKNS_16HwDeviceTypeInfoE"),
      false,
      {kModuleCamera, kEeprom},
@@ -137,12 +145,16 @@ const std::vector<CatalogueEntry> kCatalogue = {
      [](void* proxy, const CallArgs& a) {
        hal::HwSensorInfoObject info(a.eeprom);
        return Result(As<SIM_PROXY_TYPE(ProbeEEPROM)>(proxy)(nullptr, info.get(), nullptr));
-     }},
+     },
+     {{arg::kProbeEEPROM,
+       {{"", "s5kgm2", "gt24p64", "otp", "imx582_rear", "rear", "macro_ultra_wide_tele_depth_front"}},
+       true}}},
     {SIM_ENTRY(ReadEEPROMDevice, "_ZN4CamX20ReadEEPROMDeviceHookEPv"),
      false,
      {kCamera, kSensor},
      {},
-     &OnEepromData<SIM_PROXY_TYPE(ReadEEPROMDevice), false>},
+     &OnEepromData<SIM_PROXY_TYPE(ReadEEPROMDevice), false>,
+     {{arg::kReadEEPROMDeviceFail, {{"", "s5kgm2", "rear", "imx582", "macro_ultra_wide_tele_depth_front"}}, true}}},
     {SIM_ENTRY(EEPROMVerifyChecksum, "_ZN4CamX24EEPROMVerifyChecksumHookEPvPhi"),
      false,
      {kData, kSize},
@@ -171,7 +183,10 @@ const std::vector<CatalogueEntry> kCatalogue = {
        observed.Set("slaveAddress", Number(object.slaveAddress()));
        observed.Set("halSawSlaveAddress", Number(hal::LastActuatorSlaveAddressSeen()));
        return observed;
-     }},
+     },
+     {{arg::kActuatorI2CError,
+       {{"", "ak7377", "s5kgm2", "dw9800", "rear", "macro_ultra_wide_tele_depth_front"}},
+       true}}},
     {SIM_ENTRY(OISRegisterProvider, "_ZN4CamX23OISRegisterProviderHookEPvS0_PKNS_14NCSProviderCapE"),
      false,
      {},
@@ -201,7 +216,8 @@ const std::vector<CatalogueEntry> kCatalogue = {
                                                                   std::chrono::steady_clock::now() - started)
                                                                   .count()));
        return observed;
-     }},
+     },
+     {{arg::kReadLensPositionData, {{"0", "1", "150", "slow"}, {"0", "5", "-1", "1", "x"}}, false}}},
     {SIM_ENTRY(FormatLensPositionData, "_ZN4CamX26FormatLensPositionDataHookEPvPNS_19OISLensPositionDataEPhm"),
      false,
      {},
@@ -241,7 +257,8 @@ const std::vector<CatalogueEntry> kCatalogue = {
        observed.Set("message",
                     Fields{{"type", seen.type}, {"errorCode", seen.errorCode}, {"errorWord", seen.errorWord}});
        return observed;
-     }},
+     },
+     {{arg::kCSLMessageHandler, {{"0", "1", "42", "4294967338", "frame42"}}, true}}},
     {SIM_ENTRY(ProcessCaptureRequest, "_ZN4CamX25ProcessCaptureRequestHookEPvPNS_21Camera3CaptureRequestE"),
      false,
      {kRecordControl, kTagRegistered, kTagZero},
@@ -262,7 +279,18 @@ const std::vector<CatalogueEntry> kCatalogue = {
        observed.Set("aborted", aborted);
        return observed;
      }},
-    {"SetErrorFrameworkId", "_ZN4CamX19SetErrorFrameworkIdEji", nullptr, nullptr, true, {}, {}, nullptr},
+    // Called by the framework, installed over nothing.
+    {"SetErrorFrameworkId",
+     "_ZN4CamX19SetErrorFrameworkIdEji",
+     nullptr,
+     "SetErrorFrameworkId",
+     true,
+     {kCamera, kIsError},
+     {},
+     [](void* proxy, const CallArgs& a) {
+       As<decltype(CamX::SetErrorFrameworkId)>(proxy)(a.camera.value_or(0), a.isError);
+       return Observed{};
+     }},
 };
 
 #undef SIM_ENTRY
@@ -273,36 +301,6 @@ std::string Hex(uint64_t value) {
   char text[24];
   std::snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(value));
   return text;
-}
-
-const ArgInfo& Argument(Arg arg) {
-  // In the order of Arg. `required` is what a call without the key is told it needs.
-  static constexpr ArgInfo kArguments[] = {
-      {"camera", "a \"camera\""},
-      {"camera", "a \"camera\" (null: the HAL object has no camera id)"},
-      {"camera", "a \"camera\""},
-      {"camera", "a \"camera\""},
-      {"camera", nullptr},
-      {"slot", nullptr},
-      {"sensor", nullptr},
-      {"eeprom", nullptr},
-      {"actuator", nullptr},
-      {"opcode", "an \"opcode\" (2 init, 4 config)"},
-      {"slaveAddress", "a \"slaveAddress\" (such as \"0x18\")"},
-      {"slaveAddress", "a \"slaveAddress\" (such as \"0x18\")"},
-      {"data", nullptr},
-      {"size", nullptr},
-      {"timestamps", "\"timestamps\" (nanoseconds, one per sample)"},
-      {"sensorType", nullptr},
-      {"message", "a \"message\" ({\"type\", \"value\"} or null)"},
-      {"userData", nullptr},
-      {"recordControl", nullptr},
-      {"tagRegistered", nullptr},
-      {"tagZero", nullptr},
-      {"kernel", nullptr},
-  };
-  static_assert(std::size(kArguments) == static_cast<size_t>(kKernel) + 1, "one entry per Arg, in its order");
-  return kArguments[static_cast<size_t>(arg)];
 }
 
 void Observed::Set(const std::string& key, Value value) {
@@ -331,6 +329,21 @@ const CatalogueEntry* FindCatalogueEntry(const std::string& name) {
   return nullptr;
 }
 
+std::vector<const CoreArgument*> CoreArguments() {
+  std::vector<const CoreArgument*> arguments;
+  for (const CatalogueEntry& entry : kCatalogue) {
+    for (const CoreArgument& argument : entry.coreArguments) arguments.push_back(&argument);
+  }
+  return arguments;
+}
+
+const CoreArgument* FindCoreArgument(const std::string& name) {
+  for (const CoreArgument* argument : CoreArguments()) {
+    if (name == argument->name) return argument;
+  }
+  return nullptr;
+}
+
 const CatalogueEntry* FindCall(const std::string& call) {
   for (const CatalogueEntry& entry : kCatalogue) {
     if (entry.call != nullptr && call == entry.call) return &entry;
@@ -344,62 +357,6 @@ std::string Signature(const CatalogueEntry& entry) {
   std::string signature = status == 0 && text != nullptr ? text : entry.mangled;
   std::free(text);
   return signature;
-}
-
-std::string Title(const CatalogueEntry& entry, const CallArgs& a) {
-  std::string inside;
-  const auto add = [&inside](const std::string& part) { inside += (inside.empty() ? "" : ", ") + part; };
-  if (a.camera) add("camera " + std::to_string(*a.camera));
-  if (a.cameraAbsent) add("no camera id");
-  for (Arg arg : entry.args) {
-    switch (arg) {
-      case kSlot:
-        add("slot " + std::to_string(a.slot.value_or(0)));
-        break;
-      case kSensor:
-        add(a.sensor);
-        break;
-      case kEeprom:
-        add(a.eeprom);
-        break;
-      case kActuator:
-        add(a.actuator.value_or("no name"));
-        break;
-      case kOpcode:
-        add("opcode " + std::to_string(a.opcode));
-        break;
-      case kSlaveAddress:
-      case kSlaveAddress16:
-        add("slave " + Hex(a.slaveAddress));
-        break;
-      case kData:
-        add(a.dataNull ? "no data" : std::to_string(a.dataLength) + " bytes");
-        break;
-      case kTimestamps:
-        add(std::to_string(a.timestamps.size()) + (a.timestamps.size() == 1 ? " sample" : " samples") + ", type " +
-            std::to_string(a.sensorType));
-        break;
-      case kMessage:
-        add(a.messageNull ? "no message"
-                          : "kind " + std::to_string(a.messageType) + ", value " + std::to_string(a.messageValue));
-        break;
-      case kUserData:
-        if (a.userDataNull) add("no user data");
-        break;
-      case kRecordControl:
-        add(a.recordControl ? "recordControl " + std::to_string(*a.recordControl) : "no recordControl");
-        break;
-      case kTagRegistered:
-        if (!a.tagRegistered) add("tag not registered");
-        break;
-      case kTagZero:
-        if (a.tagZero) add("tag 0 = " + std::to_string(*a.tagZero));
-        break;
-      default:
-        break;
-    }
-  }
-  return std::string(entry.call) + "(" + inside + ")";
 }
 
 }  // namespace sim

@@ -44,10 +44,12 @@ struct CallArgs {
   std::optional<uint8_t> recordControl;  // ProcessCaptureRequest
   bool tagRegistered = true;
   std::optional<uint8_t> tagZero;
+  int32_t isError = 0;  // SetErrorFrameworkId
 };
 
-// What a scenario may give a call, by kind. The scenario loader has one
-// reader per kind; sim/scenarios/README.md lists them per function.
+// What a scenario may give a call, by kind: sim/scenario/arguments.cpp
+// describes each (key, JSON, bytes, title); sim/scenarios/README.md lists
+// them per function.
 enum class Arg {
   kCamera,          // "camera": a camera of the device
   kCameraOrNull,    // "camera": a camera, or null for a HAL object without one
@@ -71,14 +73,19 @@ enum class Arg {
   kTagRegistered,   // "tagRegistered": default true
   kTagZero,         // "tagZero": a byte at tag 0
   kKernel,          // "kernel": SensorProbe's kernel result per call
+  kIsError,         // "isError": SetErrorFrameworkId's second parameter
 };
-// The key a scenario gives an argument kind under, and what a call that
-// lacks a required one is told it needs (null: the key may be left out).
-struct ArgInfo {
-  const char* key;
-  const char* required;
+
+// A name the proxy asks the framework core's GetHookArguments for
+// (hook/src/corearguments.h), and the values each position of the answer
+// takes that reach the proxy's branches: the fuzzer draws from them, and
+// from any text where `anyText` allows (not for a delay, which could stall
+// the camera process for an hour).
+struct CoreArgument {
+  const char* name;
+  std::vector<std::vector<std::string>> positions;  // the last serves every position after it
+  bool anyText;
 };
-const ArgInfo& Argument(Arg arg);
 
 // A value the HAL side showed after a call.
 using Fields = std::vector<std::pair<std::string, int64_t>>;
@@ -110,25 +117,28 @@ struct CatalogueEntry {
   const char* name;     // "GetStaticCapsHook"
   const char* mangled;  // the exported symbol
   void* halFunction;    // the simulated HAL function it is installed over; null: none
-  // For scenarios (none for CamX::SetErrorFrameworkId): the HAL function's
-  // name, which a step's "call" gives, the arguments, the HAL-side fields
-  // beyond "result" and "halCalls", and the call itself through the proxy.
+  // For scenarios: the HAL function's name (for CamX::SetErrorFrameworkId
+  // its own), which a step's "call" gives, the arguments, the HAL-side
+  // fields beyond "result" and "halCalls", and the call itself through the
+  // proxy.
   const char* call;
   bool returnsNothing;
   std::vector<Arg> args;
   std::vector<FieldSpec> fields;
   Observed (*invoke)(void* proxy, const CallArgs& args);
+  std::vector<CoreArgument> coreArguments = {};  // the core arguments the proxy reads
 };
 
 const std::vector<CatalogueEntry>& Catalogue();
 // By proxy name ("SensorProbeHook") or by call name ("SensorProbe"); null when unknown.
 const CatalogueEntry* FindCatalogueEntry(const std::string& name);
 const CatalogueEntry* FindCall(const std::string& call);
+// Every core argument some proxy reads, once each, in catalogue order; null when unknown.
+std::vector<const CoreArgument*> CoreArguments();
+const CoreArgument* FindCoreArgument(const std::string& name);
 // The demangled C++ name of the exported symbol.
 std::string Signature(const CatalogueEntry& entry);
 // "0x1a".
 std::string Hex(uint64_t value);
-// A step's title: "SensorProbe(camera 0, s5kgm2_rear)".
-std::string Title(const CatalogueEntry& entry, const CallArgs& args);
 
 }  // namespace sim

@@ -107,6 +107,7 @@ class Runner {
     sim::Phone phone;
     m_phone = &phone;
     ApplyChanges(m_scenario.setup);
+    for (Observer* observer : m_options.observers) observer->RunStarts(m_scenario);
     Take(&m_cursor);  // the setup's records are not the run's
     const Cursor start = m_cursor;
     m_result.libraryPath = sim::HookLibraryPath();
@@ -115,6 +116,7 @@ class Runner {
     }
     Cursor whole = start;
     m_result.total = Take(&whole);
+    ProcessEnds();
     m_result.durationUs =
         std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - started).count();
     phone.StopCameraProcess();
@@ -123,6 +125,11 @@ class Runner {
   }
 
  private:
+  void ProcessEnds() {
+    if (m_library == nullptr) return;
+    for (Observer* observer : m_options.observers) observer->ProcessEnds();
+  }
+
   // Starts a camera process; a fresh process starts with rand() unseeded.
   bool StartProcess(const std::function<sim::HookLibrary*()>& start) {
     std::srand(1);
@@ -138,6 +145,7 @@ class Runner {
       StepOutcome outcome;
       outcome.step = index;
       outcome.repetition = repetition;
+      for (Observer* observer : m_options.observers) observer->BeforeStep(step);
       switch (step.kind) {
         case Step::Kind::kRestart:
           outcome.title = "restart the camera service";
@@ -146,6 +154,7 @@ class Runner {
         case Step::Kind::kReboot:
           outcome.title = "reboot the phone";
           ++m_result.reboots;
+          ProcessEnds();
           StartProcess([&] {
             sim::HookLibrary* library = m_phone->Reboot();
             ApplyKernelParameter(*m_scenario.setup.kernelParameter);
@@ -159,7 +168,7 @@ class Runner {
           ApplyChanges(step.changes);
           break;
         case Step::Kind::kCall:
-          outcome.title = Title(*step.hook, step.args);
+          outcome.title = Title(step);
           Call(step, &outcome);
           break;
       }
@@ -171,6 +180,9 @@ class Runner {
         outcome.observed->Set("halCalls", static_cast<int64_t>(outcome.halResults.size()));
         m_result.halCalls[step.hook->call] += static_cast<int>(outcome.halResults.size());
         if (m_options.progress) m_options.progress(++m_callsDone, m_scenario.callCount);
+      }
+      for (Observer* observer : m_options.observers) {
+        if (m_library != nullptr && m_result.error.empty()) observer->AfterStep(step, outcome, *m_library);
       }
       Done(std::move(outcome));
       if (!m_result.outcomes.back().aborted || !m_result.error.empty()) continue;
@@ -188,6 +200,7 @@ class Runner {
 
   // A fresh camera process with every property kept, as a restart of the camera service gives.
   void Restart(const char* note) {
+    ProcessEnds();
     Note(note);
     ++m_result.restarts;
     StartProcess([&] { return m_phone->RestartCameraService(); });

@@ -10,130 +10,14 @@
 #include <cstring>
 #include <functional>
 
+#include "sim/scenario/arguments.h"
+
 namespace sim::scenario {
 namespace {
-
-// Thrown inside the reader only; ParseScenario turns it into a LoadError.
-struct Failure {
-  std::string path;
-  std::string message;
-};
 
 constexpr int64_t kInt32Min = INT32_MIN, kInt32Max = INT32_MAX, kUint32Max = UINT32_MAX;
 constexpr char kHalResult[] = "a HAL result (0 success, non-zero failure)";
 constexpr char kStrings[] = "an array of strings";
-
-std::string Join(const std::vector<std::string>& items, const std::string& separator = ", ") {
-  std::string text;
-  for (size_t i = 0; i < items.size(); ++i) text += (i ? separator : "") + items[i];
-  return text;
-}
-
-// A value for an error message: its kind and the start of its text (values
-// are at most kMaxDepth deep, so the text is bounded work).
-std::string Shown(const Json& value) {
-  static const char* const kKinds[] = {"null",      "an object",  "an array",   "a string",
-                                       "a boolean", "an integer", "an integer", "a number with a fraction"};
-  const auto kind = static_cast<size_t>(value.type());
-  std::string text = value.dump(-1, ' ', false, Json::error_handler_t::replace);
-  if (text.size() > 40) text = text.substr(0, 37) + "...";
-  return std::string(kind < std::size(kKinds) ? kKinds[kind] : "something else") + " (" + text + ")";
-}
-
-std::string Article(const std::string& word) {
-  return std::string("AEIOU").find(word[0]) == std::string::npos ? "a " : "an ";
-}
-
-// A value inside the scenario with its JSON path, for errors that say where.
-class Node {
- public:
-  Node(const Json& value, std::string path) : m_value(&value), m_path(std::move(path)) {}
-
-  const Json& value() const { return *m_value; }
-  const std::string& path() const { return m_path; }
-  [[noreturn]] void Fail(const std::string& message) const { throw Failure{m_path, message}; }
-  [[noreturn]] void Expected(const std::string& what) const { Fail("expected " + what + ", got " + Shown(*m_value)); }
-
-  bool IsNull() const { return m_value->is_null(); }
-  bool Has(const std::string& key) const { return m_value->is_object() && m_value->contains(key); }
-  Node At(const std::string& key) const { return Node(m_value->at(key), m_path.empty() ? key : m_path + "." + key); }
-  // The members of `key`; none when it is not given.
-  std::vector<std::pair<std::string, Node>> MembersOf(const std::string& key, const std::string& what) const {
-    return Has(key) ? At(key).Members(what) : std::vector<std::pair<std::string, Node>>{};
-  }
-
-  std::vector<Node> Items(const std::string& what) const {
-    if (!m_value->is_array()) Expected(what);
-    std::vector<Node> items;
-    for (size_t i = 0; i < m_value->size(); ++i)
-      items.emplace_back((*m_value)[i], m_path + "[" + std::to_string(i) + "]");
-    return items;
-  }
-  std::vector<std::pair<std::string, Node>> Members(const std::string& what) const {
-    if (!m_value->is_object()) Expected(what);
-    std::vector<std::pair<std::string, Node>> members;
-    for (auto it = m_value->begin(); it != m_value->end(); ++it) members.emplace_back(it.key(), At(it.key()));
-    return members;
-  }
-  // Rejects keys outside `known`, naming the ones that are allowed.
-  void OnlyKeys(const std::vector<std::string>& known, const std::string& what) const {
-    for (const auto& [key, value] : Members(what)) {
-      if (std::find(known.begin(), known.end(), key) == known.end()) {
-        Fail("unknown key \"" + key + "\" in " + what + "; known keys: " + Join(known));
-      }
-    }
-  }
-
-  std::string String(const std::string& what = "a string") const {
-    if (!m_value->is_string()) Expected(what);
-    return m_value->get<std::string>();
-  }
-  bool Bool() const {
-    if (!m_value->is_boolean()) Expected("true or false");
-    return m_value->get<bool>();
-  }
-  // An integer in [low, high]; a string holding a decimal or "0x" number is
-  // accepted too, since addresses and codes read better in hexadecimal.
-  int64_t Integer(int64_t low, int64_t high, const std::string& what) const {
-    const std::string range = " from " + std::to_string(low) + " to " + std::to_string(high);
-    int64_t number = 0;
-    if (m_value->is_number_unsigned() && m_value->get<uint64_t>() > static_cast<uint64_t>(INT64_MAX)) {
-      Fail("expected " + what + range + ", got " + m_value->dump());
-    } else if (m_value->is_number_integer()) {
-      number = m_value->get<int64_t>();
-    } else if (m_value->is_string()) {
-      const std::string text = m_value->get<std::string>();
-      char* end = nullptr;
-      errno = 0;
-      number = std::strtoll(text.c_str(), &end, 0);
-      if (text.empty() || *end != '\0' || errno == ERANGE) Expected(what);
-    } else {
-      Expected(what);
-    }
-    if (number < low || number > high) Fail("expected " + what + range + ", got " + std::to_string(number));
-    return number;
-  }
-  int64_t Any64(const std::string& what) const { return Integer(INT64_MIN, INT64_MAX, what); }
-  uint64_t Unsigned64(const std::string& what) const {
-    return m_value->is_number_unsigned() ? m_value->get<uint64_t>()
-                                         : static_cast<uint64_t>(Integer(0, INT64_MAX, what));
-  }
-  std::vector<std::string> Strings(const std::string& what) const {
-    std::vector<std::string> strings;
-    for (const Node& item : Items(what)) strings.push_back(item.String(what));
-    return strings;
-  }
-  std::vector<int64_t> Numbers(const std::string& what, const std::string& each = "a number") const {
-    std::vector<int64_t> numbers;
-    for (const Node& item : Items(what)) numbers.push_back(item.Any64(each));
-    return numbers;
-  }
-
- private:
-  const Json* m_value;
-  std::string m_path;
-};
-
 // A number in a key ("32" of {"32": -110}) from `low` to `high`.
 int64_t Index(const std::string& key, int64_t low, int64_t high, const Node& value, const std::string& message) {
   char* end = nullptr;
@@ -210,6 +94,11 @@ CoreSetup Core(const Node& node) {
         value.Bool();
   }
   for (const auto& [key, value] : node.MembersOf("hookArguments", "an object of hook names and argument lists")) {
+    if (FindCoreArgument(key) == nullptr) {
+      std::vector<std::string> known;
+      for (const CoreArgument* argument : CoreArguments()) known.push_back(argument->name);
+      value.Fail("the library asks the core for no argument \"" + key + "\"; it asks for " + Join(known));
+    }
     core.hookArguments[key] = value.Strings("an array of argument strings");
   }
   return core;
@@ -442,7 +331,15 @@ class Parser {
           {"core", "messageCenter", "properties", "kernelParameter", "overrideSettings", "bootTime"}, "\"set\"");
       ReadChanges(node.At("set"), &step.changes);
     } else {
-      ParseCall(node, &step);
+      const std::string function = node.At("call").String("the name of a hooked HAL function");
+      if ((step.hook = FindCall(function)) == nullptr) {
+        std::vector<std::string> known;
+        for (const CatalogueEntry& entry : Catalogue()) known.push_back(entry.call);
+        node.At("call").Fail("\"" + function + "\" is not a hooked HAL function; known: " + Join(known));
+      }
+      CallReading reading{*m_scenario, node, step, nullptr, std::nullopt};
+      ReadCall(reading);
+      m_scenario->callCount += static_cast<size_t>(step.repeat);
     }
     if (node.Has("expect")) step.expect = Expect(node.At("expect"), &step);
     if ((m_played += static_cast<size_t>(step.repeat)) > kMaxSteps) {
@@ -450,142 +347,6 @@ class Parser {
                 " steps (repetitions counted), the most a scenario may play");
     }
     return step;
-  }
-
-  const Camera& StepCamera(const Node& camera, uint32_t limit) const {
-    const uint32_t id = static_cast<uint32_t>(camera.Integer(0, UINT16_MAX, "a camera id"));
-    const Camera* found = FindCamera(id);
-    if (found == nullptr) {
-      std::vector<std::string> ids;
-      for (const Camera& known : m_scenario->cameras) ids.push_back(std::to_string(known.id));
-      camera.Fail("camera " + std::to_string(id) + " is not on the device (device.cameras has " +
-                  (ids.empty() ? std::string("none") : Join(ids)) + ")");
-    }
-    if (id >= limit) {
-      camera.Fail("camera " + std::to_string(id) +
-                  " is outside the 16-entry slot table; the library stops the camera process there (bounds trap), "
-                  "which the simulator does not play");
-    }
-    return *found;
-  }
-
-  // A module name: given (and, with a camera, one of the device's), or the camera's first.
-  static std::string Named(const Node& node, const std::string& key, const Camera* camera,
-                           std::vector<std::string> Camera::* list, const std::string& what) {
-    const std::vector<std::string> known = camera != nullptr ? camera->*list : std::vector<std::string>{};
-    if (node.Has(key)) {
-      const std::string name = node.At(key).String("a " + what + " name");
-      if (!known.empty() && std::find(known.begin(), known.end(), name) == known.end()) {
-        node.At(key).Fail("\"" + name + "\" is not a " + what + " of camera " + std::to_string(camera->id) +
-                          " (device lists " + Join(known) + ")");
-      }
-      return name;
-    }
-    if (!known.empty()) return known.front();
-    node.Fail("this call needs \"" + key + "\" (or a camera whose device entry lists " + what + "s)");
-  }
-
-  // "hal" or "kernel": an array gives one value per call (none beyond it), a single value every call.
-  template <typename T, typename Read>
-  static std::optional<std::vector<T>> PerCall(const Node& node, T* every, const std::string& what, Read read) {
-    if (!node.value().is_array()) {
-      *every = read(node);
-      return std::nullopt;
-    }
-    std::vector<T> values;
-    for (const Node& item : node.Items("")) values.push_back(read(item));
-    if (values.empty()) node.Fail("expected at least one " + what);
-    return values;
-  }
-
-  void ParseCall(const Node& node, Step* step) {
-    const std::string function = node.At("call").String("the name of a hooked HAL function");
-    if ((step->hook = FindCall(function)) == nullptr) {
-      std::vector<std::string> known;
-      for (const CatalogueEntry& entry : Catalogue()) {
-        if (entry.call != nullptr) known.push_back(entry.call);
-      }
-      node.At("call").Fail("\"" + function + "\" is not a hooked HAL function; known: " + Join(known));
-    }
-    const std::string call = Article(function) + function + " call";
-    std::vector<std::string> keys = {"call", "note", "expect", "repeat", "hal"};
-    for (Arg arg : step->hook->args) keys.push_back(Argument(arg).key);
-    node.OnlyKeys(keys, call);
-    CallArgs& a = step->args;
-    hal::Outcome& after = step->hal.after;
-    std::optional<std::vector<CamxResult>> results;
-    std::optional<std::vector<std::optional<int64_t>>> kernels;
-    const Camera* camera = nullptr;
-    const auto u32 = [](const Node& value, const char* what) {
-      return static_cast<uint32_t>(value.Integer(0, kUint32Max, what));
-    };
-    const auto byte = [](const Node& value) { return static_cast<uint8_t>(value.Integer(0, 255, "a byte value")); };
-    for (Arg arg : step->hook->args) {
-      const std::string key = Argument(arg).key;
-      const bool has = node.Has(key);
-      const Node value = has ? node.At(key) : node;
-      if (!has && Argument(arg).required != nullptr) node.Fail(call + " needs " + Argument(arg).required);
-      if (arg == Arg::kCamera || arg == Arg::kBringUpCamera || arg == Arg::kSubmitCamera ||
-          (arg == Arg::kCameraOrNull && !(a.cameraAbsent = value.IsNull()))) {
-        const bool traps =
-            arg == Arg::kBringUpCamera || (arg == Arg::kSubmitCamera && (a.opcode == 2 || a.opcode == 4));
-        a.camera = (camera = &StepCamera(value, traps ? 16 : UINT16_MAX + 1u))->id;
-      }
-      if (arg == Arg::kModuleCamera && has) camera = &StepCamera(value, UINT16_MAX + 1u);
-      if (arg == Arg::kSlot) a.slot = has ? u32(value, "a slot id") : camera->slot;
-      if (arg == Arg::kSensor) a.sensor = Named(node, key, camera, &Camera::sensors, "sensor");
-      if (arg == Arg::kEeprom) a.eeprom = Named(node, key, camera, &Camera::eeproms, "EEPROM");
-      if (arg == Arg::kActuator && (!has || !value.IsNull())) {
-        a.actuator = Named(node, key, camera, &Camera::actuators, "actuator");
-      }
-      if (arg == Arg::kOpcode) a.opcode = u32(value, "a packet opcode");
-      if (arg == Arg::kSlaveAddress) a.slaveAddress = u32(value, "an I2C slave address");
-      if (arg == Arg::kSlaveAddress16)
-        a.slaveAddress = static_cast<uint32_t>(value.Integer(0, UINT16_MAX, "a 16-bit slave address"));
-      if (arg == Arg::kData && has && !(a.dataNull = value.IsNull())) {
-        value.OnlyKeys({"length", "fill"}, "\"data\" (the EEPROM bytes handed over)");
-        if (value.Has("length")) {
-          a.dataLength = static_cast<uint32_t>(
-              value.At("length").Integer(1024, 65536, "a length in bytes (the HAL reads at least 1024)"));
-        }
-        if (value.Has("fill")) a.fill = byte(value.At("fill"));
-      }
-      if (arg == Arg::kSize && has) a.size = static_cast<int32_t>(value.Integer(kInt32Min, kInt32Max, "a size"));
-      if (arg == Arg::kTimestamps) {
-        a.timestamps = value.Numbers("an array of timestamps in nanoseconds", "a timestamp in nanoseconds");
-        if (a.timestamps.size() > 4096) value.Fail("at most 4096 samples per batch");
-      }
-      if (arg == Arg::kSensorType && has) {
-        a.sensorType = static_cast<int32_t>(value.Integer(kInt32Min, kInt32Max, "an NCSSensorType"));
-      }
-      if (arg == Arg::kMessage && !(a.messageNull = value.IsNull())) {
-        value.OnlyKeys({"type", "value"}, "\"message\"");
-        if (value.Has("type")) a.messageType = u32(value.At("type"), "a message kind");
-        if (value.Has("value")) a.messageValue = value.At("value").Unsigned64("a 64-bit value");
-      }
-      if (arg == Arg::kUserData) a.userDataNull = has && !value.Bool();
-      if (arg == Arg::kRecordControl && has && !value.IsNull()) a.recordControl = byte(value);
-      if (arg == Arg::kTagRegistered) a.tagRegistered = !has || value.Bool();
-      if (arg == Arg::kTagZero && has) a.tagZero = byte(value);
-      if (arg == Arg::kKernel && has) {
-        kernels = PerCall(value, &after.kernel, "kernel result", [](const Node& item) -> std::optional<int64_t> {
-          if (item.IsNull()) return std::nullopt;
-          return item.Any64("a kernel probe result (kmd; 0 success) or null (none)");
-        });
-      }
-    }
-    if (node.Has("hal")) {
-      if (step->hook->returnsNothing) node.At("hal").Fail(function + " returns nothing; leave \"hal\" out");
-      results = PerCall(node.At("hal"), &after.result, "HAL result", [](const Node& item) {
-        return static_cast<CamxResult>(item.Integer(kInt32Min, kInt32Max, kHalResult));
-      });
-    }
-    for (size_t i = 0; i < std::max(results ? results->size() : 0, kernels ? kernels->size() : 0); ++i) {
-      step->hal.calls.emplace_back(results ? (i < results->size() ? (*results)[i] : 0) : after.result,
-                                   kernels ? (i < kernels->size() ? (*kernels)[i] : std::nullopt) : after.kernel);
-    }
-    if (node.Has("repeat")) step->repeat = static_cast<int>(node.At("repeat").Integer(1, kMaxRepeat, "a repeat count"));
-    m_scenario->callCount += static_cast<size_t>(step->repeat);
   }
 
   Scenario* m_scenario;
@@ -640,6 +401,65 @@ std::string ZeroTable(size_t count) {
   std::string text;
   for (size_t i = 0; i < count; ++i) text += i ? ",0" : "0";
   return text;
+}
+
+namespace {
+
+// The keys a scenario's top level and a "set" step share, written as ReadChanges reads them.
+void WriteChanges(const Changes& changes, Json* json) {
+  Json& j = *json;
+  if (changes.overrideSettings)
+    j["overrideSettings"] = changes.overrideSettings->has_value() ? Json(**changes.overrideSettings) : Json(nullptr);
+  if (!changes.properties.empty()) {
+    j["properties"] = Json::object();
+    for (const auto& [key, value] : changes.properties) j["properties"][key] = value ? Json(*value) : Json(nullptr);
+  }
+  if (changes.kernelParameter) {
+    j["kernelParameter"] = changes.kernelParameter->present ? Json(changes.kernelParameter->text) : Json(nullptr);
+  }
+  if (const auto& core = changes.core) {
+    j["core"] = {{"present", core->present}};
+    for (const auto& [kind, open] : core->switches) j["core"]["switches"][std::to_string(kind)] = open;
+    for (const auto& [name, arguments] : core->hookArguments) j["core"]["hookArguments"][name] = arguments;
+  }
+  if (const auto& centre = changes.messageCenter) {
+    j["messageCenter"] = {{"present", centre->present}, {"send", centre->withSend}};
+    for (const auto& [sensor, type] : centre->sensorTypes) j["messageCenter"]["sensorTypes"][sensor] = type;
+    for (const auto& [type, answer] : centre->mostProbed) {
+      j["messageCenter"]["mostProbed"][type] = {{"sensor", answer.sensor}, {"recordCount", answer.recordCount}};
+    }
+  }
+}
+
+}  // namespace
+
+Json ScenarioJson(const Scenario& scenario) {
+  Json root = {{"name", scenario.name}};
+  if (!scenario.description.empty()) root["description"] = scenario.description;
+  Json cameras = Json::array();
+  for (const Camera& camera : scenario.cameras) {
+    Json& item = cameras.emplace_back(Json{{"id", camera.id}, {"slot", camera.slot}});
+    if (!camera.role.empty()) item["role"] = camera.role;
+    if (!camera.sensors.empty()) item["sensors"] = camera.sensors;
+    if (!camera.eeproms.empty()) item["eeproms"] = camera.eeproms;
+    if (!camera.actuators.empty()) item["actuators"] = camera.actuators;
+  }
+  root["device"] = {{"bootTime", scenario.setup.bootTime.value_or(100)}, {"cameras", cameras}};
+  Changes setup = scenario.setup;
+  setup.bootTime.reset();
+  WriteChanges(setup, &root);
+  Json& steps = root["steps"] = Json::array();
+  for (const Step& step : scenario.steps) {
+    Json json;
+    if (step.kind == Step::Kind::kCall) json = WriteCall(step);
+    if (step.kind == Step::Kind::kRestart) json["restart"] = true;
+    if (step.kind == Step::Kind::kReboot) json["reboot"] = true;
+    if (step.kind == Step::Kind::kSet) WriteChanges(step.changes, &(json["set"] = Json::object()));
+    if (step.kind == Step::Kind::kSet && step.changes.bootTime) json["set"]["bootTime"] = *step.changes.bootTime;
+    if (!step.note.empty()) json["note"] = step.note;
+    steps.push_back(std::move(json));
+  }
+  return root;
 }
 
 std::optional<Scenario> ParseScenario(const std::string& text, const std::string& file, LoadError* error) {

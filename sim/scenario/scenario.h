@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +18,7 @@
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
 #include "sim/harness/catalogue.h"
+#include "sim/harness/harness.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simlog.h"
 
@@ -151,6 +153,12 @@ inline constexpr int kMaxDepth = 64;           // nesting of arrays and objects
 inline constexpr int64_t kMaxRepeat = 100000;  // "repeat" of one step
 inline constexpr size_t kMaxSteps = 200000;    // steps a scenario plays, repetitions counted
 
+// A scenario as its JSON file says it (without expectations): what the
+// loader reads back as the same scenario.
+Json ScenarioJson(const Scenario& scenario);
+// A step's title: "SensorProbe(camera 0, s5kgm2_rear)"; "set" for a set step.
+std::string Title(const Step& step);
+
 // Reads and validates a scenario; on failure returns nullopt and sets `error`.
 // Only a regular file is read, and at most kMaxFileBytes of it. Never throws.
 std::optional<Scenario> LoadScenarioFile(const std::string& file, LoadError* error);
@@ -204,6 +212,27 @@ struct RunResult {
   int64_t durationUs = 0;
 };
 
+// Told of every step as the runner plays it, and of every camera process's
+// end (a restart, a reboot, an abort, the end of the run).
+class Observer {
+ public:
+  virtual ~Observer() = default;
+  virtual void RunStarts(const Scenario&) {}
+  virtual void BeforeStep(const Step&) {}
+  virtual void AfterStep(const Step&, const StepOutcome&, const sim::HookLibrary&) {}
+  virtual void ProcessEnds() {}
+};
+
+// What the library must never do, whatever it is called with, checked after
+// every step: the call-sequence fuzzer, `remedium-seq play` and
+// `remedium-sim run --check-invariants` use it. `violation` gets
+// "steps[3] #1 (SensorProbe(camera 0, ...)): invariant violated: ...".
+struct InvariantOptions {
+  std::function<void(const std::string& message)> violation;
+  std::optional<size_t> leakAfter;  // test-only fault: after this step, a descriptor is left open
+};
+std::unique_ptr<Observer> MakeInvariants(InvariantOptions options);
+
 struct PlayOptions {
   // Called after every HAL call with the calls done and the calls in all.
   std::function<void(size_t done, size_t total)> progress;
@@ -212,6 +241,7 @@ struct PlayOptions {
   // false: a step's records are dropped once stepDone has seen them, so a
   // long run keeps only what the whole run's report and checks need.
   bool keepSlices = true;
+  std::vector<Observer*> observers;
 };
 
 // Plays `scenario` on a new simulated phone. Never throws; a run that cannot

@@ -1,7 +1,7 @@
 // remedium-seq: call sequences of the call-sequence fuzzer, by hand.
-//   remedium-seq show INPUT            the operations, one a line
+//   remedium-seq show INPUT            the steps, one a line
 //   remedium-seq play INPUT            plays them on a fresh phone, checking the invariants
-//   remedium-seq json INPUT [NAME]     the operations as a scenario file (for remedium-sim)
+//   remedium-seq json INPUT [NAME]     the steps as a scenario file (for remedium-sim)
 //   remedium-seq seed SCENARIO OUTPUT  a scenario file as an input (a seed)
 #include <fstream>
 #include <iostream>
@@ -9,25 +9,15 @@
 #include <string>
 #include <vector>
 
-#include "sim/scenario/scenario.h"
 #include "sim/sequence/sequence.h"
 
 namespace {
 
+namespace sc = sim::scenario;
+
 int Usage() {
   std::cerr << "usage: remedium-seq show INPUT | play INPUT | json INPUT [NAME] | seed SCENARIO OUTPUT\n";
   return 2;
-}
-
-bool ReadInput(const std::string& path, std::vector<sim::sequence::Op>* ops) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    std::cerr << "remedium-seq: cannot read " << path << "\n";
-    return false;
-  }
-  const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  *ops = sim::sequence::Decode(bytes.data(), bytes.size());
-  return true;
 }
 
 }  // namespace
@@ -35,38 +25,52 @@ bool ReadInput(const std::string& path, std::vector<sim::sequence::Op>* ops) {
 int main(int argc, char** argv) {
   if (argc < 3) return Usage();
   const std::string command = argv[1];
-  std::vector<sim::sequence::Op> ops;
   if (command == "seed" && argc == 4) {
-    sim::scenario::LoadError error;
-    const auto scenario = sim::scenario::LoadScenarioFile(argv[2], &error);
+    sc::LoadError error;
+    const auto scenario = sc::LoadScenarioFile(argv[2], &error);
     if (!scenario) {
       std::cerr << error.ToString() << "\n";
       return 1;
     }
-    const std::vector<uint8_t> bytes = sim::sequence::Encode(sim::sequence::FromScenario(*scenario));
+    const std::vector<uint8_t> bytes = sim::sequence::Encode(*scenario);
     std::ofstream out(argv[3], std::ios::binary);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     return out ? 0 : 1;
   }
-  if (argc > 4 || !ReadInput(argv[2], &ops)) return Usage();
-  if (command == "show") {
-    for (size_t i = 0; i < ops.size(); ++i) std::cout << i << ": " << sim::sequence::Describe(ops[i]) << "\n";
+  std::ifstream in(argv[2], std::ios::binary);
+  if (argc > 4 || !in) {
+    if (!in) std::cerr << "remedium-seq: cannot read " << argv[2] << "\n";
+    return Usage();
+  }
+  const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const sc::Scenario scenario =
+      sim::sequence::Decode(bytes.data(), bytes.size(), argc == 4 ? argv[3] : "call sequence " + std::string(argv[2]));
+  if (command == "show" && argc == 3) {
+    for (size_t i = 0; i < scenario.steps.size(); ++i) {
+      std::cout << i << ": " << sim::sequence::Describe(scenario.steps[i]) << "\n";
+    }
     return 0;
   }
   if (command == "json") {
-    std::cout << sim::sequence::ToScenarioJson(ops, argc == 4 ? argv[3] : "call sequence " + std::string(argv[2]));
+    // Text that is not UTF-8 is written with U+FFFD: JSON holds only Unicode.
+    std::cout << sc::ScenarioJson(scenario).dump(2, ' ', false, sc::Json::error_handler_t::replace) << "\n";
     return 0;
   }
   if (command == "play" && argc == 3) {
     bool failed = false;
-    sim::sequence::PlayHooks hooks;
-    hooks.violation = [&failed](const std::string& message) {
-      std::cout << message << "\n";
-      failed = true;
-    };
-    const size_t played = sim::sequence::Play(ops, hooks);
-    std::cout << played << " of " << ops.size() << " operations played" << (failed ? "" : ", invariants hold") << "\n";
-    return failed ? 1 : 0;
+    const auto invariants = sc::MakeInvariants({[&failed](const std::string& message) {
+                                                  std::cout << message << "\n";
+                                                  failed = true;
+                                                },
+                                                std::nullopt});
+    sc::PlayOptions options;
+    options.keepSlices = false;
+    options.observers = {invariants.get()};
+    const sc::RunResult run = sc::Play(scenario, options);
+    if (!run.error.empty()) std::cout << run.error << "\n";
+    std::cout << run.outcomes.size() << " of " << scenario.steps.size() << " steps played"
+              << (failed || !run.error.empty() ? "" : ", invariants hold") << "\n";
+    return failed || !run.error.empty() ? 1 : 0;
   }
   return Usage();
 }

@@ -8,8 +8,8 @@
 //   remedium-sim explain FILE...      tells what the library decided, from a phone's logs and properties
 //   remedium-sim fleet ...            many bug reports in one database: ingest, summary, compare, report, export, merge
 //
-// Exit status: 0 done, 1 an expectation not met (check) or a proxy missing
-// (hooks), 2 a problem to fix first (a malformed scenario, a missing library,
+// Exit status: 0 done, 1 an expectation not met (check), an invariant broken (run --check-invariants) or a
+// proxy missing (hooks), 2 a problem to fix first (a malformed scenario, a missing library,
 // a wrong command line).
 #include <unistd.h>
 
@@ -60,7 +60,7 @@ struct Progress {
 };
 
 struct RunOptions {
-  bool check = false, logcat = false, verbose = false, quiet = false;
+  bool check = false, logcat = false, verbose = false, quiet = false, invariants = false;
   std::string jsonPath, progress = "auto";
 };
 
@@ -103,7 +103,16 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
       if (timeline) std::cout << sc::FormatStep(played, outcome, {options.verbose, options.logcat}) << std::flush;
       sc::CheckStep(played, outcome, &check);
     };
+    bool violated = false;
+    const auto invariants =
+        sc::MakeInvariants({[&](const std::string& message) {
+                              std::fprintf(stderr, "remedium-sim: %s: %s\n", scenario.file.c_str(), message.c_str());
+                              violated = true;
+                            },
+                            std::nullopt});
+    if (options.invariants) play.observers.push_back(invariants.get());
     const sc::RunResult run = sc::Play(scenario, play);
+    if (violated && status == 0) status = kExitMismatch;
     progress.Clear();
     sc::CheckEnd(scenario, run, &check);
     if (!jsonPath.empty()) report["scenarios"].push_back(sc::ReportJson(scenario, run, check));
@@ -209,6 +218,9 @@ int main(int argc, char** argv) {
       playing("run", "Play scenario files and show what the library did, step by step", &runFiles, &runOptions,
               "Scenario files (JSON; see sim/scenarios/README.md)", "Print no timeline (with --json)");
   run->add_flag("--logcat", runOptions.logcat, "Print the library's log lines in logcat's format");
+  run->add_flag("--check-invariants", runOptions.invariants,
+                "Check after every step what the library must never do (as the call-sequence fuzzer does); exit 1 "
+                "on a violation");
   run->add_flag("-v,--verbose", runOptions.verbose,
                 "Show every log line in the timeline, not only warnings and errors");
   CLI::App* check = playing("check", "Play scenario files and compare with the expectations in each", &checkFiles,

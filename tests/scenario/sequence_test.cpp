@@ -1,15 +1,18 @@
-// Call sequences (the call-sequence fuzzer's inputs): the byte form reads back
-// as written, a sequence converted to a scenario file does on the phone what
-// the sequence does, and a broken invariant is reported with the operation.
+// Call sequences (the call-sequence fuzzer's inputs, a byte encoding of a
+// scenario): bytes, scenario and JSON read back as written, a sequence's
+// scenario file does on the phone what the sequence does, the fuzzer reaches
+// every core argument, and a broken invariant is reported with the step.
 #include "sim/sequence/sequence.h"
 
 #include <filesystem>
 #include <random>
 #include <regex>
+#include <set>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "hook/src/corearguments.h"
 #include "sim/framework/simframework.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simlog.h"
@@ -22,10 +25,8 @@ using ::testing::HasSubstr;
 namespace sc = sim::scenario;
 namespace seq = sim::sequence;
 
-std::vector<std::string> Lines(const std::vector<seq::Op>& ops) {
-  std::vector<std::string> lines;
-  for (const seq::Op& op : ops) lines.push_back(seq::Describe(op));
-  return lines;
+std::string Text(const sc::Scenario& scenario) {
+  return sc::ScenarioJson(scenario).dump(-1, ' ', false, sc::Json::error_handler_t::replace);
 }
 
 std::vector<std::filesystem::path> BundledScenarios() {
@@ -37,11 +38,26 @@ std::vector<std::filesystem::path> BundledScenarios() {
   return files;
 }
 
-std::vector<seq::Op> Seed(const std::filesystem::path& file) {
+sc::Scenario Load(const std::filesystem::path& file) {
   sc::LoadError error;
-  const std::optional<sc::Scenario> scenario = sc::LoadScenarioFile(file.string(), &error);
+  std::optional<sc::Scenario> scenario = sc::LoadScenarioFile(file.string(), &error);
   EXPECT_TRUE(scenario.has_value()) << error.ToString();
-  return scenario ? seq::FromScenario(*scenario) : std::vector<seq::Op>{};
+  return scenario ? std::move(*scenario) : sc::Scenario{};
+}
+
+sc::Scenario Seed(const std::filesystem::path& file) {
+  const std::vector<uint8_t> bytes = seq::Encode(Load(file));
+  return seq::Decode(bytes.data(), bytes.size(), file.stem().string());
+}
+
+std::vector<std::string> PlayChecked(const sc::Scenario& scenario, std::optional<size_t> leakAfter = std::nullopt) {
+  std::vector<std::string> violations;
+  const auto invariants =
+      sc::MakeInvariants({[&violations](const std::string& message) { violations.push_back(message); }, leakAfter});
+  sc::PlayOptions options;
+  options.observers = {invariants.get()};
+  EXPECT_EQ(sc::Play(scenario, options).error, "");
+  return violations;
 }
 
 // What the library did on the phone, as the golden transcripts see it.
@@ -66,82 +82,91 @@ Effects Recorded() {
   return effects;
 }
 
-TEST(CallSequence, BytesReadBackAsWritten) {
-  for (const auto& file : BundledScenarios()) {
-    SCOPED_TRACE(file.filename().string());
-    const std::vector<seq::Op> ops = Seed(file);
-    ASSERT_GT(ops.size(), 3u);
-    const std::vector<uint8_t> bytes = seq::Encode(ops);
-    EXPECT_EQ(Lines(seq::Decode(bytes.data(), bytes.size())), Lines(ops));
-  }
-  // Any bytes read as at most kMaxOps operations, which write back to bytes that read the same.
+// Bytes -> scenario -> bytes is the identity on decoded scenarios, and a
+// decoded scenario's JSON file loads as the same scenario.
+TEST(CallSequence, BytesAndJsonReadBackAsWritten) {
+  std::vector<std::vector<uint8_t>> inputs;
+  for (const auto& file : BundledScenarios()) inputs.push_back(seq::Encode(Load(file)));
   std::mt19937 random(7);
   for (int round = 0; round < 200; ++round) {
-    std::vector<uint8_t> bytes(random() % 600);
+    std::vector<uint8_t>& bytes = inputs.emplace_back(random() % 600);
     for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
-    const std::vector<seq::Op> ops = seq::Decode(bytes.data(), bytes.size());
-    ASSERT_LE(ops.size(), seq::kMaxOps);
-    const std::vector<uint8_t> again = seq::Encode(ops);
-    EXPECT_EQ(Lines(seq::Decode(again.data(), again.size())), Lines(ops)) << "round " << round;
+  }
+  for (const std::vector<uint8_t>& bytes : inputs) {
+    const sc::Scenario scenario = seq::Decode(bytes.data(), bytes.size());
+    ASSERT_LE(scenario.steps.size(), seq::kMaxSteps);
+    const std::vector<uint8_t> again = seq::Encode(scenario);
+    EXPECT_EQ(Text(seq::Decode(again.data(), again.size())), Text(scenario));
+    sc::LoadError error;
+    const auto loaded = sc::ParseScenario(Text(scenario), "sequence.json", &error);
+    ASSERT_TRUE(loaded.has_value()) << error.ToString() << "\n" << Text(scenario);
+    EXPECT_EQ(Text(*loaded), Text(scenario));
   }
 }
 
-// A bundled scenario, made a seed and the seed made a scenario file again,
-// plays on the phone with the same effects as the seed itself, and every
-// seed keeps the invariants.
-TEST(CallSequence, ScenarioFileOfASequencePlaysTheSame) {
+// Every bundled scenario made a seed keeps the invariants, and its scenario
+// file plays on the phone with the same effects as the seed itself.
+TEST(CallSequence, SeedsKeepTheInvariantsAndTheirFilesPlayTheSame) {
   size_t logged = 0;
   for (const auto& file : BundledScenarios()) {
     SCOPED_TRACE(file.filename().string());
-    const std::vector<seq::Op> ops = Seed(file);
-    std::vector<std::string> violations;
-    seq::PlayHooks hooks;
-    hooks.violation = [&violations](const std::string& message) { violations.push_back(message); };
-    EXPECT_EQ(seq::Play(ops, hooks), ops.size());
-    EXPECT_THAT(violations, ::testing::IsEmpty());
+    const sc::Scenario seed = Seed(file);
+    ASSERT_GT(seed.steps.size(), 3u);
+    EXPECT_THAT(PlayChecked(seed), ::testing::IsEmpty());
     const Effects played = Recorded();
-
     sc::LoadError error;
-    const std::optional<sc::Scenario> scenario =
-        sc::ParseScenario(seq::ToScenarioJson(ops, file.stem().string()), "sequence.json", &error);
-    ASSERT_TRUE(scenario.has_value()) << error.ToString();
-    const sc::RunResult run = sc::Play(*scenario);
-    ASSERT_EQ(run.error, "");
-    const Effects converted = Recorded();
-    EXPECT_EQ(converted.log, played.log);
-    EXPECT_EQ(converted.kernelWrites, played.kernelWrites);
-    EXPECT_EQ(converted.notifications, played.notifications);
-    EXPECT_EQ(converted.properties, played.properties);
+    const auto loaded = sc::ParseScenario(Text(seed), "sequence.json", &error);
+    ASSERT_TRUE(loaded.has_value()) << error.ToString();
+    ASSERT_EQ(sc::Play(*loaded).error, "");
+    EXPECT_EQ(Recorded(), played);
     logged += played.log.size();
   }
   EXPECT_GT(logged, 100u);
 }
 
-TEST(CallSequence, ViolationNamesTheOperationAndTheInvariant) {
-  seq::Op caps;
-  caps.entry = static_cast<size_t>(sim::FindCall("GetStaticCaps") - sim::Catalogue().data());
-  caps.args.camera = 0;
-  caps.args.slot = 0;
-  std::vector<std::string> violations;
-  seq::PlayHooks hooks;
-  hooks.violation = [&violations](const std::string& message) { violations.push_back(message); };
-  seq::Play({caps, caps, caps}, hooks);
-  EXPECT_TRUE(violations.empty());
+// The fuzzer draws every core argument some proxy reads; a scenario naming
+// another is refused with the names the library asks for.
+TEST(CallSequence, EveryCoreArgumentIsDrawnAndAnUnknownOneRefused) {
+  std::set<std::string> drawn;
+  std::mt19937 random(11);
+  for (int round = 0; round < 2000; ++round) {
+    std::vector<uint8_t> bytes(64);
+    for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
+    for (const sc::Step& step : seq::Decode(bytes.data(), bytes.size()).steps) {
+      if (step.kind != sc::Step::Kind::kSet || !step.changes.core) continue;
+      for (const auto& [name, values] : step.changes.core->hookArguments) drawn.insert(name);
+    }
+  }
+  std::set<std::string> known;
+  for (const sim::CoreArgument* argument : sim::CoreArguments()) known.insert(argument->name);
+  EXPECT_EQ(drawn, known);
+  EXPECT_EQ(known.size(), std::size(CamX::coreargument::kAll));
 
-  hooks.leakAfter = 1;  // a descriptor left open during the second call
-  seq::Play({caps, caps, caps}, hooks);
-  ASSERT_EQ(violations.size(), 1u);
-  EXPECT_THAT(violations[0], HasSubstr("operation 1 (GetStaticCaps(camera 0, slot 0) hal 0)"));
-  EXPECT_THAT(violations[0], HasSubstr("invariant violated: no descriptor left open"));
+  sc::LoadError error;
+  EXPECT_FALSE(sc::ParseScenario(R"({"name": "x", "device": {"cameras": []}, "steps": [],
+                                     "core": {"hookArguments": {"SensorProbeProtect": ["s5kgm2"]}}})",
+                                 "x.json", &error));
+  EXPECT_THAT(error.ToString(),
+              HasSubstr("core.hookArguments.SensorProbeProtect: the library asks the core for no "
+                        "argument \"SensorProbeProtect\"; it asks for SensorProbeI2CError, SensorProbeProtection,"));
 }
 
-TEST(CallSequence, DefaultHandlerAbortsWithTheMessage) {
-  seq::Op caps;
-  caps.entry = static_cast<size_t>(sim::FindCall("GetStaticCaps") - sim::Catalogue().data());
-  caps.args.camera = 0;
-  seq::PlayHooks hooks;
-  hooks.leakAfter = 0;
-  EXPECT_DEATH(seq::Play({caps}, hooks), "operation 0 .*no descriptor left open");
+TEST(CallSequence, ViolationNamesTheStepAndTheInvariant) {
+  sc::LoadError error;
+  const auto scenario = sc::ParseScenario(R"({"name": "caps", "device": {"cameras": [{"id": 0, "slot": 0}]},
+      "steps": [{"call": "GetStaticCaps", "camera": 0, "repeat": 3}]})",
+                                          "caps.json", &error);
+  ASSERT_TRUE(scenario.has_value()) << error.ToString();
+  EXPECT_THAT(PlayChecked(*scenario), ::testing::IsEmpty());
+  const std::vector<std::string> violations =
+      PlayChecked(*scenario, 1);  // a descriptor left open during the second call
+  ASSERT_EQ(violations.size(), 1u);
+  EXPECT_THAT(violations[0], HasSubstr("steps[0] #2 (GetStaticCaps(camera 0, slot 0)): invariant violated: no "
+                                       "descriptor left open"));
+  const auto invariants = sc::MakeInvariants({nullptr, 0});
+  sc::PlayOptions options;
+  options.observers = {invariants.get()};
+  EXPECT_DEATH(sc::Play(*scenario, options), "steps\\[0\\] #1 .*no descriptor left open");
 }
 
 }  // namespace
