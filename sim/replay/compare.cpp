@@ -10,7 +10,7 @@ namespace sc = sim::scenario;
 
 // One camera's decisions in one camera process of a run.
 struct Decisions {
-  std::string summary;             // as explain's summary says it, without the camera's name
+  std::string summary;              // as explain's summary says it, without the camera's name
   std::vector<std::string> events;  // "kind: text"
 };
 // By (boot, process, camera), in the run's order.
@@ -122,7 +122,7 @@ int RunCompare(const std::string& a, const std::string& b, const Overrides& over
   const bool same = std::ranges::all_of(cameras, [](const Json& camera) { return camera["same"].get<bool>(); });
   if (json) {
     out << Json{{"a", a}, {"b", b}, {"same", same}, {"cameras", cameras}}.dump(2, ' ', false,
-                                                                                Json::error_handler_t::replace)
+                                                                               Json::error_handler_t::replace)
         << "\n";
   } else {
     out << "A " << a << "\nB " << b << "\n";

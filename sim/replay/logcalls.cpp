@@ -23,6 +23,7 @@ struct Thread {
   LogCall* open = nullptr;
   int lastCamera = -1;
   bool pendingCoreMissing = false, pendingSettingsMissing = false;
+  std::optional<std::pair<std::string, std::string>> pendingState;
   std::string lastTag, lastMessage;  // its last library line, for logd's "identical N lines"
   char lastLevel = 'I';
 };
@@ -122,7 +123,8 @@ class CallSink final : public explain::InputSink {
       for (int64_t i = 0; i < count; ++i) Library(line, tag, text, level);
       return;
     }
-    if (message.find(" expire ") == std::string_view::npos && message.find("dropped=") == std::string_view::npos) return;
+    if (message.find(" expire ") == std::string_view::npos && message.find("dropped=") == std::string_view::npos)
+      return;
     // Pruned lines: nothing is carried across the gap; the story's gap note goes to the next call.
     m_pendingWhere.push_back(Where(line));
     for (auto& [key, thread] : m_threads) {
@@ -138,9 +140,10 @@ class CallSink final : public explain::InputSink {
   }
 
   void Library(const explain::LogLine& line, std::string_view tag, std::string_view message, char level) {
-    const bool centre = tag == kMessageCenterLogTag ||
-                        (tag.empty() && line.format == explain::LogFormat::kThread &&
-                         (message == "m_pMessageCenterSendMessageFuncPtr is NULL" || message == "m_pRemediumCore is NULL"));
+    const bool centre =
+        tag == kMessageCenterLogTag ||
+        (tag.empty() && line.format == explain::LogFormat::kThread &&
+         (message == "m_pMessageCenterSendMessageFuncPtr is NULL" || message == "m_pRemediumCore is NULL"));
     explain::SiteMatch match;
     if (!centre) {
       const bool untagged = tag.empty() && line.format == explain::LogFormat::kThread;
@@ -173,6 +176,7 @@ class CallSink final : public explain::InputSink {
     call.contextCamera = thread.lastCamera;
     call.coreMissing = std::exchange(thread.pendingCoreMissing, false);
     call.settingsFileMissing = std::exchange(thread.pendingSettingsMissing, false);
+    call.state = std::exchange(thread.pendingState, std::nullopt);
     for (const std::string& where : m_pendingWhere) m_callAt[where] = call.id;
     m_pendingWhere.clear();
     thread.open = &call;
@@ -236,9 +240,11 @@ void CallSink::Site(Thread& thread, const explain::SiteMatch& match) {
       thread.open = nullptr;
       return;
     }
+    case LogSiteId::kStateGetValue:
+      thread.pendingState = {text(0), text(1)};
+      return;
     case LogSiteId::kStateUpdateRead:
     case LogSiteId::kStateUpdateWrite:
-    case LogSiteId::kStateGetValue:
     case LogSiteId::kStateGetMatch:
     case LogSiteId::kProbeLastResult:
     case LogSiteId::kSetProbeResultReadText:
@@ -249,8 +255,8 @@ void CallSink::Site(Thread& thread, const explain::SiteMatch& match) {
     case LogSiteId::kProbeProtectionArgument: {
       // One "arg:" and "sensor name:" pair per argument of the core: the first argument again
       // begins the next probe.
-      const bool continues = isOpen("SensorProbe") && !open->settings && !open->pairOpen &&
-                             !open->arguments.empty() && open->arguments.front() != text(0);
+      const bool continues = isOpen("SensorProbe") && !open->settings && !open->pairOpen && !open->arguments.empty() &&
+                             open->arguments.front() != text(0);
       LogCall& call = continues ? *open : Start(thread, "SensorProbe");
       call.arguments.push_back(text(0));
       call.pairOpen = true;
@@ -394,7 +400,8 @@ void CallSink::Site(Thread& thread, const explain::SiteMatch& match) {
     }
     case LogSiteId::kReadEepromArgument: {
       const bool next = isOpen("ReadEEPROMDevice") && !open->pairOpen && open->arguments.front() == text(0);
-      LogCall& call = isOpen("ReadEEPROMDevice") && !open->pairOpen && !next ? *open : Start(thread, "ReadEEPROMDevice");
+      LogCall& call =
+          isOpen("ReadEEPROMDevice") && !open->pairOpen && !next ? *open : Start(thread, "ReadEEPROMDevice");
       call.arguments.push_back(text(0));
       call.pairOpen = true;
       return;

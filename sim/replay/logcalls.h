@@ -19,9 +19,9 @@
 namespace sim::replay {
 
 struct LogCall {
-  size_t id = 0;       // unique over the whole log, in the order calls began
-  std::string name;    // the scenario's call name ("SensorProbe")
-  std::string where;   // "FILE:LINE" of its first line
+  size_t id = 0;              // unique over the whole log, in the order calls began
+  std::string name;           // the scenario's call name ("SensorProbe")
+  std::string where;          // "FILE:LINE" of its first line
   bool startsInside = false;  // the log (or a gap) begins inside it
   int camera = -1;            // what its own lines name
   int contextCamera = -1;     // the camera its thread last named, for calls whose lines name none
@@ -43,7 +43,7 @@ struct LogCall {
   std::vector<std::string> reads;    // kernel tables read after each probe
   bool kernelMissing = false;
   bool outcome = false;
-  int64_t result = 0, kernelResult = 0;  // the outcome line's CamX (or returned) and kernel results
+  int64_t result = 0, kernelResult = 0;    // the outcome line's CamX (or returned) and kernel results
   std::optional<std::string> kernelAfter;  // the kernel parameter's text its last line shows
   std::optional<std::string> initRead;     // the table LoadSensorInitConfigCmd read
   std::vector<bool> eepromVerdicts;
@@ -53,11 +53,12 @@ struct LogCall {
   std::optional<std::string> actuator;
   std::vector<int64_t> samples;
   int chosen = -1;
+  std::optional<std::pair<std::string, std::string>> state;  // the image sensor state read before it
 };
 
 struct LogProcess {
   int pid = -1;
-  std::string ending;  // how it ended, when the log says
+  std::string ending;         // how it ended, when the log says
   std::deque<LogCall> calls;  // a deque: the threads point into it while it grows
 };
 

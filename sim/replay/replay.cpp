@@ -78,6 +78,8 @@ struct Phone {
       if (key == "mc.send") centre["send"] = value;
       if (key.starts_with("mc.type.")) centre["sensorTypes"][key.substr(8)] = value;
       if (key.starts_with("mc.most.")) centre["mostProbed"][key.substr(8)] = MostProbed(value);
+    } else if (key.starts_with("prop.")) {
+      changes["properties"][key.substr(5)] = value;
     } else if (key == "settings") {
       changes["overrideSettings"] = Settings(value);
     } else if (key == "kernel") {
@@ -136,8 +138,8 @@ class Builder {
   // A camera for a call: its own, its sensor's, its thread's, else the first known.
   int CameraFor(const LogCall& call, std::vector<std::string>* notes) {
     if (call.camera >= 0) return call.camera;
-    if (const auto it = m_calls.cameraOfSensor.find(call.sensor); !call.sensor.empty() &&
-                                                                  it != m_calls.cameraOfSensor.end()) {
+    if (const auto it = m_calls.cameraOfSensor.find(call.sensor);
+        !call.sensor.empty() && it != m_calls.cameraOfSensor.end()) {
       return it->second;
     }
     if (call.contextCamera >= 0) return call.contextCamera;
@@ -179,7 +181,8 @@ class Builder {
   void Call(const LogCall& call) {
     Json step = {{"call", call.name}};
     std::vector<std::string> notes;
-    if (call.startsInside) notes.push_back("the log starts (or resumes) inside this call: its first lines are not in it");
+    if (call.startsInside)
+      notes.push_back("the log starts (or resumes) inside this call: its first lines are not in it");
     const std::string& name = call.name;
     if (name == "GetStaticCaps") {
       Camera(call.camera);
@@ -198,8 +201,9 @@ class Builder {
       const bool forced = !call.eepromVerdicts.empty() && call.eepromVerdicts.back() && (call.frequent || call.never);
       if (forced) {
         step["hal"] = 1;
-        notes.push_back("the EEPROM's last retry was reported passed: the HAL's own result is not logged, 1 (failing) "
-                        "assumed");
+        notes.push_back(
+            "the EEPROM's last retry was reported passed: the HAL's own result is not logged, 1 (failing) "
+            "assumed");
       } else {
         step["hal"] = call.result;
       }
@@ -207,7 +211,8 @@ class Builder {
       step["eeprom"] = call.sensor;
       NeedCore(call, coreargument::kProbeEEPROM, call.arguments);
       if (Names(call.arguments, call.sensor)) {
-        notes.push_back("the core's argument made the EEPROM probe fail: the HAL's own result is not logged, 0 assumed");
+        notes.push_back(
+            "the core's argument made the EEPROM probe fail: the HAL's own result is not logged, 0 assumed");
       } else {
         step["hal"] = call.result;
       }
@@ -224,6 +229,8 @@ class Builder {
       Camera(camera);
       step["camera"] = camera;
       if (!call.skipped) step["hal"] = call.result;
+      // A skip follows the recorded probe state the library read just before.
+      if (call.skipped && call.state) m_phone.Need("prop." + call.state->first, call.state->second);
       if (call.initRead) m_phone.Need("kernel", *call.initRead);
       if (call.kernelMissing) m_phone.Need("kernel", nullptr);
     } else if (name == "SensorCreateAndSubmitCommand") {
@@ -235,8 +242,9 @@ class Builder {
     } else if (name == "CreateI2CInfoCmd") {
       step["slaveAddress"] = call.address;
       NeedCore(call, coreargument::kEEPROMI2C, {});
-      notes.push_back("the address the HAL built and the core's EEPROMI2C argument are not logged: the address the log "
-                      "shows, no argument");
+      notes.push_back(
+          "the address the HAL built and the core's EEPROMI2C argument are not logged: the address the log "
+          "shows, no argument");
     } else if (name == "ActuatorData") {
       step["actuator"] = call.actuator ? Json(*call.actuator) : Json(nullptr);
       int64_t address = call.address < 0 ? 0x18 : call.address;
@@ -254,15 +262,19 @@ class Builder {
         timestamps[static_cast<size_t>(call.chosen)] += kGyroShiftNs;
       }
       step["timestamps"] = timestamps;
-      notes.push_back("the sample the library moves is its own random choice; the moved sample's timestamp is taken "
-                      "as moved by the full shift");
+      notes.push_back(
+          "the sample the library moves is its own random choice; the moved sample's timestamp is taken "
+          "as moved by the full shift");
+    }
+    if (step.contains("sensor") && step["sensor"] == "") {
+      step.erase("sensor");
+      notes.push_back("the log names no module for this call: the camera's first assumed");
     }
     if (const auto it = m_gaps.find(call.id); it != m_gaps.end()) {
       notes.insert(notes.begin(), it->second.begin(), it->second.end());
     }
     if (!m_phone.changes.empty()) {
-      Step({{"set", std::exchange(m_phone.changes, Json::object())}}, {},
-           "the phone as the next call's lines show it");
+      Step({{"set", std::exchange(m_phone.changes, Json::object())}}, {}, "the phone as the next call's lines show it");
     }
     Step(std::move(step), notes, call.where);
     if (call.kernelAfter) m_phone.now["kernel"] = *call.kernelAfter;
@@ -324,8 +336,8 @@ class Builder {
       const std::vector<int64_t> table = sim::records::ParseNumberList(text, 64);
       return index < table.size() ? table[index] : 0;
     };
-    const bool fullTable = !call.reads.empty() && sim::records::ParseNumberList(call.reads.back(), 64).size() ==
-                                                      CamX::kProbeResultTableSize;
+    const bool fullTable = !call.reads.empty() &&
+                           sim::records::ParseNumberList(call.reads.back(), 64).size() == CamX::kProbeResultTableSize;
     if (call.outcome && call.reads.size() >= 2) {
       step["hal"] = Json::array({1, call.result});
       step["kernel"] = Json::array({kernelOf(call.reads.front()), call.kernelResult});
@@ -366,9 +378,9 @@ class Builder {
     std::string inputs;
     for (const std::string& file : files) inputs += (inputs.empty() ? "" : ", ") + file;
     s["name"] = "Replay of " + inputs;
-    Json description = Json::array(
-        {"Rebuilt by remedium-sim explain --scenario from " + inputs + ".",
-         "The HAL's results are the ones the log shows; each step's note says what had to be assumed."});
+    Json description =
+        Json::array({"Rebuilt by remedium-sim explain --scenario from " + inputs + ".",
+                     "The HAL's results are the ones the log shows; each step's note says what had to be assumed."});
     const std::map<std::string, Json>& setup = m_phone.setup;
     if (m_cameras.empty()) {
       Camera(0);
@@ -390,7 +402,11 @@ class Builder {
     }
     // Only the properties the library reads as configuration: the others it writes itself.
     Json properties = Json::object();
-    for (const char* key : {"persist.vendor.camera.cloud.remedium.modswitch", "persist.vendor.camera.remedium.loglevel"}) {
+    for (const auto& [key, value] : setup) {
+      if (key.starts_with("prop.")) properties[key.substr(5)] = value;
+    }
+    for (const char* key :
+         {"persist.vendor.camera.cloud.remedium.modswitch", "persist.vendor.camera.remedium.loglevel"}) {
       if (const auto it = m_calls.properties.find(key); it != m_calls.properties.end()) properties[key] = it->second;
     }
     if (!properties.empty()) {
@@ -401,7 +417,8 @@ class Builder {
       s["kernelParameter"] = it->second;
     } else if (m_calls.kernelText) {
       s["kernelParameter"] = *m_calls.kernelText;
-      replayed.assumed.push_back("setup: the kernel parameter's text given (recorded after the run) taken as its boot value");
+      replayed.assumed.push_back(
+          "setup: the kernel parameter's text given (recorded after the run) taken as its boot value");
     } else {
       replayed.assumed.push_back("setup: the kernel parameter's boot value is not in the log: 64 zeros assumed");
     }

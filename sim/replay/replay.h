@@ -43,9 +43,7 @@ struct Overrides {
   std::vector<std::string> settingsFiles;  // the override-settings file's text is this file's
   std::vector<std::string> coreArguments;  // "NAME=VALUE,VALUE": the core's hook arguments (empty: none)
   std::vector<std::string> modules;        // "SLOT=NAME,NAME": the module names of the camera at that slot
-  bool Empty() const {
-    return properties.empty() && settingsFiles.empty() && coreArguments.empty() && modules.empty();
-  }
+  bool Empty() const { return properties.empty() && settingsFiles.empty() && coreArguments.empty() && modules.empty(); }
 };
 
 // Applies `overrides` to the scenario's setup and cameras. A module list
