@@ -2,9 +2,11 @@
 // gives a scenario that tells the same decisions and replays to itself; each
 // log shape real phones write replays and plays; compare and the overrides;
 // bad input is one line and exit status 2.
+#include "sim/replay/replay.h"
+
 #include <algorithm>
-#include <fstream>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
@@ -13,7 +15,6 @@
 #include <gtest/gtest.h>
 
 #include "explain/story.h"
-#include "sim/replay/replay.h"
 #include "sim/scenario/scenario.h"
 #include "tests/explain/logtext.h"
 
@@ -35,7 +36,8 @@ std::vector<test::LibraryLine> Lines(const sc::Scenario& scenario) {
     if (kind == sc::Step::Kind::kRestart || kind == sc::Step::Kind::kReboot || outcome.restart) pid += 7;
     for (const sim::LogLine& line : outcome.slice.log) {
       lines.push_back(test::ParseEventLog(sc::LogText(line), pid, outcome.step));
-      if (scenario.steps[outcome.step].args.camera) lines.back().camera = int(*scenario.steps[outcome.step].args.camera);
+      if (scenario.steps[outcome.step].args.camera)
+        lines.back().camera = int(*scenario.steps[outcome.step].args.camera);
     }
   }
   return lines;
@@ -59,7 +61,8 @@ std::vector<std::string> Decisions(const explain::Story& story) {
 void ExpectSame(const std::vector<std::string>& replayed, const std::vector<std::string>& original) {
   size_t i = 0;
   while (i < replayed.size() && i < original.size() && replayed[i] == original[i]) ++i;
-  EXPECT_EQ(i < replayed.size() ? replayed[i] : "(end)", i < original.size() ? original[i] : "(end)") << "decision " << i;
+  EXPECT_EQ(i < replayed.size() ? replayed[i] : "(end)", i < original.size() ? original[i] : "(end)")
+      << "decision " << i;
 }
 
 std::vector<std::string> Files(const test::Explained& explained) {
@@ -113,8 +116,9 @@ std::optional<sc::Scenario> LoadFile(const std::string& file) {
 // sample whose timestamp was too small to move, the init-settings verdict's kernel text, probes
 // without settings or camera id, lines of a missing core outside any call (argument_edges), a
 // reboot the test log shows only as a new PID (reboot_persistence).
-const std::set<std::string> kNotYetFixpoints = {"argument_edges", "bringup_failures", "framework_absent", "gyro",
-                                                "init_settings_verdict", "kernel_retry", "probe_settings_edges", "reboot_persistence"};
+const std::set<std::string> kNotYetFixpoints = {
+    "argument_edges",        "bringup_failures", "framework_absent",     "gyro",
+    "init_settings_verdict", "kernel_retry",     "probe_settings_edges", "reboot_persistence"};
 
 // Run S for its log L; replay L into S'; run S' for L'. L' tells L's decisions, and replays to S'.
 TEST(Replay, EveryBundledScenarioIsAFixpoint) {
@@ -196,21 +200,22 @@ TEST(Replay, CompareTellsWhereDecisionsPart) {
 TEST(Replay, OverridesChangeTheScenarioOrNameWhatIsWrong) {
   sc::Scenario scenario = *LoadFile(std::string(REMEDIUM_SCENARIO_DIR) + "/default.json");
   std::string error;
-  ASSERT_TRUE(rp::ApplyOverrides({{"persist.vendor.camera.remedium.loglevel=6", "vendor.debug.camera.imagesensorstate.3=x"},
-                                  {},
-                                  {"ProbeEEPROM=imx582,s5kgm2", "EEPROMI2C="},
-                                  {"0=ov64b_rear,s5kgm2_rear"}},
-                                 &scenario, &error))
+  ASSERT_TRUE(
+      rp::ApplyOverrides({{"persist.vendor.camera.remedium.loglevel=6", "vendor.debug.camera.imagesensorstate.3=x"},
+                          {},
+                          {"ProbeEEPROM=imx582,s5kgm2", "EEPROMI2C="},
+                          {"0=ov64b_rear,s5kgm2_rear"}},
+                         &scenario, &error))
       << error;
   EXPECT_EQ(scenario.setup.properties["persist.vendor.camera.remedium.loglevel"], "6");
   EXPECT_EQ(scenario.setup.core->hookArguments["ProbeEEPROM"], (std::vector<std::string>{"imx582", "s5kgm2"}));
   EXPECT_EQ(scenario.cameras[0].sensors[0], "ov64b_rear");
   EXPECT_EQ(scenario.steps[1].args.sensor, "ov64b_rear");  // the first module's probes renamed
   EXPECT_EQ(scenario.steps[3].args.sensor, "s5kgm2_rear");
-  for (const rp::Overrides& bad : {rp::Overrides{{"persist.vendor.camera.nothing=1"}, {}, {}, {}},
-                                   rp::Overrides{{"=1"}, {}, {}, {}}, rp::Overrides{{}, {"/nonexistent"}, {}, {}},
-                                   rp::Overrides{{}, {}, {"SensorProbe=1"}, {}},
-                                   rp::Overrides{{}, {}, {}, {"7=a"}}, rp::Overrides{{}, {}, {}, {"x=a"}}}) {
+  for (const rp::Overrides& bad :
+       {rp::Overrides{{"persist.vendor.camera.nothing=1"}, {}, {}, {}}, rp::Overrides{{"=1"}, {}, {}, {}},
+        rp::Overrides{{}, {"/nonexistent"}, {}, {}}, rp::Overrides{{}, {}, {"SensorProbe=1"}, {}},
+        rp::Overrides{{}, {}, {}, {"7=a"}}, rp::Overrides{{}, {}, {}, {"x=a"}}}) {
     error.clear();
     EXPECT_FALSE(rp::ApplyOverrides(bad, &scenario, &error));
     EXPECT_FALSE(error.empty());
