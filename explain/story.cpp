@@ -815,13 +815,17 @@ void StorySink::State::Unknown(std::string_view message) {
     story.unrecognised.push_back({where, std::string(message.substr(0, 1024))});
 }
 
-// The first lines of a boot: a log that runs across a reboot begins a new boot there.
-bool StorySink::State::Rebooted(const LogLine& line) {
+bool IsBootMarker(const LogLine& line) {
   // The kernel's lines (pid 0) are the only ones searched: a search of every line would cost more
   // than reading it.
-  const bool marker = (line.tag == "init" && line.message.starts_with("init first stage started")) ||
-                      (line.pid == 0 && line.message.find("Booting Linux on physical CPU") != std::string_view::npos) ||
-                      line.tag == "boot_progress_start";
+  return (line.tag == "init" && line.message.starts_with("init first stage started")) ||
+         (line.pid == 0 && line.message.find("Booting Linux on physical CPU") != std::string_view::npos) ||
+         line.tag == "boot_progress_start";
+}
+
+// The first lines of a boot: a log that runs across a reboot begins a new boot there.
+bool StorySink::State::Rebooted(const LogLine& line) {
+  const bool marker = IsBootMarker(line);
   bool monotonicBack = false;
   if (line.time.clock == LogTime::Clock::kMonotonic) {
     const int64_t now = TimeMicros(line.time, year);

@@ -158,6 +158,10 @@ Json StoryJson(const Story& story);
 // One event as a line of JSON Lines (--jsonl).
 std::string EventJsonLine(const Event& event, const EventPlace& place);
 
+// A line only the first moments of a boot write (the kernel's "Booting Linux", init's first
+// stage, boot_progress_start): a log that holds one runs across a reboot there.
+bool IsBootMarker(const LogLine& line);
+
 // Inputs in the order of their first log time. An input without one (a getprop dump, the
 // kernel parameter's text) stays with the input given before it.
 std::vector<std::string> InTimeOrder(const std::vector<std::string>& files);

@@ -6,6 +6,7 @@
 //   remedium-sim hooks                lists the proxies the library exports
 //   remedium-sim decode TEXT...       explains a state property, error list or kernel parameter
 //   remedium-sim explain FILE...      tells what the library decided, from a phone's logs and properties
+//   remedium-sim compare A B          plays two scenarios and shows where their decisions part
 //   remedium-sim fleet ...            many bug reports in one database: ingest, summary, compare, report, export, merge
 //
 // Exit status: 0 done, 1 an expectation not met (check), an invariant broken (run --check-invariants) or a
@@ -27,6 +28,7 @@
 #include "sim/fleet/fleet.h"
 #include "sim/harness/harness.h"
 #include "sim/records/records.h"
+#include "sim/replay/replay.h"
 #include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"
 
@@ -62,6 +64,7 @@ struct Progress {
 struct RunOptions {
   bool check = false, logcat = false, verbose = false, quiet = false, invariants = false;
   std::string jsonPath, progress = "auto";
+  sim::replay::Overrides overrides;
 };
 
 int Play(const std::vector<std::string>& files, const RunOptions& options) {
@@ -72,6 +75,10 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
   for (const std::string& file : files) {
     sc::LoadError error;
     if (std::optional<sc::Scenario> scenario = sc::LoadScenarioFile(file, &error)) {
+      if (std::string what; !sim::replay::ApplyOverrides(options.overrides, &*scenario, &what)) {
+        std::fprintf(stderr, "remedium-sim: %s\n", what.c_str());
+        return kExitError;
+      }
       calls += scenario->callCount;
       scenarios.push_back(std::move(*scenario));
     } else {
@@ -143,6 +150,16 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
   return out ? status : kExitError;
 }
 
+// What-if options of run, check and compare, applied to each scenario before it plays.
+void AddOverrides(CLI::App* command, sim::replay::Overrides* overrides) {
+  command->add_option("--set", overrides->properties, "PROPERTY=VALUE: a property preset (repeatable)");
+  command->add_option("--settings", overrides->settingsFiles, "FILE: the override-settings file's text");
+  command->add_option("--core-arg", overrides->coreArguments,
+                      "NAME=VALUE,...: the core's arguments for a hook (empty: none; repeatable)");
+  command->add_option("--module", overrides->modules,
+                      "SLOT=NAME,...: the module names of the camera in that slot, in its steps too (repeatable)");
+}
+
 int ListHooks(const std::string& libraryPath) {
   std::string error;
   const std::unique_ptr<sim::HookLibrary> library = sim::HookLibrary::Load(libraryPath, &error);
@@ -212,6 +229,7 @@ int main(int argc, char** argv) {
     command->add_flag("-q,--quiet", options->quiet, quietHelp);
     command->add_option("--progress", options->progress, "Progress line on stderr: auto, on or off")
         ->check(CLI::IsMember({"auto", "on", "off"}));
+    AddOverrides(command, &options->overrides);
     return command;
   };
   CLI::App* run =
@@ -258,6 +276,9 @@ int main(int argc, char** argv) {
   explain->add_option("--pid", explainOptions.pid, "Only this camera process");
   explain->add_option("--since", explainSince, "Only decisions at or after TIME, as the log writes it");
   explain->add_option("--until", explainUntil, "Only decisions at or before TIME, as the log writes it");
+  std::string replayOut;
+  explain->add_option("--scenario", replayOut,
+                      "Write a scenario replaying the log to this file (assumptions on stderr)");
   explain->add_option("--kind", explainOptions.kinds, "Only decisions of this kind (repeatable)")
       ->check([](const std::string& kind) {
         for (size_t i = 0; i < explain::kEventKindCount; ++i) {
@@ -268,6 +289,17 @@ int main(int argc, char** argv) {
           known += (i > 0 ? ", " : "") + std::string(explain::kEventKinds[i].name);
         return "unknown kind \"" + kind + "\"; one of: " + known;
       });
+
+  std::string compareA, compareB;
+  bool compareJson = false;
+  sim::replay::Overrides compareOverrides;
+  CLI::App* compareRuns =
+      app.add_subcommand("compare", "Play two scenarios and show per camera where the library's decisions part");
+  compareRuns->add_option("A", compareA, "Scenario A (JSON)")->required();
+  compareRuns->add_option("B", compareB, "Scenario B (JSON)")->required();
+  compareRuns->add_flag("--json", compareJson, "As JSON");
+  AddOverrides(compareRuns, &compareOverrides);
+  compareRuns->footer("Overrides apply to both. Exit status: 0 the decisions agree, 1 they differ, 2 bad input.");
 
   CLI::App* fleetCommand = app.add_subcommand(
       "fleet", "Many phones' bug reports in one SQLite database: ingest, summary, compare, report, export");
@@ -318,6 +350,10 @@ int main(int argc, char** argv) {
     if (*run) return Play(runFiles, runOptions);
     if (*check) return Play(checkFiles, checkOptions);
     if (*hooks) return ListHooks(libraryPath);
+    if (*compareRuns) {
+      return sim::replay::RunCompare(compareA, compareB, compareOverrides, compareJson, std::cout, std::cerr);
+    }
+    if (*explain && !replayOut.empty()) return sim::replay::RunReplay(explainFiles, replayOut, std::cerr);
     if (*explain) {
       for (auto [text, into] :
            {std::pair{&explainSince, &explainOptions.since}, {&explainUntil, &explainOptions.until}}) {
