@@ -61,9 +61,7 @@ std::optional<std::vector<T>> PerCall(const Node& node, T* every, const std::str
   return values;
 }
 
-uint32_t U32(const Node& value, const char* what) {
-  return static_cast<uint32_t>(value.Integer(0, kUint32Max, what));
-}
+uint32_t U32(const Node& value, const char* what) { return static_cast<uint32_t>(value.Integer(0, kUint32Max, what)); }
 uint8_t Byte(const Node& value) { return static_cast<uint8_t>(value.Integer(0, 255, "a byte value")); }
 Json OrNull(const auto& value) { return value ? Json(*value) : Json(nullptr); }
 
@@ -120,9 +118,7 @@ const ArgKind kKinds[] = {
      },
      [](const Step&, Json&) {}, [](Codec&, Step&) {}, [](const Step&) { return std::string(); }},
     {"slot", nullptr, false,
-     [](CallReading& r, const Node& v, bool has) {
-       r.step.args.slot = has ? U32(v, "a slot id") : r.camera->slot;
-     },
+     [](CallReading& r, const Node& v, bool has) { r.step.args.slot = has ? U32(v, "a slot id") : r.camera->slot; },
      [](const Step& s, Json& j) { j["slot"] = s.args.slot.value_or(0); },
      [](Codec& c, Step& s) {
        uint32_t slot = s.args.slot.value_or(0);
@@ -230,8 +226,8 @@ const ArgKind kKinds[] = {
        if (v.Has("value")) a.messageValue = v.At("value").Unsigned64("a 64-bit value");
      },
      [](const Step& s, Json& j) {
-       j["message"] = s.args.messageNull ? Json(nullptr)
-                                         : Json{{"type", s.args.messageType}, {"value", s.args.messageValue}};
+       j["message"] =
+           s.args.messageNull ? Json(nullptr) : Json{{"type", s.args.messageType}, {"value", s.args.messageValue}};
      },
      [](Codec& c, Step& s) {
        c.Bool(s.args.messageNull);
@@ -240,9 +236,9 @@ const ArgKind kKinds[] = {
        c.PickOrNumber(s.args.messageValue, kMessageValues, uint64_t{0}, std::numeric_limits<uint64_t>::max());
      },
      [](const Step& s) {
-       return s.args.messageNull ? std::string("no message")
-                                 : "kind " + std::to_string(s.args.messageType) + ", value " +
-                                       std::to_string(s.args.messageValue);
+       return s.args.messageNull
+                  ? std::string("no message")
+                  : "kind " + std::to_string(s.args.messageType) + ", value " + std::to_string(s.args.messageValue);
      }},
     {"userData", nullptr, false,
      [](CallReading& r, const Node& v, bool has) { r.step.args.userDataNull = has && !v.Bool(); },

@@ -23,7 +23,6 @@ struct Failure {
   std::string message;
 };
 
-
 inline std::string Join(const std::vector<std::string>& items, const std::string& separator = ", ") {
   std::string text;
   for (size_t i = 0; i < items.size(); ++i) text += (i ? separator : "") + items[i];

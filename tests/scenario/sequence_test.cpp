@@ -5,6 +5,7 @@
 #include "sim/sequence/sequence.h"
 
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <regex>
 #include <set>
@@ -86,7 +87,15 @@ Effects Recorded() {
 // decoded scenario's JSON file loads as the same scenario.
 TEST(CallSequence, BytesAndJsonReadBackAsWritten) {
   std::vector<std::vector<uint8_t>> inputs;
-  for (const auto& file : BundledScenarios()) inputs.push_back(seq::Encode(Load(file)));
+  for (const auto& file : BundledScenarios()) {
+    inputs.push_back(seq::Encode(Load(file)));
+    // The fuzzer's seed of each bundled scenario is committed as remedium-seq seed writes it.
+    std::ifstream seed(
+        std::filesystem::path(REMEDIUM_SCENARIO_DIR) / "../../fuzz/corpus/fuzz_call_sequence" / file.stem(),
+        std::ios::binary);
+    EXPECT_EQ(std::vector<uint8_t>(std::istreambuf_iterator<char>(seed), {}), inputs.back())
+        << file.stem() << ": run remedium-seq seed " << file << " fuzz/corpus/fuzz_call_sequence/" << file.stem();
+  }
   std::mt19937 random(7);
   for (int round = 0; round < 200; ++round) {
     std::vector<uint8_t>& bytes = inputs.emplace_back(random() % 600);
