@@ -25,7 +25,7 @@ inline constexpr char kReadLensPositionData[] = "ReadLensPositionData";
 // CSLMessageHandlerHook: the frame value whose message becomes an error.
 inline constexpr char kCSLMessageHandler[] = "CSLMessageHandler";
 
-inline constexpr const char* kAll[] = {kSensorProbeProtection, kSensorProbeI2CError, kProbeEEPROMProtection,
+inline constexpr const char* kAll[] = {kSensorProbeProtection, kSensorProbeI2CError,  kProbeEEPROMProtection,
                                        kProbeEEPROM,           kReadEEPROMDeviceFail, kEEPROMI2C,
                                        kActuatorI2CError,      kReadLensPositionData, kCSLMessageHandler};
 
