@@ -46,7 +46,7 @@
 #include <zip.h>
 
 #include "explain/logline.h"
-#include "sim/records/records.h"
+#include "sim/text/text.h"
 
 namespace explain {
 namespace {
@@ -440,7 +440,7 @@ bool IsZip(std::string_view bytes) { return bytes.starts_with("PK\x03\x04") || b
 bool IsBlank(std::string_view line) { return line.find_first_not_of(" \t") == std::string_view::npos; }
 
 // Blanks and line ends; form feeds and vertical tabs count as text.
-std::string_view TrimSpace(std::string_view text) { return sim::records::Trim(text, " \t\r\n"); }
+std::string_view TrimSpace(std::string_view text) { return sim::text::Trim(text, " \t\r\n"); }
 
 // The kernel parameter's text with any NUL padding and white space around it removed.
 std::string_view KernelTextOf(std::string_view text) {
@@ -463,8 +463,8 @@ std::string At(std::string_view name, uint64_t lineNumber) {
 // A line as text: as it is when it is UTF-8 without a NUL; otherwise its bad bytes (and NULs)
 // escaped into `scratch` as "\xNN", backslashes doubled.
 std::string_view CleanText(std::string_view line, std::string& scratch) {
-  if (line.find('\0') == std::string_view::npos && sim::records::IsUtf8(line)) return line;
-  scratch = sim::records::EscapeUtf8(line);
+  if (line.find('\0') == std::string_view::npos && sim::text::IsUtf8(line)) return line;
+  scratch = sim::text::EscapeUtf8(line);
   for (size_t at = scratch.find('\0'); at != std::string::npos; at = scratch.find('\0', at)) {
     scratch.replace(at, 1, "\\x00");
   }
@@ -1006,7 +1006,7 @@ bool ReadZip(std::string_view name, zip_source_t* source, InputSink& sink, std::
 }  // namespace
 
 std::string PrintableName(std::string_view name) {
-  std::string text = sim::records::IsUtf8(name) ? std::string(name) : sim::records::EscapeUtf8(name);
+  std::string text = sim::text::IsUtf8(name) ? std::string(name) : sim::text::EscapeUtf8(name);
   std::string out;
   out.reserve(text.size());
   for (const char c : text) {

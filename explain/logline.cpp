@@ -3,7 +3,7 @@
 #include <climits>
 #include <cstdint>
 
-#include "sim/records/records.h"
+#include "sim/text/text.h"
 
 namespace explain {
 namespace {
@@ -215,7 +215,7 @@ bool ParseIds(std::string_view ids, bool withTid, LogLine& line) {
   for (size_t i = 0; i <= ids.size(); ++i) {
     if (i < ids.size() && ids[i] != ':') continue;
     if (count == 3) return false;
-    parts[count++] = sim::records::Trim(ids.substr(start, i - start), " ");
+    parts[count++] = sim::text::Trim(ids.substr(start, i - start), " ");
     start = i + 1;
   }
   const size_t needed = withTid ? 2 : 1;

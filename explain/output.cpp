@@ -9,6 +9,7 @@
 #include "explain/story.h"
 #include "hook/src/errorframeworkid.h"
 #include "sim/records/records.h"
+#include "sim/text/text.h"
 
 namespace explain {
 namespace {
@@ -132,7 +133,7 @@ std::string BootTitle(const Story& story, size_t index) {
 
 // A string for JSON: bytes that are not UTF-8 escaped, never the reason the output is lost.
 std::string Quoted(std::string_view text) {
-  const std::string valid = sim::records::IsUtf8(text) ? std::string(text) : sim::records::EscapeUtf8(text);
+  const std::string valid = sim::text::IsUtf8(text) ? std::string(text) : sim::text::EscapeUtf8(text);
   return Json(valid).dump();
 }
 

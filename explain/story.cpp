@@ -9,6 +9,7 @@
 #include "explain/sites.h"
 #include "hook/src/kernelchannel.h"
 #include "sim/records/records.h"
+#include "sim/text/text.h"
 
 namespace explain {
 
@@ -271,7 +272,7 @@ struct StorySink::State {
   // A line of a crash report (the crash buffer's DEBUG lines, a tombstone): how a camera
   // process ended and its frames in the hook library.
   void Crash(std::string_view text) {
-    text = sim::records::Trim(text, " \t");
+    text = sim::text::Trim(text, " \t");
     if (text.starts_with("pid: ")) {
       crashPid = CameraId(Number(text.substr(5)));
       return;
@@ -749,8 +750,8 @@ void StorySink::State::Line(const LogLine& line) {
   lastLibraryPid = line.pid;
   // The library's own lines are shown escaped where they are not UTF-8 (a line cut inside a character).
   std::string escaped;
-  if (!sim::records::IsUtf8(line.message) || line.message.find('\0') != std::string_view::npos) {
-    escaped = sim::records::EscapeUtf8(line.message);
+  if (!sim::text::IsUtf8(line.message) || line.message.find('\0') != std::string_view::npos) {
+    escaped = sim::text::EscapeUtf8(line.message);
     for (size_t at = escaped.find('\0'); at != std::string::npos; at = escaped.find('\0', at))
       escaped.replace(at, 1, "\\x00");
     LogLine clean = line;

@@ -10,7 +10,7 @@
 #include "fuzz/fuzz_support.h"
 #include "hook/src/errorframeworkid.h"
 #include "hook/src/hook.h"
-#include "hook/src/settings.h"
+#include "hook/src/numberlist.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simproperties.h"
 

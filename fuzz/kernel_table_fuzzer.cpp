@@ -10,7 +10,7 @@
 
 #include "fuzz/fuzz_support.h"
 #include "hook/src/kernelchannel.h"
-#include "hook/src/settings.h"
+#include "hook/src/numberlist.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simlog.h"
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "fuzz/fuzz_support.h"
-#include "hook/src/settings.h"
+#include "hook/src/numberlist.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <cutils/properties.h>
 
 #include "hook/src/hook.h"
-#include "hook/src/settings.h"
+#include "hook/src/numberlist.h"
 
 namespace CamX {
 

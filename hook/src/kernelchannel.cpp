@@ -9,7 +9,7 @@
 
 #include "hook/src/camxhal.h"
 #include "hook/src/hooklogsites.h"
-#include "hook/src/settings.h"
+#include "hook/src/numberlist.h"
 
 namespace CamX {
 

@@ -1,5 +1,4 @@
-// The CamX override-settings file and the number-list texts that the hooks
-// keep in kernel parameters and properties.
+// The CamX override-settings file and the HAL tuning properties it sets.
 #pragma once
 
 #include <map>
@@ -25,15 +24,6 @@ SettingsMap ParseConfigFile(const std::string& path);
 // The value of `key` converted with atoi (so a non-number reads 0); 0 when
 // the key is absent.
 int SettingAsInt(const SettingsMap& settings, const std::string& key);
-
-// Decimal values joined by "," ("1,-2"); an empty list gives "".
-std::string ArrayToString(const std::vector<int>& values);
-std::string ArrayToString64(const std::vector<long>& values);
-
-// Reads signed 64-bit numbers separated by single "," (leading blanks of a
-// number are skipped) and stops at the first text that is not a number:
-// "1,,2" gives {1}. The int argument is not used.
-std::vector<long> StringToArray64(const std::string& text, int);
 
 // Copies the HAL tuning switches that `settings` holds into their system
 // properties, values as they stand. Absent keys leave their property alone.

@@ -9,13 +9,13 @@
 #include "explain/story.h"
 #include "sim/fleet/db.h"
 #include "sim/fleet/fleet.h"
-#include "sim/records/records.h"
+#include "sim/text/text.h"
 
 namespace fleet {
 namespace {
 
 void Quote(std::string& out, std::string_view text) {
-  out += explain::Json(sim::records::IsUtf8(text) ? std::string(text) : sim::records::EscapeUtf8(text)).dump();
+  out += explain::Json(sim::text::IsUtf8(text) ? std::string(text) : sim::text::EscapeUtf8(text)).dump();
 }
 
 // The tables to export: the fleet's, parents first, then any another tool added.

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "hook/src/errorframeworkid.h"
 #include "sim/fleet/ingest.h"
 #include "sim/records/records.h"
 
@@ -179,7 +180,7 @@ std::vector<RecordedLine> RecordedState(const explain::BootStory& boot) {
       if (line.starts_with(prefix)) lines.push_back({id, "kernel table:" + line.substr(prefix.size())});
     }
   }
-  const auto errors = boot.properties.find("persist.vendor.camera.errorFrameworkId");
+  const auto errors = boot.properties.find(CamX::kErrorFrameworkIdProperty);
   if (errors != boot.properties.end()) {
     lines.push_back({-1, "error framework ids \"" + errors->second + "\""});
     for (const std::string& line : sim::records::ExplainErrorFrameworkIds(errors->second).lines) {

@@ -2,85 +2,29 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <climits>
+#include <cstdint>
 #include <iterator>
 #include <map>
 #include <regex>
 
 #include "hook/src/errorframeworkid.h"
 #include "hook/src/kernelchannel.h"
+#include "hook/src/numberlist.h"
 
 namespace sim::records {
-namespace {
 
-// The length of the valid UTF-8 sequence at `at`, or 0. The second byte's
-// range excludes overlong forms, surrogates and values beyond U+10FFFF.
-size_t Utf8Length(std::string_view text, size_t at) {
-  const auto byte = [text](size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u; };
-  const unsigned lead = byte(at);
-  if (lead < 0x80) return 1;
-  const size_t length = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
-  const unsigned low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-  const unsigned high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-  for (size_t i = 1; i < length; ++i) {
-    if (byte(at + i) < (i == 1 ? low : 0x80) || byte(at + i) > (i == 1 ? high : 0xBF)) return 0;
-  }
-  return length;
-}
-
-}  // namespace
-
-bool IsUtf8(std::string_view text) {
-  for (size_t at = 0, length = 1; at < text.size(); at += length) {
-    // Plain ASCII, eight bytes at a time: the explainer checks every line it reads.
-    if (text.size() - at >= 8) {
-      uint64_t word;
-      std::memcpy(&word, text.data() + at, sizeof word);
-      if ((word & 0x8080808080808080ULL) == 0) {
-        length = 8;
-        continue;
-      }
-    }
-    if ((length = Utf8Length(text, at)) == 0) return false;
-  }
-  return true;
-}
-
-std::string EscapeUtf8(std::string_view text) {
-  std::string out;
-  for (size_t at = 0, length = 0; at < text.size(); at += std::max<size_t>(length, 1)) {
-    char escaped[8];
-    std::snprintf(escaped, sizeof(escaped), "\\x%02X", static_cast<unsigned char>(text[at]));
-    length = Utf8Length(text, at);
-    if (length == 0) {
-      out += escaped;
-    } else if (text[at] == '\\') {
-      out += "\\\\";
-    } else {
-      out += text.substr(at, length);
-    }
-  }
-  return out;
-}
-
-std::string_view Trim(std::string_view text, std::string_view space) {
-  const size_t begin = text.find_first_not_of(space);
-  return begin == std::string_view::npos ? std::string_view{}
-                                         : text.substr(begin, text.find_last_not_of(space) + 1 - begin);
-}
+using text::Trim;
 
 std::vector<int64_t> ParseNumberList(const std::string& text, size_t limit) {
-  std::vector<int64_t> values;
-  for (const char* at = text.c_str(); values.size() < limit;) {
-    char* end = nullptr;
-    const long long value = std::strtoll(at, &end, 10);
-    if (end == at) break;
-    values.push_back(value);
-    at = *end == ',' ? end + 1 : end;
-  }
-  return values;
+  const std::vector<long> values = CamX::StringToArray64(text, 0);
+  return {values.begin(), values.begin() + static_cast<std::ptrdiff_t>(std::min(limit, values.size()))};
+}
+
+std::optional<std::vector<int64_t>> ParseWrittenNumberList(const std::string& text) {
+  const std::vector<long> values = CamX::StringToArray64(text, 0);
+  if (CamX::ArrayToString64(values) != text) return std::nullopt;
+  return std::vector<int64_t>(values.begin(), values.end());
 }
 
 std::string DescribeKernelText(const std::string& text) {
@@ -127,8 +71,11 @@ Explanation ExplainImageSensorState(const std::string& raw) {
 
 Explanation ExplainErrorFrameworkIds(const std::string& raw) {
   const std::string value(Trim(raw));
-  // As the library reads it: up to six numbers, stopping at the first that does not parse.
-  const std::vector<int64_t> ids = ParseNumberList(value, 6);
+  // As the library reads it: numbers that fit an int, stopping at the first that does not; six kept.
+  std::vector<int64_t> listed = ParseNumberList(value, SIZE_MAX);
+  listed.erase(std::find_if(listed.begin(), listed.end(), [](int64_t id) { return id < INT_MIN || id > INT_MAX; }),
+               listed.end());
+  const std::vector<int64_t> ids(listed.begin(), listed.begin() + std::min<std::ptrdiff_t>(listed.size(), 6));
   Explanation explanation{true, "error framework id list", {}};
   if (value.empty()) explanation.lines.push_back("empty: no camera is in error");
   if (!value.empty() && ids.empty()) {
@@ -144,7 +91,7 @@ Explanation ExplainErrorFrameworkIds(const std::string& raw) {
          : id == 0 ? "a camera id outside 0..5 (the library maps those to 0) is in error"
                    : "not a framework id the library writes"));
   }
-  if (ParseNumberList(value, 64).size() > 6) {
+  if (listed.size() > ids.size()) {
     explanation.lines.push_back("only the first six numbers are kept; the rest go at the next change");
   }
   return explanation;

@@ -2,34 +2,33 @@
 // error framework id list and the kernel parameter's probe-result table,
 // read the way the library reads them. `remedium-sim decode`, the scenario
 // report and `remedium-sim explain` all show them through these, so the
-// three say the same thing about the same value. With them, the text helpers
-// their readers share (UTF-8 validity and escaping, trimming).
+// three say the same thing about the same value.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "sim/text/text.h"
 
 namespace sim::records {
 
-// Whether `text` is well-formed UTF-8: no overlong forms, no surrogates,
-// nothing above U+10FFFF, no sequence cut short.
-bool IsUtf8(std::string_view text);
+// The scenario report still reaches the UTF-8 helpers through this header;
+// they are sim/text's.
+using text::EscapeUtf8;
+using text::IsUtf8;
 
-// `text` made valid UTF-8: each byte outside a valid sequence written as
-// "\xNN" (two hexadecimal digits) and each backslash doubled, so that the
-// bytes can be read back.
-std::string EscapeUtf8(std::string_view text);
-
-// `text` without the characters of `space` at either end (by default all of
-// C's white space).
-std::string_view Trim(std::string_view text, std::string_view space = " \t\r\n\f\v");
-
-// Reads comma-separated decimal numbers the way the library does: a number,
-// then one optional ",", until a number cannot be read or `limit` were read.
+// Reads comma-separated decimal numbers with the library's own reader
+// (CamX::StringToArray64: a number, then one optional ",", until a number
+// cannot be read) and keeps the first `limit`.
 std::vector<int64_t> ParseNumberList(const std::string& text, size_t limit);
+
+// The numbers of `text` when it is exactly a list as the library writes one
+// (decimal numbers joined by single ","; "" is the empty list); nullopt for
+// any other text.
+std::optional<std::vector<int64_t>> ParseWrittenNumberList(const std::string& text);
 
 // "64 values; non-zero: [0]=1 [16]=3" and the like.
 std::string DescribeKernelText(const std::string& text);

@@ -13,7 +13,7 @@
 
 #include "explain/input.h"
 #include "explain/logline.h"
-#include "sim/records/records.h"
+#include "sim/text/text.h"
 
 namespace explain {
 namespace {
@@ -368,7 +368,7 @@ TEST(ExplainReaderTest, OverlongLineIsCutAndTheNextLinesCountOn) {
   ASSERT_TRUE(result.ok) << result.error;
   ASSERT_EQ(result.sink.logs.size(), 2u);
   EXPECT_LT(result.sink.logs[0].message.size(), 300'000u);
-  EXPECT_TRUE(sim::records::IsUtf8(result.sink.logs[0].message));
+  EXPECT_TRUE(sim::text::IsUtf8(result.sink.logs[0].message));
   EXPECT_EQ(result.sink.logs[1].message, "after");
   EXPECT_EQ(result.sink.logs[1].lineNumber, 2u);
 }
@@ -391,88 +391,7 @@ TEST(ExplainReaderTest, ManyLinesAcrossBufferRefillsStayWhole) {
 
 // --- getprop dumps and the kernel parameter ---------------------------------
 
-TEST(ExplainReaderTest, GetpropDumpGivesEveryProperty) {
-  const Result result = ReadBytes(
-      "[persist.vendor.camera.errorFrameworkId]: [2,3]\n"
-      "\n"
-      "[vendor.debug.camera.imagesensorstate.0]: [<P:F:12><I:-:0><C:-:0>]\n"
-      "[empty.value]: []\n",
-      "props.txt");
-  ASSERT_TRUE(result.ok) << result.error;
-  EXPECT_EQ(result.sink.kinds.at(0), InputSink::InputKind::kGetprop);
-  using P = std::pair<std::string, std::string>;
-  EXPECT_THAT(result.sink.properties,
-              ElementsAre(P{"props.txt persist.vendor.camera.errorFrameworkId", "2,3"},
-                          P{"props.txt vendor.debug.camera.imagesensorstate.0", "<P:F:12><I:-:0><C:-:0>"},
-                          P{"props.txt empty.value", ""}));
-}
-
-TEST(ExplainReaderTest, KernelParameterTextIsPassedWhole) {
-  std::string table;
-  for (int i = 0; i < 64; ++i) table += (i ? "," : "") + std::to_string(i == 32 ? -110 : 0);
-  Result result = ReadBytes(table + "\n", "param");
-  ASSERT_TRUE(result.ok) << result.error;
-  EXPECT_EQ(result.sink.kinds.at(0), InputSink::InputKind::kKernelText);
-  EXPECT_THAT(result.sink.kernelTexts, ElementsAre("param " + table));
-  // As the parameter is written: NUL-padded to 1024 bytes.
-  std::string padded = table;
-  padded.resize(1024, '\0');
-  result = ReadBytes(padded, "padded");
-  ASSERT_TRUE(result.ok) << result.error;
-  EXPECT_THAT(result.sink.kernelTexts, ElementsAre("padded " + table));
-}
-
 // --- bug reports ------------------------------------------------------------
-
-void ExpectSampleBugreport(const Result& result, const std::string& source) {
-  ASSERT_TRUE(result.ok) << result.error;
-  EXPECT_THAT(result.sink.events, ElementsAre("begin " + source, "end " + source));
-  EXPECT_EQ(result.sink.kinds.at(0), InputSink::InputKind::kBugreport);
-  // The SYSTEM LOG section only: not the EVENT LOG's line nor the dmesg's.
-  size_t library = 0;
-  for (const Record& log : result.sink.logs) {
-    EXPECT_EQ(log.source, source);
-    EXPECT_NE(log.tag, "am_proc_start");
-    if (log.tag == "[REMEDIUM]") {
-      ++library;
-      EXPECT_EQ(log.pid, 15002);
-      EXPECT_EQ(log.tid, 15002);
-    }
-  }
-  EXPECT_EQ(library, 93u);
-  EXPECT_GT(result.sink.logs.size(), 2 * library);
-  ASSERT_FALSE(result.sink.logs.empty());
-  EXPECT_EQ(result.sink.logs.front().lineNumber, 22u);
-  const auto getStaticCaps = std::find_if(result.sink.logs.begin(), result.sink.logs.end(),
-                                          [](const Record& log) { return log.tag == "[REMEDIUM]"; });
-  EXPECT_EQ(getStaticCaps->message, "hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0");
-  EXPECT_EQ(getStaticCaps->timestamp, "11-23 05:15:21.338");
-  using P = std::pair<std::string, std::string>;
-  EXPECT_THAT(
-      result.sink.properties,
-      ::testing::IsSupersetOf({P{source + " vendor.debug.camera.imagesensorstate.0", "<P:S:100><I:S:100><C:S:100>"},
-                               P{source + " persist.vendor.camera.errorFrameworkId", ""}}));
-  EXPECT_EQ(result.sink.properties.size(), 8u);
-}
-
-TEST(ExplainReaderTest, SampleBugreportText) { ExpectSampleBugreport(ReadPath(kSample), kSample.string()); }
-
-TEST(ExplainReaderTest, SampleBugreportZipAsAdbWritesIt) {
-  const std::string text = ReadFile(kSample);
-  const std::string member = kSample.filename().string();
-  const std::filesystem::path zip = WorkDir() / "bugreport.zip";
-  const std::string bytes = MakeZip(zip, {{"version.txt", "2.0"},
-                                          {"main_entry.txt", member},
-                                          {member, text},
-                                          {"FS/data/anr/anr_2024-11-23-05-15-00-000", "----- pid 15002 -----\n"}});
-  ASSERT_FALSE(bytes.empty());
-  ExpectSampleBugreport(ReadPath(zip), zip.string() + "!" + member);
-  ExpectSampleBugreport(ReadBytes(bytes, "mem.zip"), "mem.zip!" + member);
-  // Without main_entry.txt the bugreport-*.txt member is taken.
-  const std::filesystem::path plain = WorkDir() / "plain.zip";
-  ASSERT_FALSE(MakeZip(plain, {{"dumpstate_log.txt", "x"}, {member, text}}).empty());
-  ExpectSampleBugreport(ReadPath(plain), plain.string() + "!" + member);
-}
 
 TEST(ExplainReaderTest, BugreportWithoutUidColumnAndWithAnotherSectionOrder) {
   const Result result = ReadBytes(

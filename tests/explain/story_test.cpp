@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "explain/sites.h"
+#include "hook/src/errorframeworkid.h"
 #include "tests/explain/logtext.h"
 
 namespace {
@@ -81,80 +82,11 @@ explain::Story ExplainLines(const std::vector<std::string>& messages) {
   return sink.Finish();
 }
 
-std::vector<explain::Event> EventsOf(const explain::Story& story, int camera) {
-  return story.boots.at(0).processes.at(0).cameras.at(camera).events;
-}
-
-bool Has(const std::vector<explain::Event>& events, const std::string& kind, const std::string& text = "") {
-  for (const explain::Event& event : events) {
-    if (event.kind == kind && event.text.find(text) != std::string::npos) return true;
-  }
-  return false;
-}
-
 const std::string kSettings = "hook.cpp:93 SensorProbeHook() sensorModuleRetryTimes: 3, sensorModuleNumber: 2";
 std::string Usage(const std::string& name, int frequent) {
   return "hook.cpp:105 SensorProbeHook() sensor name: " + name +
          ",  sensor type: rear, frequentlyUsedSensor: " + std::to_string(frequent) + ", neverBeenSuccessfullyProbed: 0";
 }
-std::string Count(const std::string& name, int count) {
-  return "hook.cpp:112 SensorProbeHook() Get camera name:" + name + ", probeCount: " + std::to_string(count);
-}
-std::string Verdict(const std::string& name, int fails, int last) {
-  return "hook.cpp:44 IsLastRetryTimes() Camera name: " + name +
-         ", rerty times: 3, probeFailCount: " + std::to_string(fails) + ", last retry times: " + std::to_string(last);
-}
-std::string Read(int kmd) {
-  std::string table;
-  for (int i = 0; i < 64; ++i) table += (i ? "," : "") + std::to_string(i == 32 ? kmd : 0);
-  return "hook.cpp:64 ReadSensorProbeResult() read sensor_apply_settings_control: " + table;
-}
-std::string Outcome(const std::string& name, int kmd, int umd) {
-  return "hook.cpp:152 SensorProbeHook() probe sensor: " + name + ", slot id: 0 kmd result: " + std::to_string(kmd) +
-         ", umd result: " + std::to_string(umd);
-}
-
-TEST(ExplainStory, ProbesBypassAndTheSummary) {
-  const explain::Story story = ExplainLines({
-      "hook.cpp:17 GetStaticCapsHook() camera id: 0, slot id: 0",
-      kSettings,
-      Usage("s5kgm2_rear", 1),
-      Count("s5kgm2_rear", 0),
-      Verdict("s5kgm2_rear", 0, 0),
-      Read(-110),
-      Outcome("s5kgm2_rear", -110, 1),
-      kSettings,
-      Usage("s5kgm2_rear", 1),
-      Count("s5kgm2_rear", 3),
-      Verdict("s5kgm2_rear", 3, 1),
-      Read(0),
-      "hook.cpp:1599 InitializeSensorDeviceHook() hook InitializeSensorDeviceHook, camera id: 0, change result:1 to: "
-      "0, set init state: 2",
-  });
-  const auto events = EventsOf(story, 0);
-  EXPECT_TRUE(
-      Has(events, "sensor-probe", "attempt 1: s5kgm2_rear (probe 1 of this module), umd (CamX) 1, kmd (kernel) -110"));
-  // Two probes of the module are missing between the attempts: the library's count says so.
-  EXPECT_TRUE(Has(events, "gap", "2 probes of s5kgm2_rear missing"));
-  EXPECT_TRUE(Has(events, "bypass-taken", "attempt 2: s5kgm2_rear (probe 4 of this module)"));
-  EXPECT_TRUE(Has(events, "init-failure-hidden", "result 1 reported as 0"));
-  EXPECT_THAT(explain::SummaryLines(story),
-              ::testing::ElementsAre("process 100, camera 0 (slot 0): s5kgm2_rear kept on attempt 2 by bypass; init "
-                                     "failure hidden; log incomplete"));
-}
-
-TEST(ExplainStory, LogStartingInsideAProbeIsExplainedAsFarAsItGoes) {
-  const explain::Story story = ExplainLines(
-      {Read(0), Outcome("imx582_rear", 0, 0), kSettings, Usage("imx582_rear", 0), Count("imx582_rear", 1)});
-  const auto events = EventsOf(story, 0);
-  EXPECT_TRUE(Has(events, "gap", "the log starts during sensor probe attempt 1 of camera 0"));
-  EXPECT_TRUE(Has(events, "sensor-probe", "umd (CamX) 0, kmd (kernel) 0"));
-  EXPECT_TRUE(Has(events, "log-ends", "attempt 2 of imx582_rear"));
-  const explain::Story late = ExplainLines({kSettings, Usage("imx582_rear", 0), Count("imx582_rear", 1),
-                                            Verdict("imx582_rear", 0, 0), Read(0), Outcome("imx582_rear", 0, 0)});
-  EXPECT_TRUE(Has(EventsOf(late, 0), "gap", "log starts after the first probe of imx582_rear"));
-}
-
 TEST(ExplainStory, CutAndUnknownLibraryLinesAreNeverDropped) {
   std::string cut = "hook.cpp:152 SensorProbeHook() probe sensor: " + std::string(1200, 'x');
   cut.resize(explain::kCutLength);
@@ -182,7 +114,7 @@ TEST(ExplainStory, ProcessesBootsAndTheRecordedState) {
   test::Feed(sink, "hook.cpp:17 GetStaticCapsHook() camera id: 1, slot id: 2", 1, 100);
   test::Feed(sink, "hook.cpp:17 GetStaticCapsHook() camera id: 1, slot id: 2", 2, 200);
   sink.Property("a.txt", "vendor.debug.camera.imagesensorstate.1", "<P:F:12><I:-:0><C:-:0>");
-  sink.Property("a.txt", "persist.vendor.camera.errorFrameworkId", "1");
+  sink.Property("a.txt", CamX::kErrorFrameworkIdProperty, "1");
   std::string table;
   for (int i = 0; i < 64; ++i) table += (i ? "," : "") + std::to_string(i == 1 || i == 33 ? 1 : i == 17 ? 3 : 0);
   sink.KernelText("k", table);

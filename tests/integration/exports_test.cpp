@@ -57,7 +57,6 @@ std::string Demangle(const char* mangled) {
 TEST(ExportsTest, ExportedSetIsExactlyTheCatalogue) {
   std::set<std::string> expected;
   for (const sim::CatalogueEntry& entry : sim::Catalogue()) expected.insert(entry.mangled);
-  EXPECT_EQ(expected.size(), 20u);
   const std::set<std::string> exported = DefinedDynamicSymbols(sim::HookLibraryPath());
   ASSERT_FALSE(exported.empty()) << "no dynamic symbols read from " << sim::HookLibraryPath();
   std::vector<std::string> readable;

@@ -1,10 +1,12 @@
 // The explanations remedium-sim decode gives, read the way the library reads
-// the values.
+// the values; the text helpers they and explain write with.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "hook/src/errorframeworkid.h"
 #include "sim/records/records.h"
 #include "sim/scenario/scenario.h"
+#include "sim/text/text.h"
 
 namespace {
 
@@ -12,6 +14,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 namespace sc = sim::scenario;
 namespace records = sim::records;
+namespace text = sim::text;
 
 std::string Lines(const records::Explanation& explanation) {
   std::string text;
@@ -39,6 +42,16 @@ TEST(Decode, ErrorListMapsFrameworkIdsBackToCameras) {
   const records::Explanation seven = records::ExplainErrorFrameworkIds("1,2,3,4,5,9,7");
   EXPECT_EQ(seven.lines.size(), 7u);  // six ids and the note about the seventh
   EXPECT_THAT(seven.lines.back(), HasSubstr("only the first six"));
+  // Each number is read into an int: one past its range ends the list.
+  EXPECT_THAT(records::ExplainErrorFrameworkIds("2,4294967298,3").lines, ElementsAre(HasSubstr("slot) 0")));
+}
+
+TEST(Decode, WrittenNumberListIsExactlyWhatTheLibraryWrites) {
+  EXPECT_EQ(records::ParseWrittenNumberList("2,-3"), (std::vector<int64_t>{2, -3}));
+  EXPECT_EQ(records::ParseWrittenNumberList(""), std::vector<int64_t>{});
+  for (const char* text : {"2,", " 2", "2,,3", "+2", "02", "2 ", "9223372036854775808"}) {
+    EXPECT_EQ(records::ParseWrittenNumberList(text), std::nullopt) << text;
+  }
 }
 
 TEST(Decode, KernelParameterPerCamera) {
@@ -60,7 +73,7 @@ TEST(Decode, PicksTheKindFromTheTextOrThePropertyName) {
   EXPECT_EQ(records::Explain("<P:S:1><I:S:1><C:S:1>").kind, "image sensor state");
   EXPECT_EQ(records::Explain("[vendor.debug.camera.imagesensorstate.2]: [<P:S:1><I:-:0><C:-:0>]").kind,
             "image sensor state");
-  EXPECT_EQ(records::Explain("persist.vendor.camera.errorFrameworkId=2,3").kind, "error framework id list");
+  EXPECT_EQ(records::Explain(std::string(CamX::kErrorFrameworkIdProperty) + "=2,3").kind, "error framework id list");
   EXPECT_EQ(records::Explain("2,3").kind, "error framework id list");
   EXPECT_EQ(records::Explain(sc::ZeroTable()).kind, "kernel parameter");
 }
@@ -68,7 +81,7 @@ TEST(Decode, PicksTheKindFromTheTextOrThePropertyName) {
 // The one UTF-8 check of the report and the explainer's reader: the edges of
 // each sequence length, with and without eight plain bytes before them (the
 // check skips plain text a word at a time).
-TEST(Decode, Utf8IsCheckedStrictlyAtEveryPosition) {
+TEST(Text, Utf8IsCheckedStrictlyAtEveryPosition) {
   const std::vector<std::string> valid = {"",
                                           "a",
                                           std::string("\0", 1),
@@ -90,24 +103,24 @@ TEST(Decode, Utf8IsCheckedStrictlyAtEveryPosition) {
                                             "\xc2", "\xe0\xa0", "\xf0\x90\x80", "\xc2\x61", "\xe2\x82\x61"};
   for (const std::string& prefix : {std::string(), std::string("camera: "), std::string("0123456789abcdef")}) {
     for (const std::string& text : valid) {
-      EXPECT_TRUE(records::IsUtf8(prefix + text + "x")) << records::EscapeUtf8(prefix + text);
-      EXPECT_EQ(records::EscapeUtf8(prefix + text), prefix + text);
+      EXPECT_TRUE(text::IsUtf8(prefix + text + "x")) << text::EscapeUtf8(prefix + text);
+      EXPECT_EQ(text::EscapeUtf8(prefix + text), prefix + text);
     }
     for (const std::string& text : invalid) {
-      EXPECT_FALSE(records::IsUtf8(prefix + text)) << records::EscapeUtf8(prefix + text);
-      EXPECT_FALSE(records::IsUtf8(prefix + text + "12345678")) << records::EscapeUtf8(prefix + text);
+      EXPECT_FALSE(text::IsUtf8(prefix + text)) << text::EscapeUtf8(prefix + text);
+      EXPECT_FALSE(text::IsUtf8(prefix + text + "12345678")) << text::EscapeUtf8(prefix + text);
     }
   }
-  EXPECT_EQ(records::EscapeUtf8("\xe0\x9f\xbf \xed\xa0\x80!"), "\\xE0\\x9F\\xBF \\xED\\xA0\\x80!");
-  EXPECT_EQ(records::EscapeUtf8("\xe2\x82"), "\\xE2\\x82");
+  EXPECT_EQ(text::EscapeUtf8("\xe0\x9f\xbf \xed\xa0\x80!"), "\\xE0\\x9F\\xBF \\xED\\xA0\\x80!");
+  EXPECT_EQ(text::EscapeUtf8("\xe2\x82"), "\\xE2\\x82");
 }
 
-TEST(Decode, TrimTakesTheCharactersToRemove) {
-  EXPECT_EQ(records::Trim(" \t\f2,3\v\r\n"), "2,3");
-  EXPECT_EQ(records::Trim(" \t 2,3 \f", " \t\r\n"), "2,3 \f");
-  EXPECT_EQ(records::Trim(" 1234 ", " "), "1234");
-  EXPECT_EQ(records::Trim("\t1234", " "), "\t1234");
-  EXPECT_EQ(records::Trim(" \n "), "");
+TEST(Text, TrimTakesTheCharactersToRemove) {
+  EXPECT_EQ(text::Trim(" \t\f2,3\v\r\n"), "2,3");
+  EXPECT_EQ(text::Trim(" \t 2,3 \f", " \t\r\n"), "2,3 \f");
+  EXPECT_EQ(text::Trim(" 1234 ", " "), "1234");
+  EXPECT_EQ(text::Trim("\t1234", " "), "\t1234");
+  EXPECT_EQ(text::Trim(" \n "), "");
 }
 
 }  // namespace

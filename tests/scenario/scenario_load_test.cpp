@@ -209,12 +209,4 @@ TEST(ScenarioLoad, NoInputCrashesTheLoader) {
   EXPECT_GT(loaded, 0u);
 }
 
-TEST(ScenarioLoad, BundledScenariosLoad) {
-  for (const char* name : {"default", "kernel_retry", "capture_abort"}) {
-    sc::LoadError error;
-    EXPECT_TRUE(sc::LoadScenarioFile(std::string(REMEDIUM_SCENARIO_DIR "/") + name + ".json", &error).has_value())
-        << error.ToString();
-  }
-}
-
 }  // namespace

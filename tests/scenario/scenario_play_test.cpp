@@ -8,9 +8,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "sim/records/records.h"
+#include "hook/src/errorframeworkid.h"
 #include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"
+#include "sim/text/text.h"
 
 namespace {
 
@@ -114,7 +115,7 @@ TEST(ScenarioPlay, ReportCarriesStepsFinalStateAndCheck) {
   EXPECT_EQ(report["steps"][0]["call"], "InitializeSensorDevice");
   EXPECT_EQ(report["steps"][0]["halResults"], sc::Json::array({3}));
   EXPECT_EQ(report["final"]["properties"]["vendor.debug.camera.imagesensorstate.0"], "<P:-:0><I:F:7><C:-:0>");
-  EXPECT_EQ(report["final"]["properties"]["persist.vendor.camera.errorFrameworkId"], "2");
+  EXPECT_EQ(report["final"]["properties"][CamX::kErrorFrameworkIdProperty], "2");
   const std::string summary = sc::FormatSummary(scenario, run, check);
   EXPECT_THAT(summary, HasSubstr("results changed by the library: 1"));
   EXPECT_THAT(summary, HasSubstr("initialisation (I): failed, recorded 7 s after boot"));
@@ -153,9 +154,9 @@ TEST(ScenarioPlay, LogTextThatIsNotUtf8IsEscapedInTheReport) {
   ASSERT_NO_THROW(text = report.dump());
   EXPECT_THAT(text, HasSubstr(R"(\\xC3")"));  // the cut character's first byte, at the end of a line
   bool cut = false;
-  for (const sim::LogLine& line : run.total.log) cut = cut || !sim::records::IsUtf8(line.text);
+  for (const sim::LogLine& line : run.total.log) cut = cut || !sim::text::IsUtf8(line.text);
   EXPECT_TRUE(cut) << "no log line was cut inside a character";
-  EXPECT_EQ(sim::records::EscapeUtf8("a\\b\xC3"), "a\\\\b\\xC3");
+  EXPECT_EQ(sim::text::EscapeUtf8("a\\b\xC3"), "a\\\\b\\xC3");
 }
 
 // The annotated example of the scenario format's documentation, without its

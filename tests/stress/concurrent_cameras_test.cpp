@@ -25,6 +25,7 @@
 #include <latch>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -35,11 +36,13 @@
 #include <gtest/gtest.h>
 #include <shadowhook.h>
 
+#include "hook/src/corearguments.h"
 #include "hook/src/hook.h"
 #include "sim/framework/simframework.h"
 #include "sim/hal/simhal.h"
 #include "sim/hal/simlenspipelinehal.h"
 #include "sim/hal/simsensorhal.h"
+#include "sim/harness/catalogue.h"
 #include "sim/harness/harness.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simproperties.h"
@@ -83,7 +86,8 @@ Fn* Next(const char* name) {
   return next;
 }
 
-// The 19 proxies, each named after the HAL function it is installed over.
+// The proxies, each named after the HAL function it is installed over: every
+// catalogue entry with a HAL function (checked below), each called once a round.
 // clang-format off
 #define REMEDIUM_PROXIES(X) \
   X(GetStaticCaps) X(SensorProbe) X(InitializeSensorDevice) X(LoadSensorInitConfigCmd) \
@@ -188,7 +192,7 @@ using ::testing::Ge;
 using ::testing::Le;
 
 constexpr int kCameras = 4;
-constexpr int kProxyCallsPerRound = 19;
+constexpr int kProxyCallsPerRound = kHalFunctions;
 
 // Rounds per camera thread: bounded, and small enough for a sanitizer or an
 // emulator.
@@ -300,13 +304,14 @@ class StressTest : public ::testing::Test {
       auto set = [on](const char* hook, std::vector<std::string> arguments) {
         fw::SetHookArguments(hook, on ? std::move(arguments) : std::vector<std::string>{});
       };
-      set("CSLMessageHandler", {"42"});
-      set("ActuatorI2CError", {"s5k1"});
-      set("ReadEEPROMDeviceFail", {"s5k2"});
-      set("ProbeEEPROM", {"s5k3"});
-      set("EEPROMI2C", {"24"});
-      set("ReadLensPositionData", {"0", "7"});
-      set("SensorProbeProtection", {step % 4 == 0 ? "s5k0" : ""});
+      namespace arg = CamX::coreargument;
+      set(arg::kCSLMessageHandler, {"42"});
+      set(arg::kActuatorI2CError, {"s5k1"});
+      set(arg::kReadEEPROMDeviceFail, {"s5k2"});
+      set(arg::kProbeEEPROM, {"s5k3"});
+      set(arg::kEEPROMI2C, {"24"});
+      set(arg::kReadLensPositionData, {"0", "7"});
+      set(arg::kSensorProbeProtection, {step % 4 == 0 ? "s5k0" : ""});
       fw::SetSwitch(2, on);
       std::this_thread::yield();
     }
@@ -319,6 +324,20 @@ class StressTest : public ::testing::Test {
   std::mutex m_totalsMutex;
   ThreadCounts m_totals;
 };
+
+// A proxy added to the catalogue is added here too, or this fails.
+TEST(StressProxies, AreTheCataloguesProxies) {
+  const std::set<std::string> listed = {
+#define REMEDIUM_NAME(name) #name "Hook",
+      REMEDIUM_PROXIES(REMEDIUM_NAME)
+#undef REMEDIUM_NAME
+  };
+  std::set<std::string> catalogue;
+  for (const sim::CatalogueEntry& entry : sim::Catalogue()) {
+    if (entry.halFunction != nullptr) catalogue.insert(entry.name);
+  }
+  EXPECT_EQ(listed, catalogue);
+}
 
 TEST_F(StressTest, EveryProxyFromSeveralCamerasAtOnce) {
   std::latch start(kCameras + 1);

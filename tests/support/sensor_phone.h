@@ -4,7 +4,7 @@
 // bring-up proxies, and the records a HAL engineer reads afterwards.
 #pragma once
 
-#include <cstdlib>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -17,6 +17,7 @@
 #include "sim/hal/simsensorhal.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simproperties.h"
+#include "sim/records/records.h"
 #include "tests/support/camera_process.h"
 #include "tests/support/log_matchers.h"
 
@@ -98,15 +99,7 @@ class SensorPhoneTest : public CameraProcessTest {
     for (const sim::SysfsWrite& write : sim::SysfsWrites()) {
       if (write.devicePath != sim::hal::kProbeResultParameter) continue;
       EXPECT_EQ(write.bytes.size(), 1024u);
-      std::vector<int64_t> values;
-      const char* text = write.bytes.c_str();
-      while (*text != '\0') {
-        char* end = nullptr;
-        values.push_back(std::strtoll(text, &end, 10));
-        if (end == text) break;
-        text = *end == ',' ? end + 1 : end;
-      }
-      tables.push_back(values);
+      tables.push_back(sim::records::ParseNumberList(write.bytes, SIZE_MAX));
     }
     return tables;
   }

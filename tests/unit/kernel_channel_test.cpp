@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "hook/src/kernelchannel.h"
-#include "hook/src/settings.h"
+#include "hook/src/numberlist.h"
 #include "sim/platform/simdevice.h"
 #include "tests/support/fresh_process.h"
 #include "tests/support/log_matchers.h"

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "hook/src/numberlist.h"
 #include "hook/src/settings.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simproperties.h"
