@@ -51,7 +51,8 @@ TEST(BundledScenarios, LoadHaveGoldensAndSeedsAndCallEveryCatalogueEntry) {
   for (const sim::CatalogueEntry& entry : sim::Catalogue()) {
     if (entry.call == nullptr) continue;
     EXPECT_TRUE(called.count(entry.call)) << entry.call << " is called by no bundled scenario";
-    EXPECT_NE(readme.find(std::string("`") + entry.call + "`"), std::string::npos) << entry.call << ": no arguments row";
+    EXPECT_NE(readme.find(std::string("`") + entry.call + "`"), std::string::npos)
+        << entry.call << ": no arguments row";
   }
 }
 
