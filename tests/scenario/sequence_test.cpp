@@ -51,18 +51,31 @@ struct Effects {
   bool operator==(const Effects&) const = default;
 };
 
-Effects Recorded() {
+// From the records left on the phone, or the outcomes of a scenario's run (which drains them step by step).
+Effects Recorded(const sc::RunResult* run = nullptr) {
+  std::vector<sc::Slice> slices(1);
+  if (run == nullptr) {
+    slices[0].log = sim::LogLines();
+    slices[0].kernelWrites = sim::SysfsWrites();
+    slices[0].notifications = sim::framework::CoreNotifications();
+    slices[0].properties = sim::AllProperties();
+  } else {
+    for (const sc::StepOutcome& outcome : run->outcomes) slices.push_back(outcome.slice);
+    slices[0].properties = run->end.properties;
+  }
   Effects effects;
   // HAL object addresses differ from run to run.
   static const std::regex kAddress("0x[0-9a-f]+");
-  for (const sim::LogLine& line : sim::LogLines()) {
-    effects.log.push_back(std::regex_replace(sc::LogText(line), kAddress, "0x?"));
+  for (const sc::Slice& slice : slices) {
+    for (const sim::LogLine& line : slice.log) {
+      effects.log.push_back(std::regex_replace(sc::LogText(line), kAddress, "0x?"));
+    }
+    for (const sim::SysfsWrite& write : slice.kernelWrites) effects.kernelWrites.push_back(write.bytes);
+    for (const auto& notification : slice.notifications) {
+      effects.notifications.push_back(notification.hookName + " " + std::to_string(notification.value));
+    }
   }
-  for (const sim::SysfsWrite& write : sim::SysfsWrites()) effects.kernelWrites.push_back(write.bytes);
-  for (const auto& notification : sim::framework::CoreNotifications()) {
-    effects.notifications.push_back(notification.hookName + " " + std::to_string(notification.value));
-  }
-  effects.properties = sim::AllProperties();
+  effects.properties = slices[0].properties;
   return effects;
 }
 
@@ -107,7 +120,7 @@ TEST(CallSequence, ScenarioFileOfASequencePlaysTheSame) {
     ASSERT_TRUE(scenario.has_value()) << error.ToString();
     const sc::RunResult run = sc::Play(*scenario);
     ASSERT_EQ(run.error, "");
-    const Effects converted = Recorded();
+    const Effects converted = Recorded(&run);
     EXPECT_EQ(converted.log, played.log);
     EXPECT_EQ(converted.kernelWrites, played.kernelWrites);
     EXPECT_EQ(converted.notifications, played.notifications);
