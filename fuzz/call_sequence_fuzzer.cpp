@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static Coverage coverage;
   const auto invariants = sim::scenario::MakeInvariants({});
   sim::scenario::PlayOptions options;
-  options.keepSlices = false;
+  options.keepOutcomes = false;
   options.observers = {invariants.get(), &coverage};
   const sim::scenario::RunResult run = sim::scenario::Play(sim::sequence::Decode(data, size), options);
   if (!run.error.empty()) {

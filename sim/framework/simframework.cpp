@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <mutex>
+#include <utility>
 
 #include "client/interface/message.h"
 #include "sim/platform/simdevice.h"
@@ -72,6 +73,14 @@ std::vector<CoreCallback> CoreCallbacks(size_t from) { return Copy(Core().callba
 std::vector<CoreProbeRecord> CoreProbeRecords(size_t from) { return Copy(Core().probeRecords, from); }
 std::vector<int32_t> CoreSwitchQueries(size_t from) { return Copy(Core().switchQueries, from); }
 std::vector<std::string> CoreArgumentQueries(size_t from) { return Copy(Core().argumentQueries, from); }
+
+CoreRecords TakeCoreRecords() {
+  std::lock_guard<std::mutex> lock(Core().mutex);
+  CoreState& core = Core();
+  return {std::exchange(core.notifications, {}), std::exchange(core.callbacks, {}),
+          std::exchange(core.probeRecords, {}), std::exchange(core.switchQueries, {}),
+          std::exchange(core.argumentQueries, {})};
+}
 
 int CoreInstanceRequests() {
   std::lock_guard<std::mutex> lock(Core().mutex);
@@ -145,6 +154,11 @@ void SetMostProbedSensor(const std::string& type, const std::string& sensorName,
 std::vector<MessageCenterRequest> MessageCenterRequests(size_t from) {
   std::lock_guard<std::mutex> lock(Centre().mutex);
   return sim::Tail(Centre().requests, from);
+}
+
+std::vector<MessageCenterRequest> TakeMessageCenterRequests() {
+  std::lock_guard<std::mutex> lock(Centre().mutex);
+  return std::exchange(Centre().requests, {});
 }
 
 void InstallMessageCenter() { sim::LinkDeviceFile(kMessageCenterPath, LibraryDir() + "/com.velora.messagecenter.so"); }

@@ -44,6 +44,15 @@ std::vector<CoreProbeRecord> CoreProbeRecords(size_t from = 0);
 // Every switch kind and hook name the core was asked about, in order.
 std::vector<int32_t> CoreSwitchQueries(size_t from = 0);
 std::vector<std::string> CoreArgumentQueries(size_t from = 0);
+// The records so far, which are then forgotten.
+struct CoreRecords {
+  std::vector<CoreNotification> notifications;
+  std::vector<CoreCallback> callbacks;
+  std::vector<CoreProbeRecord> probeRecords;
+  std::vector<int32_t> switchQueries;
+  std::vector<std::string> argumentQueries;
+};
+CoreRecords TakeCoreRecords();
 // How often the core library's entry was called (once per successful load).
 int CoreInstanceRequests();
 
@@ -88,6 +97,7 @@ void ResetMessageCenter();
 void SetSensorType(const std::string& sensorName, const std::string& type);
 void SetMostProbedSensor(const std::string& type, const std::string& sensorName, int64_t recordCount);
 std::vector<MessageCenterRequest> MessageCenterRequests(size_t from = 0);
+std::vector<MessageCenterRequest> TakeMessageCenterRequests();  // the requests so far, which are then forgotten
 
 // Installs the fake message centre at "/vendor/lib64/com.velora.messagecenter.so"
 // of the device root, or one lacking "MessageCenterSendMessage", or removes it.

@@ -5,6 +5,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include "hook/src/camxlayout.h"
 #include "sim/hal/simhal.h"
@@ -71,6 +72,11 @@ std::vector<std::string> Calls() {
 std::vector<CallResult> CallResults(size_t from) {
   std::lock_guard<std::mutex> lock(State().mutex);
   return sim::Tail(State().calls, from);
+}
+
+std::vector<CallResult> TakeCallResults() {
+  std::lock_guard<std::mutex> lock(State().mutex);
+  return std::exchange(State().calls, {});
 }
 
 int CallCount(const std::string& function) {

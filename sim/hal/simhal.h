@@ -38,6 +38,7 @@ struct CallResult {
   CamxResult result;
 };
 std::vector<CallResult> CallResults(size_t from = 0);
+std::vector<CallResult> TakeCallResults();  // the calls so far, which are then forgotten
 // Forgets scripts, calls, vendor tags and what the HAL functions saw.
 void Reset();
 // Records a call of a hooked HAL function and returns its scripted outcome

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <ctime>
 #include <mutex>
+#include <utility>
 
 #include <android/log.h>
 
@@ -55,6 +56,11 @@ std::vector<LogLine> LogLines(size_t from) {
 void ClearLog() {
   std::lock_guard<std::mutex> lock(State().mutex);
   State().lines.clear();
+}
+
+std::vector<LogLine> TakeLogLines() {
+  std::lock_guard<std::mutex> lock(State().mutex);
+  return std::exchange(State().lines, {});
 }
 
 void SetLogEcho(bool echo) {

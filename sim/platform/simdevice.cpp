@@ -16,6 +16,7 @@
 #include <map>
 #include <mutex>
 #include <sstream>
+#include <utility>
 
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
@@ -260,6 +261,11 @@ void ClearSysfsWrites() {
   State().writes.clear();
 }
 
+std::vector<SysfsWrite> TakeSysfsWrites() {
+  StateLock lock(State().mutex);
+  return std::exchange(State().writes, {});
+}
+
 void SetSysfsDriver(SysfsDriver driver) {
   StateLock lock(State().mutex);
   State().driver = std::move(driver);
@@ -280,6 +286,11 @@ std::vector<Event> Journal(size_t from) {
 void ClearJournal() {
   StateLock lock(State().mutex);
   State().journal.clear();
+}
+
+std::vector<Event> TakeJournal() {
+  StateLock lock(State().mutex);
+  return std::exchange(State().journal, {});
 }
 
 }  // namespace sim

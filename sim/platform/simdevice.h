@@ -49,6 +49,7 @@ struct SysfsWrite {
 };
 std::vector<SysfsWrite> SysfsWrites(size_t from = 0);  // from the `from`-th write on
 void ClearSysfsWrites();
+std::vector<SysfsWrite> TakeSysfsWrites();  // the writes so far, which are then forgotten
 
 // A driver callback runs after each write to a sysfs file and may rewrite
 // the stored value (the simulated kernel side of a module parameter).
@@ -69,5 +70,6 @@ struct Event {
 void Record(const std::string& source, const std::string& text);
 std::vector<Event> Journal(size_t from = 0);  // from the `from`-th event on
 void ClearJournal();
+std::vector<Event> TakeJournal();  // the events so far, which are then forgotten
 
 }  // namespace sim

@@ -16,6 +16,8 @@ struct LogLine {
 
 std::vector<LogLine> LogLines(size_t from = 0);  // from the `from`-th line on
 void ClearLog();
+// Every line written since the last take or clear, which are then forgotten.
+std::vector<LogLine> TakeLogLines();
 // Echo each line to stderr in logcat format as it is written.
 void SetLogEcho(bool echo);
 // One line in logcat's threadtime format ("MM-DD HH:MM:SS.mmm PID TID P TAG: text").

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <memory>
 #include <sstream>
 
 #include "sim/records/records.h"
@@ -11,24 +12,19 @@ using scenario::ToJson;
 
 std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 
-// True when `line` holds the pieces of `pattern` between its "*" in order.
-bool LogMatches(const std::string& line, const std::string& pattern) {
-  size_t at = 0;
-  for (size_t begin = 0;;) {
-    const size_t star = pattern.find('*', begin);
-    const size_t found = line.find(pattern.substr(begin, star == std::string::npos ? star : star - begin), at);
-    if (found == std::string::npos) return false;
-    if (star == std::string::npos) return true;
-    at = found + star - begin;
-    begin = star + 1;
-  }
-}
-
 std::string List(const std::vector<std::string>& items) {
   std::string text = items.empty() ? "(none)" : "";
   for (const std::string& item : items) text += "\n      " + item;
   return text;
 }
+
+std::string List(const Spool& items) { return items.size() ? items.Text() : "(none)"; }
+
+std::string Wanted(const std::string& text) { return text; }
+std::string Wanted(const Json& record) { return record.dump(); }
+
+template <typename T>
+const std::vector<T> kNone{};  // no records: an expectation not given follows none
 
 std::string Shown(const Value* value, FieldKind kind) {
   if (value == nullptr) return "(nothing)";
@@ -54,6 +50,79 @@ bool Matches(const Json& given, const Json& record) {
   }
   return true;
 }
+
+}  // namespace
+
+// What the expectations of effects need of the records, followed slice by
+// slice: lists compared item by item as they come (each item's text spooled
+// for a mismatch's message), the "log" texts found so far, the first line
+// holding each "noLog" text, the "logCount" counts, the first kernel writes.
+struct Tally {
+  struct List {
+    bool same = true;
+    Spool shown;
+  };
+
+  explicit Tally(const Expectations& e)
+      : noLogHits(e.noLog ? e.noLog->size() : 0), logCounts(e.logCount ? e.logCount->size() : 0) {}
+
+  void Add(const Expectations& e, const Slice& slice) {
+    if (e.kernelWrites || e.kernelWriteCount) {
+      for (const sim::SysfsWrite& write : slice.kernelWrites) {
+        writes.shown.Add("\n      " + records::DescribeKernelText(KernelText(write)));
+        if (firstWrites.size() < (e.kernelWrites ? e.kernelWrites->size() : 0)) firstWrites.push_back(write);
+      }
+    }
+    const auto text = [](const std::string& want, const std::string& got) { return want == got; };
+    const auto record = [](const Json& want, const auto& got) { return Matches(want, ToJson(got)); };
+    for (const auto& n : e.notifications ? slice.notifications : kNone<sim::framework::CoreNotification>) {
+      const std::string name = n.value == 1 ? n.hookName : n.hookName + " (value " + std::to_string(n.value) + ")";
+      Next(&notifications, *e.notifications, name, name, text);
+    }
+    for (const auto& callback : e.callbacks ? slice.callbacks : kNone<sim::framework::CoreCallback>) {
+      Next(&callbacks, *e.callbacks, callback, Describe(callback), record);
+    }
+    for (const auto& r : e.probeRecords ? slice.probeRecords : kNone<sim::framework::CoreProbeRecord>) {
+      const std::string shown = r.name + (r.result ? " failed" : " probed");
+      Next(&probeRecords, *e.probeRecords, shown, shown, text);
+    }
+    for (int32_t kind : e.switchQueries ? slice.switchQueries : kNone<int32_t>) {
+      Next(&switchQueries, *e.switchQueries, std::to_string(kind), std::to_string(kind), text);
+    }
+    for (const std::string& name : e.argumentQueries ? slice.argumentQueries : kNone<std::string>) {
+      Next(&argumentQueries, *e.argumentQueries, name, name, text);
+    }
+    for (const auto& request : e.requests ? slice.requests : kNone<sim::framework::MessageCenterRequest>) {
+      Next(&requests, *e.requests, request, sim::framework::Describe(request, true), record);
+    }
+    if (!e.log && !e.noLog && !e.logCount) return;
+    for (const sim::LogLine& line : slice.log) {
+      const std::string logged = LogText(line);
+      if (e.log && logFound < e.log->size() && (*e.log)[logFound].Matches(logged)) ++logFound;
+      if (e.log) lines.Add("\n      " + logged);
+      for (size_t i = 0; i < noLogHits.size(); ++i) {
+        if (!noLogHits[i] && (*e.noLog)[i].Matches(logged)) noLogHits[i] = logged;
+      }
+      for (size_t i = 0; i < logCounts.size(); ++i) logCounts[i] += (*e.logCount)[i].first.Matches(logged) ? 1 : 0;
+    }
+  }
+
+  // One more record of a list expected in full, told against the item expected at its place.
+  template <typename Want, typename Got, typename Same>
+  static void Next(List* list, const std::vector<Want>& want, const Got& got, const std::string& shown, Same same) {
+    list->same = list->same && list->shown.size() < want.size() && same(want[list->shown.size()], got);
+    list->shown.Add("\n      " + shown);
+  }
+
+  List writes, notifications, callbacks, probeRecords, switchQueries, argumentQueries, requests;
+  std::vector<sim::SysfsWrite> firstWrites;  // as many as the writes expected
+  size_t logFound = 0;                       // "log" texts found, in order
+  Spool lines;                               // every log line, for a "log" mismatch
+  std::vector<std::optional<std::string>> noLogHits;
+  std::vector<int64_t> logCounts;
+};
+
+namespace {
 
 class Checker {
  public:
@@ -87,42 +156,32 @@ class Checker {
       Compare(run.aborts == *e.aborts, "expect.aborts", std::to_string(*e.aborts), std::to_string(run.aborts));
   }
 
-  void Effects(const Expectations& e, const Slice& slice, const std::string& path) {
+  // The expectations of effects, from what `tally` followed and the state the phone was left in.
+  void Effects(const Expectations& e, const Tally& tally, const Slice& state, const std::string& path) {
     for (const auto& [name, value] : e.properties.value_or(std::map<std::string, std::optional<std::string>>{})) {
-      const auto found = slice.properties.find(name);
-      const std::string got = found == slice.properties.end() ? "(unset)" : Quoted(found->second);
+      const auto found = state.properties.find(name);
+      const std::string got = found == state.properties.end() ? "(unset)" : Quoted(found->second);
       Compare(got == (value ? Quoted(*value) : "(unset)"), path + "properties." + name,
               value ? Quoted(*value) : "(unset)", got);
     }
-    if (e.kernelParameter) Kernel(*e.kernelParameter, slice.kernelParameter, path + "kernelParameter");
-    KernelWrites(e, slice, path + "kernelWrites");
-    std::vector<std::string> notifications, records, kinds;
-    for (const auto& n : slice.notifications) {
-      notifications.push_back(n.value == 1 ? n.hookName : n.hookName + " (value " + std::to_string(n.value) + ")");
+    if (e.kernelParameter) Kernel(*e.kernelParameter, state.kernelParameter, path + "kernelParameter");
+    KernelWrites(e, tally, path + "kernelWrites");
+    Texts(e.notifications, tally.notifications, path + "notifications");
+    Texts(e.callbacks, tally.callbacks, path + "callbacks");
+    Texts(e.probeRecords, tally.probeRecords, path + "probeRecords");
+    Texts(e.switchQueries, tally.switchQueries, path + "switchQueries");
+    Texts(e.argumentQueries, tally.argumentQueries, path + "argumentQueries");
+    Texts(e.requests, tally.requests, path + "messageCenterRequests");
+    if (e.log) Log(*e.log, tally, path + "log");
+    for (size_t i = 0; i < tally.noLogHits.size(); ++i) {
+      const std::optional<std::string>& hit = tally.noLogHits[i];
+      Compare(!hit, path + "noLog", "no log line containing " + Quoted((*e.noLog)[i].text), hit ? Quoted(*hit) : "");
     }
-    for (const auto& record : slice.probeRecords)
-      records.push_back(record.name + (record.result ? " failed" : " probed"));
-    for (int32_t kind : slice.switchQueries) kinds.push_back(std::to_string(kind));
-    Texts(e.notifications, notifications, path + "notifications");
-    Records(e.callbacks, slice.callbacks, Describe, path + "callbacks");
-    Texts(e.probeRecords, records, path + "probeRecords");
-    Texts(e.switchQueries, kinds, path + "switchQueries");
-    Texts(e.argumentQueries, slice.argumentQueries, path + "argumentQueries");
-    Records(
-        e.requests, slice.requests, [](const auto& r) { return sim::framework::Describe(r, true); },
-        path + "messageCenterRequests");
-    if (e.log) Log(*e.log, slice, path + "log");
-    for (const std::string& text : e.noLog.value_or(std::vector<std::string>{})) {
-      const auto hit = std::find_if(slice.log.begin(), slice.log.end(),
-                                    [&text](const sim::LogLine& line) { return LogMatches(LogText(line), text); });
-      Compare(hit == slice.log.end(), path + "noLog", "no log line containing " + Quoted(text),
-              hit == slice.log.end() ? "" : Quoted(LogText(*hit)));
-    }
-    for (const auto& [text, count] : e.logCount.value_or(Counts{})) {
-      const auto lines = std::count_if(slice.log.begin(), slice.log.end(),
-                                       [&text](const sim::LogLine& line) { return LogMatches(LogText(line), text); });
-      Compare(lines == count, path + "logCount." + text, std::to_string(count) + " lines containing " + Quoted(text),
-              std::to_string(lines) + " lines");
+    for (size_t i = 0; i < tally.logCounts.size(); ++i) {
+      const auto& [pattern, count] = (*e.logCount)[i];
+      const int64_t lines = tally.logCounts[i];
+      Compare(lines == count, path + "logCount." + pattern.text,
+              std::to_string(count) + " lines containing " + Quoted(pattern.text), std::to_string(lines) + " lines");
     }
   }
 
@@ -141,22 +200,31 @@ class Checker {
             Shown(got, field.kind));
   }
 
-  void Texts(const std::optional<std::vector<std::string>>& expected, const std::vector<std::string>& got,
-             const std::string& path) {
-    if (expected) Compare(*expected == got, path, List(*expected), List(got));
+  // A list expected in full: texts, or records as JSON compared on the members given.
+  template <typename T>
+  void Texts(const std::optional<std::vector<T>>& expected, const Tally::List& got, const std::string& path) {
+    if (!expected) return;
+    ++m_result->checked;
+    if (got.same && got.shown.size() == expected->size()) return;
+    std::vector<std::string> want;
+    for (const T& item : *expected) want.push_back(Wanted(item));
+    Mismatch(path, List(want), List(got.shown));
   }
 
-  void KernelWrites(const Expectations& e, const Slice& slice, const std::string& path) {
-    std::string writes = std::to_string(slice.kernelWrites.size()) + " writes";
-    for (const auto& write : slice.kernelWrites) writes += "\n      " + records::DescribeKernelText(KernelText(write));
+  void KernelWrites(const Expectations& e, const Tally& tally, const std::string& path) {
     const size_t count = e.kernelWrites ? e.kernelWrites->size() : static_cast<size_t>(e.kernelWriteCount.value_or(0));
+    const size_t written = tally.writes.shown.size();
     if (!e.kernelWrites && !e.kernelWriteCount) return;
-    Compare(slice.kernelWrites.size() == count, path, std::to_string(count) + " writes", writes);
-    for (size_t i = 0; slice.kernelWrites.size() == count && i < (e.kernelWrites ? count : 0); ++i) {
+    ++m_result->checked;
+    if (written != count) {
+      Mismatch(path, std::to_string(count) + " writes",
+               std::to_string(written) + " writes" + tally.writes.shown.Text());
+    }
+    for (size_t i = 0; written == count && i < (e.kernelWrites ? count : 0); ++i) {
       const KernelWriteExpect& want = (*e.kernelWrites)[i];
-      const std::string text = KernelText(slice.kernelWrites[i]);
+      const std::string text = KernelText(tally.firstWrites[i]);
       const std::string at = path + "[" + std::to_string(i) + "]";
-      const size_t bytes = slice.kernelWrites[i].bytes.size();
+      const size_t bytes = tally.firstWrites[i].bytes.size();
       if (want.bytes && bytes != static_cast<size_t>(*want.bytes)) {
         Mismatch(at + ".bytes", std::to_string(*want.bytes), std::to_string(bytes));
       }
@@ -183,34 +251,15 @@ class Checker {
     }
   }
 
-  // Records in order, each compared on the members its expectation gives.
-  template <typename T, typename Describer>
-  void Records(const std::optional<std::vector<Json>>& expected, const std::vector<T>& records, Describer describe,
-               const std::string& path) {
-    if (!expected) return;
-    std::vector<std::string> want, shown;
-    bool same = expected->size() == records.size();
-    for (size_t i = 0; i < expected->size(); ++i) {
-      want.push_back((*expected)[i].dump());
-      same = same && Matches((*expected)[i], ToJson(records[i]));
-    }
-    for (const T& record : records) shown.push_back(describe(record));
-    Compare(same, path, List(want), List(shown));
-  }
-
-  void Log(const std::vector<std::string>& wanted, const Slice& slice, const std::string& path) {
+  void Log(const std::vector<LogPattern>& wanted, const Tally& tally, const std::string& path) {
     ++m_result->checked;
-    size_t line = 0;
-    for (size_t i = 0; i < wanted.size(); ++line, ++i) {
-      while (line < slice.log.size() && !LogMatches(LogText(slice.log[line]), wanted[i])) ++line;
-      if (line < slice.log.size()) continue;
-      std::string lines = slice.log.empty() ? " (no log lines)" : "; the lines were:";
-      for (const sim::LogLine& logged : slice.log) lines += "\n      " + LogText(logged);
-      return Mismatch(
-          path + "[" + std::to_string(i) + "]",
-          "a log line containing " + Quoted(wanted[i]) + (i ? " after the line with " + Quoted(wanted[i - 1]) : ""),
-          "none" + lines);
-    }
+    const size_t i = tally.logFound;
+    if (i == wanted.size()) return;
+    const std::string lines = tally.lines.size() ? "; the lines were:" + tally.lines.Text() : " (no log lines)";
+    Mismatch(path + "[" + std::to_string(i) + "]",
+             "a log line containing " + Quoted(wanted[i].text) +
+                 (i ? " after the line with " + Quoted(wanted[i - 1].text) : ""),
+             "none" + lines);
   }
 
   CheckResult* m_result;
@@ -228,23 +277,47 @@ Json ToJson(const Value& value) {
   return std::visit([](const auto& v) { return Json(v); }, value);
 }
 
+LogPattern::LogPattern(std::string pattern) : text(std::move(pattern)) {
+  for (size_t begin = 0; begin <= text.size();) {
+    const size_t star = std::min(text.find('*', begin), text.size());
+    if (star > begin) pieces.push_back(text.substr(begin, star - begin));
+    begin = star + 1;
+  }
+}
+
+bool LogPattern::Matches(const std::string& line) const {
+  size_t at = 0;
+  for (const std::string& piece : pieces) {
+    if ((at = line.find(piece, at)) == std::string::npos) return false;
+    at += piece.size();
+  }
+  return true;
+}
+
+std::vector<LogPattern> LogPatterns(const std::vector<std::string>& texts) { return {texts.begin(), texts.end()}; }
+
 void CheckStep(const Scenario& scenario, const StepOutcome& outcome, CheckResult* result) {
   const Step& step = scenario.steps[outcome.step];
-  if (outcome.restart) return;  // the restart after an abort
+  if (!result->tally) result->tally = std::make_shared<Tally>(scenario.expect);
+  result->tally->Add(scenario.expect, outcome.slice);  // the whole run's, for CheckEnd
+  if (outcome.restart) return;                         // the restart after an abort
   std::string where = step.path + " " + outcome.title;
   if (step.repeat > 1) {
     where += ", repetition " + std::to_string(outcome.repetition + 1) + " of " + std::to_string(step.repeat);
   }
   Checker checker(result, where);
   if (outcome.observed) checker.Call(step.expect, *outcome.observed, step.path + ".expect.");
-  checker.Effects(step.expect, outcome.slice, step.path + ".expect.");
+  Tally tally(step.expect);
+  tally.Add(step.expect, outcome.slice);
+  checker.Effects(step.expect, tally, outcome.slice, step.path + ".expect.");
 }
 
 void CheckEnd(const Scenario& scenario, const RunResult& run, CheckResult* result) {
   if (!run.error.empty()) return;
   Checker checker(result, "at the end of the scenario");
   checker.End(scenario.expect, run);
-  checker.Effects(scenario.expect, run.total, "expect.");
+  Tally none(scenario.expect);  // no step played
+  checker.Effects(scenario.expect, result->tally ? *result->tally : none, run.end, "expect.");
 }
 
 CheckResult Check(const Scenario& scenario, const RunResult& run) {

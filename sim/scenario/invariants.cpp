@@ -117,7 +117,6 @@ class Invariants : public Observer {
   void BeforeStep(const Step& step) override {
     m_before = sim::AllProperties();
     m_descriptors = OpenDescriptors();
-    m_stack = sim::HookStackCalls().size();
     m_kernelText = KernelText();
     const auto level = m_before.find(kLogLevelProperty);
     if (level != m_before.end() && !(Numbers(level->second) && std::atoll(level->second.c_str()) <= 4)) {
@@ -162,10 +161,9 @@ class Invariants : public Observer {
   // In shared mode a proxy pops the hook stack once, as the last thing it
   // does, with the return address into its caller.
   void CheckHookStack(const sim::HookLibrary& library) {
-    const std::vector<HookStackCall> calls = sim::HookStackCalls();
     std::vector<void*> popped;
-    for (size_t i = m_stack; i < calls.size(); ++i) {
-      if (calls[i].kind == HookStackCall::kPopStack) popped.push_back(calls[i].address);
+    for (const HookStackCall& call : m_outcome->slice.hookStack) {
+      if (call.kind == HookStackCall::kPopStack) popped.push_back(call.address);
     }
     if (popped.size() != 1)
       return Violation("the proxy pops the hook stack exactly once", std::to_string(popped.size()) + " pops");
@@ -310,7 +308,6 @@ class Invariants : public Observer {
   size_t m_played = 0;
   std::map<std::string, std::string> m_before;
   size_t m_descriptors = 0;
-  size_t m_stack = 0;
   std::optional<std::string> m_kernelText;
   bool m_quietLog = false;
   std::map<std::string, std::vector<std::string>> m_coreArguments;

@@ -5,6 +5,7 @@
 #include "sim/hal/simsensorhal.h"
 #include "sim/harness/harness.h"
 #include "sim/platform/simproperties.h"
+#include "sim/platform/simshadowhook.h"
 #include "sim/scenario/scenario.h"
 
 namespace sim::scenario {
@@ -14,34 +15,24 @@ namespace fw = sim::framework;
 
 constexpr char kOverrideSettingsDevicePath[] = "/odm/etc/camera/camxoverridesettings.txt";
 
-// How far into each of the simulated platform's records a run has read.
-struct Cursor {
-  size_t log = 0, writes = 0, notifications = 0, callbacks = 0, probeRecords = 0, switchQueries = 0,
-         argumentQueries = 0, requests = 0, halCalls = 0;
-};
-
-template <typename T>
-std::vector<T> Advance(std::vector<T> records, size_t* cursor) {
-  *cursor += records.size();
-  return records;
-}
-
-// What happened since `cursor`, which moves past it: each record is read
-// once, and the journal, which nothing else reads, is emptied. The state
-// afterwards is read only when asked for.
-Slice Take(Cursor* cursor, bool state = true) {
+// What happened since the last take: the simulated platform's records are
+// drained, so memory holds one step's. The state afterwards is read only
+// when asked for.
+Slice Take(bool state = true) {
   Slice slice;
-  slice.events = sim::Journal();
-  sim::ClearJournal();
-  slice.log = Advance(sim::LogLines(cursor->log), &cursor->log);
-  slice.kernelWrites = Advance(sim::SysfsWrites(cursor->writes), &cursor->writes);
-  slice.notifications = Advance(fw::CoreNotifications(cursor->notifications), &cursor->notifications);
-  slice.callbacks = Advance(fw::CoreCallbacks(cursor->callbacks), &cursor->callbacks);
-  slice.probeRecords = Advance(fw::CoreProbeRecords(cursor->probeRecords), &cursor->probeRecords);
-  slice.switchQueries = Advance(fw::CoreSwitchQueries(cursor->switchQueries), &cursor->switchQueries);
-  slice.argumentQueries = Advance(fw::CoreArgumentQueries(cursor->argumentQueries), &cursor->argumentQueries);
-  slice.requests = Advance(fw::MessageCenterRequests(cursor->requests), &cursor->requests);
-  slice.halCalls = Advance(hal::CallResults(cursor->halCalls), &cursor->halCalls);
+  slice.events = sim::TakeJournal();
+  slice.log = sim::TakeLogLines();
+  slice.kernelWrites = sim::TakeSysfsWrites();
+  fw::CoreRecords core = fw::TakeCoreRecords();
+  slice.notifications = std::move(core.notifications);
+  slice.callbacks = std::move(core.callbacks);
+  slice.probeRecords = std::move(core.probeRecords);
+  slice.switchQueries = std::move(core.switchQueries);
+  slice.argumentQueries = std::move(core.argumentQueries);
+  slice.requests = fw::TakeMessageCenterRequests();
+  slice.halCalls = hal::TakeCallResults();
+  slice.hookStack = sim::HookStackCalls();
+  sim::ClearHookStackCalls();
   if (!state) return slice;
   slice.properties = sim::AllProperties();
   if (FILE* file = std::fopen(sim::HostPath(hal::kProbeResultParameter).c_str(), "rb")) {
@@ -108,14 +99,12 @@ class Runner {
     m_phone = &phone;
     ApplyChanges(m_scenario.setup);
     for (Observer* observer : m_options.observers) observer->RunStarts(m_scenario);
-    Take(&m_cursor);  // the setup's records are not the run's
-    const Cursor start = m_cursor;
+    Take(false);  // the setup's records are not the run's
     m_result.libraryPath = sim::HookLibraryPath();
     if (StartProcess([&] { return phone.StartCameraProcess(&m_startError); })) {
       for (size_t index = 0; index < m_scenario.steps.size() && m_result.error.empty(); ++index) PlayStep(index);
     }
-    Cursor whole = start;
-    m_result.total = Take(&whole);
+    m_result.end = Take();
     ProcessEnds();
     m_result.durationUs =
         std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - started).count();
@@ -172,7 +161,7 @@ class Runner {
           Call(step, &outcome);
           break;
       }
-      outcome.slice = Take(&m_cursor, step.expect.properties || step.expect.kernelParameter);
+      outcome.slice = Take(step.expect.properties || step.expect.kernelParameter);
       if (step.kind == Step::Kind::kCall) {
         for (const hal::CallResult& call : outcome.slice.halCalls) {
           if (call.function == step.hook->call) outcome.halResults.push_back(call.result);
@@ -184,8 +173,9 @@ class Runner {
       for (Observer* observer : m_options.observers) {
         if (m_library != nullptr && m_result.error.empty()) observer->AfterStep(step, outcome, *m_library);
       }
+      const bool aborted = outcome.aborted;
       Done(std::move(outcome));
-      if (!m_result.outcomes.back().aborted || !m_result.error.empty()) continue;
+      if (!aborted || !m_result.error.empty()) continue;
       // The camera process died of its SIGABRT; Android's init starts the camera service again.
       StepOutcome restart;
       restart.step = index;
@@ -193,7 +183,7 @@ class Runner {
       restart.title = "camera process aborted: the camera service restarts";
       restart.restart = true;
       Restart("camera process aborted (SIGABRT); camera service restarted, properties kept");
-      restart.slice = Take(&m_cursor, false);
+      restart.slice = Take(false);
       Done(std::move(restart));
     }
   }
@@ -207,9 +197,9 @@ class Runner {
   }
 
   void Done(StepOutcome outcome) {
+    m_result.totals.Add(outcome);
     if (m_options.stepDone) m_options.stepDone(m_scenario, outcome);
-    if (!m_options.keepSlices) outcome.slice = Slice{};
-    m_result.outcomes.push_back(std::move(outcome));
+    if (m_options.keepOutcomes) m_result.outcomes.push_back(std::move(outcome));
   }
 
   void Call(const Step& step, StepOutcome* outcome) {
@@ -239,7 +229,6 @@ class Runner {
   sim::HookLibrary* m_library = nullptr;
   std::string m_startError;
   RunResult m_result;
-  Cursor m_cursor;
   size_t m_callsDone = 0;
 };
 

@@ -1,7 +1,11 @@
 #include "sim/scenario/report.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
 #include <map>
 #include <sstream>
+#include <stdexcept>
 
 #include "hook/src/errorframeworkid.h"
 #include "sim/records/records.h"
@@ -83,7 +87,76 @@ Json Each(const std::vector<T>& items, Convert convert) {
   return array;
 }
 
+// `value` as the whole report's dump(2) writes it `depth` levels deep.
+std::string Dumped(const Json& value, int depth) {
+  const std::string text = ValidUtf8(value).dump(2), indent = "\n" + std::string(2 * depth, ' ');
+  std::string out;
+  for (size_t at = 0, next = 0; at <= text.size(); at = next + 1) {
+    next = std::min(text.find('\n', at), text.size());
+    out.append(text, at, next - at);
+    if (next < text.size()) out += indent;
+  }
+  return out;
+}
+
+// An item of an array `depth` levels deep.
+void Item(Spool* items, const Json& value, int depth) {
+  items->Add((items->size() ? ",\n" : "\n") + std::string(2 * depth, ' ') + Dumped(value, depth));
+}
+
+constexpr size_t kSpoolMemory = 1 << 20;
+
 }  // namespace
+
+void Spool::Add(const std::string& text) {
+  ++m_count;
+  if (!m_file && m_memory.size() + text.size() <= kSpoolMemory) {
+    m_memory += text;
+    return;
+  }
+  if (!m_file) {
+    m_file.reset(std::tmpfile(), [](std::FILE* file) {
+      if (file != nullptr) std::fclose(file);
+    });
+    if (!m_file) throw std::runtime_error("cannot create a temporary file for a long run's records");
+    std::fwrite(m_memory.data(), 1, m_memory.size(), m_file.get());
+    m_memory.clear();
+  }
+  if (std::fwrite(text.data(), 1, text.size(), m_file.get()) != text.size()) {
+    throw std::runtime_error("cannot write a long run's records to a temporary file");
+  }
+}
+
+void Spool::CopyTo(std::ostream& out) const {
+  if (!m_file) {
+    out << m_memory;
+    return;
+  }
+  std::fflush(m_file.get());
+  std::rewind(m_file.get());
+  char buffer[1 << 16];
+  for (size_t got; (got = std::fread(buffer, 1, sizeof(buffer), m_file.get())) > 0;) out.write(buffer, got);
+  std::fseek(m_file.get(), 0, SEEK_END);
+}
+
+std::string Spool::Text() const {
+  std::ostringstream out;
+  CopyTo(out);
+  return out.str();
+}
+
+void Totals::Add(const StepOutcome& outcome) {
+  const Slice& slice = outcome.slice;
+  log += slice.log.size();
+  for (const sim::LogLine& line : slice.log) errors += line.priority >= 6 ? 1 : 0;
+  kernelWrites += slice.kernelWrites.size();
+  notifications += slice.notifications.size();
+  probeRecords += slice.probeRecords.size();
+  requests += slice.requests.size();
+  for (const auto& callback : slice.callbacks) callbacks.Add("      " + Describe(callback) + "\n");
+  const auto result = outcome.observed ? Number(*outcome.observed, "result") : std::nullopt;
+  changed += result && !outcome.halResults.empty() && outcome.halResults.back() != *result ? 1 : 0;
+}
 
 std::string KernelText(const sim::SysfsWrite& write) { return write.bytes.substr(0, write.bytes.find('\0')); }
 
@@ -155,34 +228,28 @@ std::string FormatStep(const Scenario& scenario, const StepOutcome& outcome, con
 
 std::string FormatSummary(const Scenario& scenario, const RunResult& run, const CheckResult& check) {
   std::ostringstream out;
-  const Slice& total = run.total;
+  const Totals& total = run.totals;
   size_t calls = 0;
   std::string perFunction;
   for (const auto& [function, count] : run.halCalls) {
     calls += static_cast<size_t>(count);
     perFunction += (perFunction.empty() ? ": " : ", ") + function + " " + std::to_string(count);
   }
-  size_t changed = 0;
-  for (const StepOutcome& outcome : run.outcomes) {
-    const auto result = outcome.observed ? Number(*outcome.observed, "result") : std::nullopt;
-    changed += result && !outcome.halResults.empty() && outcome.halResults.back() != *result;
-  }
-  size_t errors = 0;
-  for (const sim::LogLine& line : total.log) errors += line.priority >= 6 ? 1 : 0;
   out << "-- summary: " << scenario.name << "\n"
       << "   HAL calls played: " << scenario.callCount << " (" << calls << " reached the HAL" << perFunction << ")\n"
-      << "   results changed by the library: " << changed << "\n"
+      << "   results changed by the library: " << total.changed << "\n"
       << "   camera process: " << run.restarts << " restart(s), " << run.reboots << " reboot(s), " << run.aborts
       << " abort(s)\n"
-      << "   framework core: " << total.notifications.size() << " first-call notification(s), "
-      << total.callbacks.size() << " protection callback(s), " << total.probeRecords.size() << " probe record(s)\n";
-  for (const auto& callback : total.callbacks) out << "      " << Describe(callback) << "\n";
-  out << "   message centre: " << total.requests.size() << " request(s)\n"
-      << "   kernel parameter: " << total.kernelWrites.size() << " write(s); now "
-      << (total.kernelParameter ? records::DescribeKernelText(*total.kernelParameter) : std::string("absent")) << "\n"
-      << "   log: " << total.log.size() << " line(s), " << errors << " at ERROR\n";
+      << "   framework core: " << total.notifications << " first-call notification(s), " << total.callbacks.size()
+      << " protection callback(s), " << total.probeRecords << " probe record(s)\n";
+  total.callbacks.CopyTo(out);
+  out << "   message centre: " << total.requests << " request(s)\n"
+      << "   kernel parameter: " << total.kernelWrites << " write(s); now "
+      << (run.end.kernelParameter ? records::DescribeKernelText(*run.end.kernelParameter) : std::string("absent"))
+      << "\n"
+      << "   log: " << total.log << " line(s), " << total.errors << " at ERROR\n";
   bool any = false;
-  for (const auto& [key, value] : total.properties) {
+  for (const auto& [key, value] : run.end.properties) {
     if (key.rfind("vendor.debug.camera.imagesensorstate.", 0) != 0 && key != CamX::kErrorFrameworkIdProperty) {
       continue;
     }
@@ -204,59 +271,92 @@ std::string FormatSummary(const Scenario& scenario, const RunResult& run, const 
   return out.str();
 }
 
+void JsonReport::Add(const Scenario& scenario, const StepOutcome& outcome) {
+  const Step& step = scenario.steps[outcome.step];
+  Json item = {{"step", outcome.step + 1}, {"path", step.path}};
+  if (step.kind == Step::Kind::kCall) {
+    item["call"] = step.hook->call;
+    item["repetition"] = outcome.repetition + 1;
+  } else {
+    item["action"] = outcome.title;
+  }
+  item["title"] = outcome.title;
+  Json& observed = item["observed"] = outcome.restart ? Json{{"restart", true}} : Json();
+  for (const auto& [key, value] : outcome.observed ? outcome.observed->fields : Observed{}.fields) {
+    observed[key] = ToJson(value);
+  }
+  item["halResults"] = outcome.halResults;
+  Json& events = item["events"] = Json::array();
+  for (const sim::Event& event : outcome.slice.events) {
+    if (event.source != "shadowhook") events.push_back({{"source", event.source}, {"text", event.text}});
+  }
+  Item(&m_steps, item, 4);
+  const Slice& slice = outcome.slice;
+  for (const auto& write : slice.kernelWrites) {
+    Item(&m_records[0], {{"text", KernelText(write)}, {"bytes", write.bytes.size()}, {"result", write.result}}, 5);
+  }
+  for (const auto& n : slice.notifications) Item(&m_records[1], {{"hookName", n.hookName}, {"value", n.value}}, 5);
+  for (const auto& callback : slice.callbacks) Item(&m_records[2], ToJson(callback), 5);
+  for (const auto& r : slice.probeRecords) Item(&m_records[3], {{"name", r.name}, {"failed", r.result}}, 5);
+  for (int32_t kind : slice.switchQueries) Item(&m_records[4], kind, 5);
+  for (const std::string& name : slice.argumentQueries) Item(&m_records[5], name, 5);
+  for (const auto& request : slice.requests) Item(&m_records[6], sim::framework::Describe(request, true), 5);
+  for (const sim::LogLine& line : slice.log) {
+    Item(&m_records[7], {{"priority", line.priority}, {"tag", line.tag}, {"text", line.text}}, 5);
+  }
+}
+
+void JsonReport::Write(const Scenario& scenario, const RunResult& run, const CheckResult& check,
+                       std::ostream& out) const {
+  const auto key = [&out](int depth, const char* name, bool first = false) -> std::ostream& {
+    return out << (first ? "{\n" : ",\n") << std::string(2 * depth, ' ') << '"' << name << "\": ";
+  };
+  const auto array = [&out](const Spool& items, int depth) {
+    if (items.size() == 0) out << "[]";
+    if (items.size() == 0) return;
+    items.CopyTo(out << "[");
+    out << "\n" << std::string(2 * depth, ' ') << "]";
+  };
+  key(3, "file", true) << Dumped(scenario.file, 3);
+  key(3, "name") << Dumped(scenario.name, 3);
+  key(3, "library") << Dumped(run.libraryPath, 3);
+  if (!run.error.empty()) key(3, "error") << Dumped(run.error, 3);
+  key(3, "steps");
+  array(m_steps, 3);
+  key(3, "final");
+  key(4, "properties", true) << Dumped(run.end.properties, 4);
+  key(4, "kernelParameter") << Dumped(run.end.kernelParameter ? Json(*run.end.kernelParameter) : Json(), 4);
+  const char* const lists[] = {"kernelWrites",    "notifications",         "callbacks", "probeRecords", "switchQueries",
+                               "argumentQueries", "messageCenterRequests", "log"};
+  for (size_t i = 0; i < std::size(lists); ++i) {
+    key(4, lists[i]);
+    array(m_records[i], 4);
+  }
+  key(4, "halCalls") << Dumped(run.halCalls, 4);
+  key(4, "restarts") << run.restarts;
+  key(4, "reboots") << run.reboots;
+  key(4, "aborts") << run.aborts;
+  out << "\n      }";
+  key(3, "check");
+  key(4, "checked", true) << check.checked;
+  key(4, "ok") << (check.ok() && run.error.empty() ? "true" : "false");
+  key(4, "mismatches") << Dumped(
+      Each(check.mismatches,
+           [](const Mismatch& m) {
+             return Json{{"where", m.where}, {"path", m.path}, {"expected", m.expected}, {"got", m.got}};
+           }),
+      4);
+  out << "\n      }";
+  key(3, "durationUs") << run.durationUs;
+  out << "\n    }";
+}
+
 Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResult& check) {
-  Json report = {{"file", scenario.file}, {"name", scenario.name}, {"library", run.libraryPath}};
-  if (!run.error.empty()) report["error"] = run.error;
-  report["steps"] = Each(run.outcomes, [&scenario](const StepOutcome& outcome) {
-    const Step& step = scenario.steps[outcome.step];
-    Json item = {{"step", outcome.step + 1}, {"path", step.path}};
-    if (step.kind == Step::Kind::kCall) {
-      item["call"] = step.hook->call;
-      item["repetition"] = outcome.repetition + 1;
-    } else {
-      item["action"] = outcome.title;
-    }
-    item["title"] = outcome.title;
-    Json& observed = item["observed"] = outcome.restart ? Json{{"restart", true}} : Json();
-    for (const auto& [key, value] : outcome.observed ? outcome.observed->fields : Observed{}.fields) {
-      observed[key] = ToJson(value);
-    }
-    item["halResults"] = outcome.halResults;
-    Json& events = item["events"] = Json::array();
-    for (const sim::Event& event : outcome.slice.events) {
-      if (event.source != "shadowhook") events.push_back({{"source", event.source}, {"text", event.text}});
-    }
-    return item;
-  });
-  const Slice& total = run.total;
-  Json& final = report["final"] = {{"properties", total.properties}};
-  final["kernelParameter"] = total.kernelParameter ? Json(*total.kernelParameter) : Json();
-  final["kernelWrites"] = Each(total.kernelWrites, [](const sim::SysfsWrite& write) {
-    return Json{{"text", KernelText(write)}, {"bytes", write.bytes.size()}, {"result", write.result}};
-  });
-  final["notifications"] = Each(total.notifications, [](const auto& notification) {
-    return Json{{"hookName", notification.hookName}, {"value", notification.value}};
-  });
-  final["callbacks"] = Each(total.callbacks, [](const auto& callback) { return ToJson(callback); });
-  final["probeRecords"] =
-      Each(total.probeRecords, [](const auto& r) { return Json{{"name", r.name}, {"failed", r.result}}; });
-  final["switchQueries"] = total.switchQueries;
-  final["argumentQueries"] = total.argumentQueries;
-  final["messageCenterRequests"] =
-      Each(total.requests, [](const auto& request) { return sim::framework::Describe(request, true); });
-  final["log"] = Each(total.log, [](const sim::LogLine& line) {
-    return Json{{"priority", line.priority}, {"tag", line.tag}, {"text", line.text}};
-  });
-  final["halCalls"] = run.halCalls;
-  final["restarts"] = run.restarts;
-  final["reboots"] = run.reboots;
-  final["aborts"] = run.aborts;
-  report["check"] = {{"checked", check.checked}, {"ok", check.ok() && run.error.empty()}};
-  report["check"]["mismatches"] = Each(check.mismatches, [](const Mismatch& m) {
-    return Json{{"where", m.where}, {"path", m.path}, {"expected", m.expected}, {"got", m.got}};
-  });
-  report["durationUs"] = run.durationUs;
-  return ValidUtf8(std::move(report));
+  JsonReport report;
+  for (const StepOutcome& outcome : run.outcomes) report.Add(scenario, outcome);
+  std::ostringstream out;
+  report.Write(scenario, run, check, out);
+  return Json::parse(out.str());
 }
 
 }  // namespace sim::scenario

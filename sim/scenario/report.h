@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,14 +24,18 @@ struct Mismatch {
   std::string got;
 };
 
+struct Tally;  // the whole run's records as its expectations need them
+
 struct CheckResult {
   size_t checked = 0;  // expectations compared
   std::vector<Mismatch> mismatches;
+  std::shared_ptr<Tally> tally;  // followed by CheckStep for CheckEnd
   bool ok() const { return mismatches.empty(); }
 };
 
 CheckResult Check(const Scenario& scenario, const RunResult& run);
-// The same, step by step while the scenario plays, then at its end.
+// The same, step by step while the scenario plays (each step also followed
+// for the whole run's expectations), then at its end.
 void CheckStep(const Scenario& scenario, const StepOutcome& outcome, CheckResult* result);
 void CheckEnd(const Scenario& scenario, const RunResult& run, CheckResult* result);
 
@@ -52,8 +57,21 @@ std::string FormatStep(const Scenario& scenario, const StepOutcome& outcome, con
 // Totals of a run, the state left on the phone explained, and the check.
 std::string FormatSummary(const Scenario& scenario, const RunResult& run, const CheckResult& check);
 
-// The report of one scenario as JSON.
+// The report of one scenario as JSON (from every step's outcome).
 Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResult& check);
+
+// The same report, written as the scenario plays: each step's item and the
+// run's records are spooled as they come, and Write puts them in place, as
+// an item of the document's "scenarios" (two levels deep) that dump(2) writes.
+class JsonReport {
+ public:
+  void Add(const Scenario& scenario, const StepOutcome& outcome);
+  void Write(const Scenario& scenario, const RunResult& run, const CheckResult& check, std::ostream& out) const;
+
+ private:
+  Spool m_steps;
+  Spool m_records[8];  // the run's "final" lists, in their order
+};
 
 // The text of a kernel parameter write, without its NUL padding.
 std::string KernelText(const sim::SysfsWrite& write);

@@ -188,8 +188,8 @@ Expectations Expect(const Node& node, const Step* step) {
     if (key == "kernelParameter") e.kernelParameter = KernelExpectation(value);
     if (key == "notifications") e.notifications = value.Strings(kStrings);
     if (key == "argumentQueries") e.argumentQueries = value.Strings(kStrings);
-    if (key == "log") e.log = value.Strings(kStrings);
-    if (key == "noLog") e.noLog = value.Strings(kStrings);
+    if (key == "log") e.log = LogPatterns(value.Strings(kStrings));
+    if (key == "noLog") e.noLog = LogPatterns(value.Strings(kStrings));
     for (const FieldSpec& field : hook != nullptr ? hook->fields : std::vector<FieldSpec>{}) {
       if (key == field.key) e.fields.emplace_back(field, FieldValue(value, field.kind));
     }

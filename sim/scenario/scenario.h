@@ -6,10 +6,12 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,7 @@
 #include "sim/harness/harness.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simlog.h"
+#include "sim/platform/simshadowhook.h"
 
 namespace sim::scenario {
 
@@ -85,6 +88,17 @@ struct KernelWriteExpect {
 };
 using Counts = std::vector<std::pair<std::string, int64_t>>;
 
+// A log expectation's text, compiled once: the pieces between its "*" (runs
+// of "*" are one), which a line must hold in order. Matching takes time in
+// proportion to the line, whatever the pattern.
+struct LogPattern {
+  LogPattern(std::string pattern);  // implicit: every text is a pattern
+  bool Matches(const std::string& line) const;
+  std::string text;
+  std::vector<std::string> pieces;  // none empty
+};
+std::vector<LogPattern> LogPatterns(const std::vector<std::string>& texts);
+
 // What a step (after each repetition) or the whole run must show; unset
 // members are not checked.
 struct Expectations {
@@ -96,10 +110,11 @@ struct Expectations {
   std::optional<KernelExpect> kernelParameter;
   std::optional<int64_t> kernelWriteCount;
   std::optional<std::vector<KernelWriteExpect>> kernelWrites;
-  std::optional<std::vector<std::string>> notifications, argumentQueries, log, noLog;
+  std::optional<std::vector<std::string>> notifications, argumentQueries;
+  std::optional<std::vector<LogPattern>> log, noLog;
   // As the checker describes what happened: "2", "s5kgm2_rear failed".
   std::optional<std::vector<std::string>> switchQueries, probeRecords;
-  std::optional<Counts> logCount;
+  std::optional<std::vector<std::pair<LogPattern, int64_t>>> logCount;
   // Records as JSON: a callback's given fields; a request's "name" and, when given, its exact "data".
   std::optional<std::vector<Json>> callbacks, requests;
   // The whole run only.
@@ -171,8 +186,7 @@ std::string ZeroTable(size_t count = 64);
 // makes each HAL call through the proxy that is installed over it, and
 // records what the library did at every step.
 
-// What happened during a stretch of the run (one step, or the whole run),
-// and the state the phone was left in.
+// What happened during one step, and the state the phone was left in.
 struct Slice {
   std::vector<sim::Event> events;  // the simulated platform's journal
   std::vector<sim::LogLine> log;
@@ -184,6 +198,7 @@ struct Slice {
   std::vector<std::string> argumentQueries;
   std::vector<sim::framework::MessageCenterRequest> requests;
   std::vector<hal::CallResult> halCalls;
+  std::vector<sim::HookStackCall> hookStack;  // the proxies' calls into ShadowHook
   // State afterwards (of a step, only when its expectations need it).
   std::map<std::string, std::string> properties;
   std::optional<std::string> kernelParameter;  // none: no file
@@ -200,11 +215,35 @@ struct StepOutcome {
   Slice slice;
 };
 
+// Texts kept in order, in memory up to 1 MiB and in a temporary file beyond:
+// what the end of a long run needs of every step, without filling memory.
+class Spool {
+ public:
+  void Add(const std::string& text);
+  size_t size() const { return m_count; }  // texts added
+  void CopyTo(std::ostream& out) const;
+  std::string Text() const;
+
+ private:
+  std::string m_memory;
+  std::shared_ptr<std::FILE> m_file;  // once the texts outgrow memory
+  size_t m_count = 0;
+};
+
+// The whole run, counted step by step as it plays.
+struct Totals {
+  void Add(const StepOutcome& outcome);
+  size_t log = 0, errors = 0, kernelWrites = 0, notifications = 0, probeRecords = 0, requests = 0;
+  size_t changed = 0;  // results the library changed
+  Spool callbacks;     // each protection callback, as the summary lists it
+};
+
 struct RunResult {
   std::string error;  // set when the run could not go on (missing library or proxy)
   std::string libraryPath;
-  std::vector<StepOutcome> outcomes;
-  Slice total;
+  std::vector<StepOutcome> outcomes;  // with PlayOptions::keepOutcomes
+  Totals totals;
+  Slice end;  // the state the run left (its properties and kernel parameter)
   std::map<std::string, int> halCalls;
   int restarts = 0;
   int reboots = 0;
@@ -238,9 +277,9 @@ struct PlayOptions {
   std::function<void(size_t done, size_t total)> progress;
   // Called after every step outcome (for output while a long run goes on).
   std::function<void(const Scenario&, const StepOutcome&)> stepDone;
-  // false: a step's records are dropped once stepDone has seen them, so a
-  // long run keeps only what the whole run's report and checks need.
-  bool keepSlices = true;
+  // false: each step's outcome goes to stepDone only, so a run holds one
+  // step's records at a time.
+  bool keepOutcomes = true;
   std::vector<Observer*> observers;
 };
 

@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
                                                 },
                                                 std::nullopt});
     sc::PlayOptions options;
-    options.keepSlices = false;
+    options.keepOutcomes = false;
     options.observers = {invariants.get()};
     const sc::RunResult run = sc::Play(scenario, options);
     if (!run.error.empty()) std::cout << run.error << "\n";

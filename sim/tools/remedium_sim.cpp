@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -68,47 +69,58 @@ struct RunOptions {
 };
 
 int Play(const std::vector<std::string>& files, const RunOptions& options) {
-  // Every scenario is read before the first is played (a run enters the
-  // simulated device's root, so relative paths are resolved first).
-  std::vector<sc::Scenario> scenarios;
+  // Every file is validated before the first plays, then each is read again
+  // and played on its own, so memory holds one scenario and one step's records.
   size_t calls = 0;
+  bool valid = true;
   for (const std::string& file : files) {
     sc::LoadError error;
-    if (std::optional<sc::Scenario> scenario = sc::LoadScenarioFile(file, &error)) {
-      if (std::string what; !sim::replay::ApplyOverrides(options.overrides, &*scenario, &what)) {
-        std::fprintf(stderr, "remedium-sim: %s\n", what.c_str());
-        return kExitError;
-      }
-      calls += scenario->callCount;
-      scenarios.push_back(std::move(*scenario));
-    } else {
-      std::fprintf(stderr, "remedium-sim: %s\n", error.ToString().c_str());
+    std::optional<sc::Scenario> scenario = sc::LoadScenarioFile(file, &error);
+    if (!scenario) std::fprintf(stderr, "remedium-sim: %s\n", error.ToString().c_str());
+    if (std::string what; scenario && !sim::replay::ApplyOverrides(options.overrides, &*scenario, &what)) {
+      std::fprintf(stderr, "remedium-sim: %s\n", what.c_str());
+      return kExitError;
     }
+    valid = valid && scenario;
+    calls += scenario ? scenario->callCount : 0;
   }
-  if (scenarios.size() != files.size()) return kExitError;
+  if (!valid) return kExitError;
   const std::string jsonPath = options.jsonPath.empty() ? "" : std::filesystem::absolute(options.jsonPath).string();
   Progress progress;
   progress.enabled = options.progress == "on" ||
-                     (options.progress == "auto" && isatty(STDERR_FILENO) && (calls > 200 || scenarios.size() > 3));
+                     (options.progress == "auto" && isatty(STDERR_FILENO) && (calls > 200 || files.size() > 3));
   const bool timeline = !options.check && !options.quiet;
-  sc::Json report = {
-      {"tool", "remedium-sim"}, {"command", options.check ? "check" : "run"}, {"scenarios", sc::Json::array()}};
+  std::ofstream json;  // the report as one JSON document, each scenario's written when it ends
+  if (!jsonPath.empty()) json.open(jsonPath, std::ios::trunc);
+  if (json.is_open()) {
+    json << "{\n  \"tool\": \"remedium-sim\",\n  \"command\": \"" << (options.check ? "check" : "run")
+         << "\",\n  \"scenarios\": [";
+  }
   int status = 0;
-  size_t passed = 0;
-  for (size_t i = 0; i < scenarios.size(); ++i) {
-    const sc::Scenario& scenario = scenarios[i];
-    progress.label = "[" + std::to_string(i + 1) + "/" + std::to_string(scenarios.size()) + "] " + scenario.file;
+  size_t passed = 0, reported = 0;
+  for (size_t i = 0; i < files.size(); ++i) {
+    sc::LoadError error;
+    std::optional<sc::Scenario> loaded = sc::LoadScenarioFile(files[i], &error);
+    if (std::string what; loaded && !sim::replay::ApplyOverrides(options.overrides, &*loaded, &what)) loaded.reset();
+    if (!loaded) {  // changed since it was validated
+      std::fprintf(stderr, "remedium-sim: %s\n", error.ToString().c_str());
+      status = kExitError;
+      continue;
+    }
+    const sc::Scenario& scenario = *loaded;
+    progress.label = "[" + std::to_string(i + 1) + "/" + std::to_string(files.size()) + "] " + scenario.file;
     if (timeline) std::cout << sc::FormatHeader(scenario) << std::flush;
-    // Each step is shown and checked as it is played; its records are kept
-    // only for the --json report.
+    // Each step is shown, checked and reported as it is played, then dropped.
     sc::CheckResult check;
+    sc::JsonReport report;
     sc::PlayOptions play;
-    play.keepSlices = !jsonPath.empty();
+    play.keepOutcomes = false;
     play.progress = [&progress](size_t done, size_t total) { progress.Update(done, total); };
     play.stepDone = [&](const sc::Scenario& played, const sc::StepOutcome& outcome) {
       if (timeline) progress.Clear();
       if (timeline) std::cout << sc::FormatStep(played, outcome, {options.verbose, options.logcat}) << std::flush;
       sc::CheckStep(played, outcome, &check);
+      if (json.is_open()) report.Add(played, outcome);
     };
     bool violated = false;
     const auto invariants =
@@ -122,7 +134,7 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
     if (violated && status == 0) status = kExitMismatch;
     progress.Clear();
     sc::CheckEnd(scenario, run, &check);
-    if (!jsonPath.empty()) report["scenarios"].push_back(sc::ReportJson(scenario, run, check));
+    if (json.is_open()) report.Write(scenario, run, check, json << (reported++ ? ",\n    " : "\n    "));
     if (!run.error.empty()) {
       std::fprintf(stderr, "remedium-sim: %s: %s\n", scenario.file.c_str(), run.error.c_str());
       status = kExitError;
@@ -140,14 +152,12 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
     if (options.check && run.error.empty() && check.checked == 0) std::cout << "     (this file has no expectations)\n";
     std::cout << std::flush;
   }
-  if (options.check && scenarios.size() > 1)
-    std::cout << passed << " of " << scenarios.size() << " scenario(s) passed\n";
+  if (options.check && files.size() > 1) std::cout << passed << " of " << files.size() << " scenario(s) passed\n";
   if (jsonPath.empty()) return status;
-  std::ofstream out(jsonPath, std::ios::trunc);
-  out << report.dump(2) << "\n";
-  out.close();
-  if (!out) std::fprintf(stderr, "remedium-sim: cannot write the report to %s\n", jsonPath.c_str());
-  return out ? status : kExitError;
+  json << (reported ? "\n  ]\n}\n" : "]\n}\n");
+  json.close();
+  if (!json) std::fprintf(stderr, "remedium-sim: cannot write the report to %s\n", jsonPath.c_str());
+  return json ? status : kExitError;
 }
 
 // What-if options of run, check and compare, applied to each scenario before it plays.
@@ -188,10 +198,21 @@ int ListHooks(const std::string& libraryPath) {
   return missing.empty() ? 0 : kExitMismatch;
 }
 
+constexpr size_t kMaxDecodeInput = 1 << 20;  // bytes "decode -" reads from stdin
+
 int Decode(std::vector<std::string> texts, const std::string& as) {
   if (texts.size() == 1 && texts[0] == "-") {
+    std::string input(kMaxDecodeInput + 1, '\0');
+    std::cin.read(input.data(), static_cast<std::streamsize>(input.size()));
+    input.resize(static_cast<size_t>(std::cin.gcount()));
+    if (input.size() > kMaxDecodeInput) {
+      std::fprintf(stderr, "remedium-sim: decode -: stdin holds more than 1 MiB (%zu bytes), the most it reads\n",
+                   kMaxDecodeInput);
+      return kExitError;
+    }
     texts.clear();
-    for (std::string line; std::getline(std::cin, line);) {
+    std::istringstream lines(input);
+    for (std::string line; std::getline(lines, line);) {
       if (!line.empty()) texts.push_back(line);
     }
   }
@@ -211,6 +232,14 @@ int Decode(std::vector<std::string> texts, const std::string& as) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // CLI11 gives what follows "--" to the top level, not to the subcommand, so
+  // decode takes its texts after "--" (those beginning with "-") itself.
+  std::vector<std::string> decodeTexts;
+  for (int i = 2; argc > 1 && std::string(argv[1]) == "decode" && i < argc; ++i) {
+    if (std::string(argv[i]) != "--") continue;
+    decodeTexts.assign(argv + i + 1, argv + argc);
+    argc = i;
+  }
   CLI::App app{
       "Runs the camera hook library com.velora.remedium.hook.camx.so on a simulated phone.\n"
       "Without a command, plays the bundled default scenario.",
@@ -375,11 +404,13 @@ int main(int argc, char** argv) {
     if (*report) return fleet::RunReport(reportDb, reportHtml, std::cerr);
     if (*exportCommand) return fleet::RunExport(exportDb, std::cout, std::cerr);
     if (*merge) return fleet::RunMerge(mergeDb, mergeParts, std::cout, std::cerr);
-    if (*decode && decode->remaining().empty()) {
+    const std::vector<std::string> given = decode->remaining();
+    decodeTexts.insert(decodeTexts.begin(), given.begin(), given.end());
+    if (*decode && decodeTexts.empty()) {
       std::fprintf(stderr, "remedium-sim: decode needs a TEXT (a state, an error id list or a kernel parameter)\n");
       return kExitError;
     }
-    if (*decode) return Decode(decode->remaining(), decodeAs);
+    if (*decode) return Decode(decodeTexts, decodeAs);
     const int status = Play({REMEDIUM_DEFAULT_SCENARIO}, runOptions);
     std::cout
         << "More: remedium-sim run|check FILE..., remedium-sim hooks, remedium-sim decode TEXT (--help for each).\n"

@@ -1,7 +1,9 @@
 // Playing scenarios on the simulated phone with the built library, and
 // comparing with their expectations: a mismatch is reported where it happened,
 // with what was expected and what the library did.
+#include <cstring>
 #include <fstream>
+#include <random>
 #include <regex>
 #include <sstream>
 
@@ -93,9 +95,62 @@ TEST(ScenarioPlay, LogLinesMatchInOrderAndStarStandsForAnyText) {
   EXPECT_TRUE(sc::Check(scenario, sc::Play(scenario)).ok());
 
   sc::Scenario reversed = scenario;
-  reversed.expect.log = {{"camera id: 1, slot id: 2", "camera id: 0, slot id: 1"}};
+  reversed.expect.log = sc::LogPatterns({"camera id: 1, slot id: 2", "camera id: 0, slot id: 1"});
   const sc::CheckResult check = sc::Check(reversed, sc::Play(reversed));
   EXPECT_THAT(Paths(check), ElementsAre("expect.log[1]"));
+}
+
+// A compiled pattern matches as "*" + pattern + "*" does as a glob.
+TEST(ScenarioPlay, LogPatternMatchesAsAGlobWouldOnRandomTexts) {
+  const auto glob = [](const std::string& line, const std::string& pattern) {
+    const std::string g = "*" + pattern + "*";
+    std::vector<std::vector<bool>> m(g.size() + 1, std::vector<bool>(line.size() + 1, false));
+    m[0][0] = true;
+    for (size_t i = 1; i <= g.size(); ++i) {
+      for (size_t j = 0; j <= line.size(); ++j) {
+        m[i][j] = g[i - 1] == '*' ? m[i - 1][j] || (j > 0 && m[i][j - 1])
+                                  : j > 0 && m[i - 1][j - 1] && g[i - 1] == line[j - 1];
+      }
+    }
+    return static_cast<bool>(m[g.size()][line.size()]);
+  };
+  std::mt19937 random(7);
+  const auto text = [&random](const char* alphabet, size_t most) {
+    std::string t(random() % (most + 1), ' ');
+    for (char& c : t) c = alphabet[random() % std::strlen(alphabet)];
+    return t;
+  };
+  for (int i = 0; i < 20000; ++i) {
+    const std::string line = text("ab", 12), pattern = text("ab**", 8);
+    ASSERT_EQ(sc::LogPattern(pattern).Matches(line), glob(line, pattern)) << line << " / " << pattern;
+  }
+  EXPECT_TRUE(sc::LogPattern(std::string(2000000, '*')).pieces.empty());  // matches every line at once
+}
+
+// A run without kept outcomes holds one step's records at a time: the
+// simulated platform is drained after each step, and the whole run's
+// expectations, followed step by step, still hold.
+TEST(ScenarioPlay, LongRunHoldsOneStepOfRecords) {
+  const sc::Scenario scenario = Parse(R"({"name": "t", "device": {"cameras": [{"id": 0}]},
+    "steps": [{"call": "GetStaticCaps", "camera": 0, "repeat": 500}],
+    "expect": {"logCount": {"GetStaticCapsHook() camera id: 0": 500}, "log": ["camera id: 0", "camera id: 0"]}})");
+  sc::PlayOptions options;
+  options.keepOutcomes = false;
+  sc::CheckResult check;
+  size_t steps = 0, left = 0;
+  options.stepDone = [&](const sc::Scenario& played, const sc::StepOutcome& outcome) {
+    ++steps;
+    left += sim::LogLines().size() + sim::Journal().size() + sim::hal::CallResults().size();
+    sc::CheckStep(played, outcome, &check);
+  };
+  const sc::RunResult run = sc::Play(scenario, options);
+  sc::CheckEnd(scenario, run, &check);
+  EXPECT_EQ(steps, 500u);
+  EXPECT_EQ(left, 0u);
+  EXPECT_TRUE(run.outcomes.empty());
+  EXPECT_EQ(run.totals.log, 500u);
+  EXPECT_EQ(check.checked, 2u);
+  EXPECT_TRUE(check.ok()) << sc::FormatMismatches(check);
 }
 
 TEST(ScenarioPlay, ReportCarriesStepsFinalStateAndCheck) {
@@ -116,6 +171,12 @@ TEST(ScenarioPlay, ReportCarriesStepsFinalStateAndCheck) {
   EXPECT_EQ(report["steps"][0]["halResults"], sc::Json::array({3}));
   EXPECT_EQ(report["final"]["properties"]["vendor.debug.camera.imagesensorstate.0"], "<P:-:0><I:F:7><C:-:0>");
   EXPECT_EQ(report["final"]["properties"][CamX::kErrorFrameworkIdProperty], "2");
+  // The streamed report is the document's item as dump(2) writes it.
+  sc::JsonReport streamed;
+  streamed.Add(scenario, run.outcomes[0]);
+  std::ostringstream out;
+  streamed.Write(scenario, run, check, out);
+  EXPECT_EQ(out.str(), std::regex_replace(report.dump(2), std::regex("\n"), "\n    "));
   const std::string summary = sc::FormatSummary(scenario, run, check);
   EXPECT_THAT(summary, HasSubstr("results changed by the library: 1"));
   EXPECT_THAT(summary, HasSubstr("initialisation (I): failed, recorded 7 s after boot"));
@@ -154,7 +215,7 @@ TEST(ScenarioPlay, LogTextThatIsNotUtf8IsEscapedInTheReport) {
   ASSERT_NO_THROW(text = report.dump());
   EXPECT_THAT(text, HasSubstr(R"(\\xC3")"));  // the cut character's first byte, at the end of a line
   bool cut = false;
-  for (const sim::LogLine& line : run.total.log) cut = cut || !sim::text::IsUtf8(line.text);
+  for (const sim::LogLine& line : run.outcomes[0].slice.log) cut = cut || !sim::text::IsUtf8(line.text);
   EXPECT_TRUE(cut) << "no log line was cut inside a character";
   EXPECT_EQ(sim::text::EscapeUtf8("a\\b\xC3"), "a\\\\b\\xC3");
 }

@@ -51,13 +51,16 @@ sc::Scenario Seed(const std::filesystem::path& file) {
   return seq::Decode(bytes.data(), bytes.size(), file.stem().string());
 }
 
-std::vector<std::string> PlayChecked(const sc::Scenario& scenario, std::optional<size_t> leakAfter = std::nullopt) {
+std::vector<std::string> PlayChecked(const sc::Scenario& scenario, std::optional<size_t> leakAfter = std::nullopt,
+                                     sc::RunResult* result = nullptr) {
   std::vector<std::string> violations;
   const auto invariants =
       sc::MakeInvariants({[&violations](const std::string& message) { violations.push_back(message); }, leakAfter});
   sc::PlayOptions options;
   options.observers = {invariants.get()};
-  EXPECT_EQ(sc::Play(scenario, options).error, "");
+  sc::RunResult run = sc::Play(scenario, options);
+  EXPECT_EQ(run.error, "");
+  if (result != nullptr) *result = std::move(run);
   return violations;
 }
 
@@ -68,18 +71,21 @@ struct Effects {
   bool operator==(const Effects&) const = default;
 };
 
-Effects Recorded() {
+// From the records left on the phone, or the outcomes of a scenario's run (which drains them step by step).
+Effects Recorded(const sc::RunResult& run) {
   Effects effects;
   // HAL object addresses differ from run to run.
   static const std::regex kAddress("0x[0-9a-f]+");
-  for (const sim::LogLine& line : sim::LogLines()) {
-    effects.log.push_back(std::regex_replace(sc::LogText(line), kAddress, "0x?"));
+  for (const sc::StepOutcome& outcome : run.outcomes) {
+    for (const sim::LogLine& line : outcome.slice.log) {
+      effects.log.push_back(std::regex_replace(sc::LogText(line), kAddress, "0x?"));
+    }
+    for (const sim::SysfsWrite& write : outcome.slice.kernelWrites) effects.kernelWrites.push_back(write.bytes);
+    for (const auto& notification : outcome.slice.notifications) {
+      effects.notifications.push_back(notification.hookName + " " + std::to_string(notification.value));
+    }
   }
-  for (const sim::SysfsWrite& write : sim::SysfsWrites()) effects.kernelWrites.push_back(write.bytes);
-  for (const auto& notification : sim::framework::CoreNotifications()) {
-    effects.notifications.push_back(notification.hookName + " " + std::to_string(notification.value));
-  }
-  effects.properties = sim::AllProperties();
+  effects.properties = run.end.properties;
   return effects;
 }
 
@@ -121,13 +127,15 @@ TEST(CallSequence, SeedsKeepTheInvariantsAndTheirFilesPlayTheSame) {
     SCOPED_TRACE(file.filename().string());
     const sc::Scenario seed = Seed(file);
     ASSERT_GT(seed.steps.size(), 3u);
-    EXPECT_THAT(PlayChecked(seed), ::testing::IsEmpty());
-    const Effects played = Recorded();
+    sc::RunResult run;
+    EXPECT_THAT(PlayChecked(seed, std::nullopt, &run), ::testing::IsEmpty());
+    const Effects played = Recorded(run);
     sc::LoadError error;
     const auto loaded = sc::ParseScenario(Text(seed), "sequence.json", &error);
     ASSERT_TRUE(loaded.has_value()) << error.ToString();
-    ASSERT_EQ(sc::Play(*loaded).error, "");
-    EXPECT_EQ(Recorded(), played);
+    const sc::RunResult again = sc::Play(*loaded);
+    ASSERT_EQ(again.error, "");
+    EXPECT_EQ(Recorded(again), played);
     logged += played.log.size();
   }
   EXPECT_GT(logged, 100u);
