@@ -11,6 +11,7 @@
 #include <iterator>
 #include <regex>
 #include <set>
+#include <sstream>
 
 #include "core/model/monitor/interface/imagesensorstate.h"
 #include "explain/sites.h"
@@ -275,8 +276,11 @@ class Invariants : public Observer {
       ids.insert(0);
       return ids;
     }();
-    const auto old = Numbers(before);
-    std::multiset<int64_t> kept = old ? std::multiset<int64_t>(old->begin(), old->end()) : std::multiset<int64_t>{};
+    // The ids before, as the library reads them: numbers up to the first text that is none.
+    std::vector<int64_t> old;
+    std::istringstream in(before);
+    for (int number = 0; in >> number; in.peek() == ',' ? in.ignore() : in) old.push_back(number);
+    std::multiset<int64_t> kept(old.begin(), old.end());
     for (int64_t number : *numbers) {
       const auto found = kept.find(number);
       if (found != kept.end()) {
@@ -285,7 +289,7 @@ class Invariants : public Observer {
         return Violation("error-id list adds only framework ids", "added " + std::to_string(number));
       }
     }
-    if (old && !HasDuplicates(*old) && HasDuplicates(*numbers)) {
+    if (!HasDuplicates(old) && HasDuplicates(*numbers)) {
       Violation("error-id list stays without duplicates", "\"" + before + "\" became \"" + after + "\"");
     }
   }
