@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "client/interface/messagecenterclient.h"
+#include "core/model/monitor/interface/imagesensorstate.h"
 #include "explain/logline.h"
 #include "explain/sites.h"
 
@@ -23,7 +24,10 @@ struct Thread {
   LogCall* open = nullptr;
   int lastCamera = -1;
   bool pendingCoreMissing = false, pendingSettingsMissing = false;
-  std::optional<std::pair<std::string, std::string>> pendingState;
+  int pendingArguments = 0;  // the core's arguments asked for with the core missing, by no call yet
+  std::string argumentsWhere;
+  std::vector<std::tuple<bool, std::string, std::string>> pendingStates;  // before the process's first call
+  std::string stateKey;                                                   // of the update being written
   std::string lastTag, lastMessage;  // its last library line, for logd's "identical N lines"
   char lastLevel = 'I';
 };
@@ -55,7 +59,7 @@ class CallSink final : public explain::InputSink {
     m_story.PreviousBoot(begins);
     if (begins == m_inPrevious) return;
     m_inPrevious = begins;
-    m_threads.clear();
+    EndThreads();
     if (begins) {
       if (m_calls.boots.empty()) NewBoot();
       m_saved = m_boot;
@@ -82,7 +86,7 @@ class CallSink final : public explain::InputSink {
   }
 
   void Finish() {
-    m_threads.clear();
+    EndThreads();
     if (!m_inPrevious) return;
     m_boot = m_saved;
   }
@@ -99,15 +103,32 @@ class CallSink final : public explain::InputSink {
     return m_calls.boots[m_boot];
   }
   void NewBoot() {
+    EndThreads();
     m_calls.boots.push_back({});
     m_boot = m_calls.boots.size() - 1;
+  }
+  // A thread's last asks for the core's arguments that no line of a hook followed: the hooks that
+  // write no line when the core is missing (the EEPROM read, the CSL message handler, the lens
+  // position read).
+  void EndThreads() {
+    for (auto& [key, thread] : m_threads) Lone(thread, 0);
     m_threads.clear();
+  }
+  void Lone(Thread& thread, int used) {
+    for (; thread.pendingArguments > used; --thread.pendingArguments) {
+      LogCall& call = Boot().processes.back().calls.emplace_back();
+      call.id = m_nextId++;
+      call.name = "ReadLensPositionData";
+      call.where = thread.argumentsWhere;
+      call.coreMissing = true;
+    }
+    thread.pendingArguments = 0;
   }
   LogProcess& Process(int pid) {
     LogBoot& boot = Boot();
     if (boot.processes.empty() || boot.processes.back().pid != pid) {
+      if (!boot.processes.empty()) EndThreads();
       boot.processes.push_back({pid, {}, {}});
-      m_threads.clear();
     }
     return boot.processes.back();
   }
@@ -168,6 +189,9 @@ class CallSink final : public explain::InputSink {
   }
 
   LogCall& Start(Thread& thread, const char* name) {
+    const std::string_view asking[] = {"EEPROMDataProbe", "ProbeEEPROM", "ReadEEPROMDevice", "CreateI2CInfoCmd",
+                                       "ActuatorData"};
+    Lone(thread, name == std::string_view("SensorProbe") ? 2 : std::ranges::count(asking, name) != 0 ? 1 : 0);
     LogProcess& process = Boot().processes.back();
     LogCall& call = process.calls.emplace_back();
     call.id = m_nextId++;
@@ -176,7 +200,8 @@ class CallSink final : public explain::InputSink {
     call.contextCamera = thread.lastCamera;
     call.coreMissing = std::exchange(thread.pendingCoreMissing, false);
     call.settingsFileMissing = std::exchange(thread.pendingSettingsMissing, false);
-    call.state = std::exchange(thread.pendingState, std::nullopt);
+    call.states = std::exchange(thread.pendingStates, {});
+    call.statesBefore = call.states.size();
     for (const std::string& where : m_pendingWhere) m_callAt[where] = call.id;
     m_pendingWhere.clear();
     thread.open = &call;
@@ -217,8 +242,10 @@ void CallSink::Site(Thread& thread, const explain::SiteMatch& match) {
   LogCall* open = thread.open;
   const auto isOpen = [open](const char* name) { return open != nullptr && open->name == name; };
   switch (match.id) {
-    case LogSiteId::kLoadRemediumNullCore:
     case LogSiteId::kGetHookArgumentsNullCore:
+      if (thread.pendingArguments++ == 0) thread.argumentsWhere = m_where;
+      [[fallthrough]];
+    case LogSiteId::kLoadRemediumNullCore:
       thread.pendingCoreMissing = true;
       return;
     case LogSiteId::kIsSwitchOpenedNullCore:
@@ -241,11 +268,21 @@ void CallSink::Site(Thread& thread, const explain::SiteMatch& match) {
       return;
     }
     case LogSiteId::kStateGetValue:
-      thread.pendingState = {text(0), text(1)};
-      return;
     case LogSiteId::kStateUpdateRead:
-    case LogSiteId::kStateUpdateWrite:
+    case LogSiteId::kStateUpdateWrite: {
+      m_calls.stateRecorded = true;
+      if (match.id == LogSiteId::kStateUpdateRead) thread.stateKey = kImageSensorStatePropertyPrefix + text(0);
+      const bool write = match.id == LogSiteId::kStateUpdateWrite;
+      std::deque<LogCall>& calls = Boot().processes.back().calls;
+      LogCall* call = open != nullptr ? open : calls.empty() ? nullptr : &calls.back();
+      (call != nullptr ? call->states : thread.pendingStates)
+          .emplace_back(write, match.id == LogSiteId::kStateGetValue ? text(0) : thread.stateKey,
+                        text(match.id == LogSiteId::kStateUpdateRead ? 3 : write ? 0 : 1));
+      return;
+    }
     case LogSiteId::kStateGetMatch:
+      m_calls.stateRecorded = true;
+      return;
     case LogSiteId::kProbeLastResult:
     case LogSiteId::kSetProbeResultReadText:
     case LogSiteId::kEepromBypassProbeCount:

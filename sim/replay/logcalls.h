@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -53,7 +54,10 @@ struct LogCall {
   std::optional<std::string> actuator;
   std::vector<int64_t> samples;
   int chosen = -1;
-  std::optional<std::pair<std::string, std::string>> state;  // the image sensor state read before it
+  // The image sensor state properties the library read (false) or wrote (true) during it or after
+  // it, before the next call began; its first `statesBefore` came before its first line.
+  std::vector<std::tuple<bool, std::string, std::string>> states;
+  size_t statesBefore = 0;
 };
 
 struct LogProcess {
@@ -77,6 +81,7 @@ struct LogCalls {
   std::vector<std::pair<size_t, std::string>> gaps;
   std::vector<std::string> readingNotes;
   uint64_t libraryLines = 0;
+  bool stateRecorded = false;  // the image sensor state module's lines show it on
 };
 
 // Reads the inputs (in the order of their first log time) into calls and tells the story

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "client/interface/remediumcore.h"
+#include "core/model/monitor/interface/imagesensorstate.h"
 #include "hook/src/corearguments.h"
 #include "hook/src/kernelchannel.h"
 #include "sim/records/records.h"
@@ -58,12 +59,12 @@ struct Phone {
   }
   void Need(const std::string& key, const Json& value) {
     const auto it = now.find(key);
-    if (it == now.end()) {
+    if (it == now.end() && setup.count(key) == 0) {
       setup[key] = now[key] = value;
       return;
     }
-    if (it->second == value) return;
-    it->second = value;
+    if (it != now.end() && it->second == value) return;
+    now[key] = value;
     Change(key, value);
   }
   void Change(const std::string& key, const Json& value) {
@@ -114,6 +115,7 @@ class Builder {
                   "its boot value)"},
                  "");
             if (m_phone.setup.count("kernel") != 0) m_phone.now["kernel"] = m_phone.setup["kernel"];
+            std::erase_if(m_phone.now, [](const auto& entry) { return entry.first.starts_with("prop.vendor."); });
           } else {
             Step({{"restart", true}},
                  {"camera process " + std::to_string(lastPid) + " ended" +
@@ -179,6 +181,7 @@ class Builder {
   }
 
   void Call(const LogCall& call) {
+    States(call, 0, call.statesBefore);
     Json step = {{"call", call.name}};
     std::vector<std::string> notes;
     if (call.startsInside)
@@ -223,14 +226,17 @@ class Builder {
       step["sensor"] = call.sensor;
       NeedCore(call, coreargument::kReadEEPROMDeviceFail, call.arguments);
       notes.push_back("the EEPROM read's own result is not logged: 0 assumed");
+    } else if (name == "ReadLensPositionData") {
+      NeedCore(call, nullptr, {});
+      notes.push_back(
+          "a use of the missing core that no line of a hook follows (the EEPROM read, the CSL message handler or "
+          "the lens position read): played as a lens position read");
     } else if (name == "InitializeSensorDevice" || name == "LoadSensorConfigCmds" ||
                name == "LoadSensorInitConfigCmd") {
       const int camera = CameraFor(call, &notes);
       Camera(camera);
       step["camera"] = camera;
       if (!call.skipped) step["hal"] = call.result;
-      // A skip follows the recorded probe state the library read just before.
-      if (call.skipped && call.state) m_phone.Need("prop." + call.state->first, call.state->second);
       if (call.initRead) m_phone.Need("kernel", *call.initRead);
       if (call.kernelMissing) m_phone.Need("kernel", nullptr);
     } else if (name == "SensorCreateAndSubmitCommand") {
@@ -274,10 +280,31 @@ class Builder {
       notes.insert(notes.begin(), it->second.begin(), it->second.end());
     }
     if (!m_phone.changes.empty()) {
-      Step({{"set", std::exchange(m_phone.changes, Json::object())}}, {}, "the phone as the next call's lines show it");
+      Step({{"set", std::exchange(m_phone.changes, Json::object())}}, {}, "");
+      m_steps.back()["note"] = "the phone as the next call's lines show it";
     }
     Step(std::move(step), notes, call.where);
     if (call.kernelAfter) m_phone.now["kernel"] = *call.kernelAfter;
+    States(call, call.statesBefore, call.states.size());
+  }
+
+  // The image sensor states the library read and wrote. Without its verbose lines the library's
+  // own writes are not in the log, so a read that shows a failed probe, or differs from what is
+  // known, is played as the phone's state at that point (the setup before the first call).
+  void States(const LogCall& call, size_t from, size_t to) {
+    for (size_t i = from; i < to; ++i) {
+      const auto& [write, key, value] = call.states[i];
+      const std::string name = "prop." + key;
+      const auto it = m_phone.now.find(name);
+      if (write || (it != m_phone.now.end() ? it->second == value : value.find("<P:F:") == std::string::npos)) {
+        if (write) m_phone.now[name] = value;
+      } else if (m_steps.empty()) {
+        m_phone.Need(name, value);
+      } else {
+        m_phone.now[name] = value;
+        m_phone.Change(name, value);
+      }
+    }
   }
 
   void SensorProbe(const LogCall& call, Json& step, std::vector<std::string>& notes) {
@@ -367,10 +394,6 @@ class Builder {
     if (!note.empty()) step["note"] = note;
     m_steps.push_back(std::move(step));
   }
-  void Step(Json step, const std::vector<std::string>& notes, const char* note) {
-    Step(std::move(step), notes, std::string());
-    m_steps.back()["note"] = note;
-  }
 
   Replayed Finish(const std::vector<std::string>& files) {
     Replayed replayed;
@@ -408,6 +431,13 @@ class Builder {
     for (const char* key :
          {"persist.vendor.camera.cloud.remedium.modswitch", "persist.vendor.camera.remedium.loglevel"}) {
       if (const auto it = m_calls.properties.find(key); it != m_calls.properties.end()) properties[key] = it->second;
+    }
+    const char* modSwitch = "persist.vendor.camera.cloud.remedium.modswitch";
+    if (m_calls.stateRecorded && !properties.contains(modSwitch)) {
+      properties[modSwitch] = "64";
+      replayed.assumed.push_back(
+          "setup: the module switch mask is not in the log; its image sensor state lines show that module on: 64 "
+          "assumed");
     }
     if (!properties.empty()) {
       s["properties"] = properties;
