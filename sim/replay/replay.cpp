@@ -263,14 +263,19 @@ class Builder {
       step["slaveAddress"] = call.address == 0x66 ? 0x18 : 0x66;
       if (call.address != 0x66) notes.push_back("the OIS address the HAL built is not logged: 0x66 assumed");
     } else if (name == "PostGyroData") {
+      // The chosen sample is logged after the library moved it back, unless it was too small to
+      // move: a logged timestamp above 0 and not above the shift could be either.
       std::vector<int64_t> timestamps = call.samples;
       if (call.chosen >= 0 && static_cast<size_t>(call.chosen) < timestamps.size()) {
-        timestamps[static_cast<size_t>(call.chosen)] += kGyroShiftNs;
+        int64_t& chosen = timestamps[static_cast<size_t>(call.chosen)];
+        if (chosen > 0 && chosen <= kGyroShiftNs) {
+          notes.push_back("the moved sample's timestamp " + std::to_string(chosen) +
+                          " may be one too small to move or one moved back: moved assumed (a guess)");
+        }
+        if (chosen > 0) chosen += kGyroShiftNs;
       }
       step["timestamps"] = timestamps;
-      notes.push_back(
-          "the sample the library moves is its own random choice; the moved sample's timestamp is taken "
-          "as moved by the full shift");
+      if (timestamps.size() > 1) notes.push_back("the sample the library moves is its own random choice");
     }
     if (step.contains("sensor") && step["sensor"] == "") {
       step.erase("sensor");
