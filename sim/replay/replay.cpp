@@ -238,6 +238,11 @@ class Builder {
       step["camera"] = camera;
       if (!call.skipped) step["hal"] = call.result;
       if (call.initRead) m_phone.Need("kernel", *call.initRead);
+      if (name == "LoadSensorInitConfigCmd" && !call.initRead && !call.kernelMissing && !call.startsInside) {
+        // Read but not logged: the text was empty or too long to use.
+        m_phone.Need("kernel", "");
+        notes.push_back("the kernel parameter's text was not used (empty, or 1023 bytes or more): empty assumed");
+      }
       if (call.kernelMissing) m_phone.Need("kernel", nullptr);
     } else if (name == "SensorCreateAndSubmitCommand") {
       const int camera = CameraFor(call, &notes);
