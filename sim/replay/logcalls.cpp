@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "client/interface/messagecenterclient.h"
+#include "client/interface/remediumlog.h"
 #include "core/model/monitor/interface/imagesensorstate.h"
 #include "explain/logline.h"
 #include "explain/sites.h"
@@ -177,6 +178,7 @@ class CallSink final : public explain::InputSink {
     thread.lastTag.assign(tag);
     thread.lastMessage.assign(message);
     thread.lastLevel = level;
+    if (!centre) m_calls.lowestLevel = std::min(m_calls.lowestLevel, level == 'V' ? kLogVerbose : level == 'D' ? kLogDebug : kLogInfo);
     m_where = Where(line);
     if (centre) {
       if (thread.open != nullptr) {

@@ -82,6 +82,7 @@ struct LogCalls {
   std::vector<std::string> readingNotes;
   uint64_t libraryLines = 0;
   bool stateRecorded = false;  // the image sensor state module's lines show it on
+  int lowestLevel = 4;         // of the library's lines (Android's priorities: 2 verbose, 3 debug)
 };
 
 // Reads the inputs (in the order of their first log time) into calls and tells the story

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "client/interface/remediumcore.h"
+#include "client/interface/remediumlog.h"
 #include "core/model/monitor/interface/imagesensorstate.h"
 #include "hook/src/corearguments.h"
 #include "hook/src/kernelchannel.h"
@@ -334,7 +335,8 @@ class Builder {
       const bool noCamera = call.settings && call.settings->first != 0 && call.settings->second != 0;
       if (noCamera) {
         step["camera"] = nullptr;
-        notes.push_back("the settings are there, so the HAL object had no camera id");
+        step["sensor"] = "unknown";
+        notes.push_back("the settings are there, so the HAL object had no camera id; its module is not logged");
       } else {
         const int camera = CameraFor(call, &notes);
         Camera(camera, call.sensor);
@@ -442,13 +444,17 @@ class Builder {
          {"persist.vendor.camera.cloud.remedium.modswitch", "persist.vendor.camera.remedium.loglevel"}) {
       if (const auto it = m_calls.properties.find(key); it != m_calls.properties.end()) properties[key] = it->second;
     }
-    const char* modSwitch = "persist.vendor.camera.cloud.remedium.modswitch";
-    if (m_calls.stateRecorded && !properties.contains(modSwitch)) {
-      properties[modSwitch] = "64";
-      replayed.assumed.push_back(
-          "setup: the module switch mask is not in the log; its image sensor state lines show that module on: 64 "
-          "assumed");
-    }
+    // What the library's lines show of its configuration, when the report does not give it.
+    const auto shown = [&](const char* key, bool shows, const std::string& value, const char* why) {
+      if (!shows || properties.contains(key)) return;
+      properties[key] = value;
+      replayed.assumed.push_back(std::string("setup: ") + key + " is not in the log; " + why + ": " + value +
+                                 " assumed");
+    };
+    shown("persist.vendor.camera.cloud.remedium.modswitch", m_calls.stateRecorded, "64",
+          "the image sensor state lines show that module on");
+    shown("persist.vendor.camera.remedium.loglevel", m_calls.lowestLevel < kLogInfo,
+          std::to_string(m_calls.lowestLevel), "the library's lowest lines show the level at most that");
     if (!properties.empty()) {
       s["properties"] = properties;
       replayed.assumed.push_back("setup: properties as the report recorded them at its end, taken as the boot's");
