@@ -26,6 +26,7 @@ struct Thread {
   int lastCamera = -1;
   bool pendingCoreMissing = false, pendingSettingsMissing = false;
   int pendingArguments = 0;  // the core's arguments asked for with the core missing, by no call yet
+  int notices = 0;           // notices to the missing core outside any call
   std::string argumentsWhere;
   std::vector<std::tuple<bool, std::string, std::string>> pendingStates;  // before the process's first call
   std::string stateKey;                                                   // of the update being written
@@ -111,25 +112,33 @@ class CallSink final : public explain::InputSink {
   // A thread's last asks for the core's arguments that no line of a hook followed: the hooks that
   // write no line when the core is missing (the EEPROM read, the CSL message handler, the lens
   // position read).
+  // A notice with no line of its hook after it (INFO lines dropped, or the log ends): the OIS
+  // provider registration, whose only line is INFO.
   void EndThreads() {
-    for (auto& [key, thread] : m_threads) Lone(thread, 0);
+    for (auto& [key, thread] : m_threads) {
+      Lone(thread, 0);
+      for (; thread.notices > 0; --thread.notices) LoneCall("OISRegisterProvider", m_where);
+    }
     m_threads.clear();
   }
   void Lone(Thread& thread, int used) {
     for (; thread.pendingArguments > used; --thread.pendingArguments) {
-      LogCall& call = Boot().processes.back().calls.emplace_back();
-      call.id = m_nextId++;
-      call.name = "ReadLensPositionData";
-      call.where = thread.argumentsWhere;
-      call.coreMissing = true;
+      LoneCall("ReadLensPositionData", thread.argumentsWhere);
     }
     thread.pendingArguments = 0;
+  }
+  void LoneCall(const char* name, const std::string& where) {
+    LogCall& call = Boot().processes.back().calls.emplace_back();
+    call.id = m_nextId++;
+    call.name = name;
+    call.where = where;
+    call.coreMissing = call.lone = true;
   }
   LogProcess& Process(int pid) {
     LogBoot& boot = Boot();
     if (boot.processes.empty() || boot.processes.back().pid != pid) {
       if (!boot.processes.empty()) EndThreads();
-      boot.processes.push_back({pid, {}, {}});
+      boot.processes.push_back({pid, {}, {}, 8});
     }
     return boot.processes.back();
   }
@@ -178,7 +187,11 @@ class CallSink final : public explain::InputSink {
     thread.lastTag.assign(tag);
     thread.lastMessage.assign(message);
     thread.lastLevel = level;
-    if (!centre) m_calls.lowestLevel = std::min(m_calls.lowestLevel, level == 'V' ? kLogVerbose : level == 'D' ? kLogDebug : kLogInfo);
+    if (!centre) {
+      const size_t priority = std::string_view("..VDIWEF").find(level);
+      int& lowest = Boot().processes.back().lowestLevel;
+      lowest = std::min(lowest, priority == std::string_view::npos ? kLogInfo : static_cast<int>(priority));
+    }
     m_where = Where(line);
     if (centre) {
       if (thread.open != nullptr) {
@@ -194,6 +207,7 @@ class CallSink final : public explain::InputSink {
     const std::string_view asking[] = {"EEPROMDataProbe", "ProbeEEPROM", "ReadEEPROMDevice", "CreateI2CInfoCmd",
                                        "ActuatorData"};
     Lone(thread, name == std::string_view("SensorProbe") ? 2 : std::ranges::count(asking, name) != 0 ? 1 : 0);
+    thread.notices = 0;  // its hook's
     LogProcess& process = Boot().processes.back();
     LogCall& call = process.calls.emplace_back();
     call.id = m_nextId++;
@@ -254,6 +268,8 @@ void CallSink::Site(Thread& thread, const explain::SiteMatch& match) {
       if (open != nullptr) open->switchNull = true;
       [[fallthrough]];
     case LogSiteId::kNotifyHookMessageNullCore:
+      if (open == nullptr) ++thread.notices;
+      [[fallthrough]];
     case LogSiteId::kProtectionCallbackNullCore:
     case LogSiteId::kRecordProbeMessageNullCore:
       if (open != nullptr) open->coreMissing = true;
@@ -279,7 +295,9 @@ void CallSink::Site(Thread& thread, const explain::SiteMatch& match) {
       LogCall* call = open != nullptr ? open : calls.empty() ? nullptr : &calls.back();
       (call != nullptr ? call->states : thread.pendingStates)
           .emplace_back(write, match.id == LogSiteId::kStateGetValue ? text(0) : thread.stateKey,
-                        text(match.id == LogSiteId::kStateUpdateRead ? 3 : write ? 0 : 1));
+                        text(match.id == LogSiteId::kStateUpdateRead ? 3
+                             : write                                 ? 0
+                                                                     : 1));
       return;
     }
     case LogSiteId::kStateGetMatch:

@@ -24,6 +24,7 @@ struct LogCall {
   std::string name;           // the scenario's call name ("SensorProbe")
   std::string where;          // "FILE:LINE" of its first line
   bool startsInside = false;  // the log (or a gap) begins inside it
+  bool lone = false;          // made of a use of the missing core that no line of a hook follows
   int camera = -1;            // what its own lines name
   int contextCamera = -1;     // the camera its thread last named, for calls whose lines name none
   int slot = -1;
@@ -64,6 +65,7 @@ struct LogProcess {
   int pid = -1;
   std::string ending;         // how it ended, when the log says
   std::deque<LogCall> calls;  // a deque: the threads point into it while it grows
+  int lowestLevel = 8;        // of the library's lines, as Android's priorities (2 verbose to 7 fatal)
 };
 
 struct LogBoot {
@@ -82,7 +84,6 @@ struct LogCalls {
   std::vector<std::string> readingNotes;
   uint64_t libraryLines = 0;
   bool stateRecorded = false;  // the image sensor state module's lines show it on
-  int lowestLevel = 4;         // of the library's lines (Android's priorities: 2 verbose, 3 debug)
 };
 
 // Reads the inputs (in the order of their first log time) into calls and tells the story

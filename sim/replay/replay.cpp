@@ -121,11 +121,12 @@ class Builder {
             Step({{"restart", true}},
                  {"camera process " + std::to_string(lastPid) + " ended" +
                   (m_endings.empty() ? "" : " (" + m_endings + ")") +
-                  ": played as a restart of the camera service (a crash or the capture request's abort writes no "
-                  "line of the library)"},
+                  ": played as a restart of the camera service (a crash, the capture request's abort or a reboot "
+                  "the log does not mark writes no line of the library)"},
                  "");
           }
         }
+        LogLevel(process);
         m_endings = process.ending;
         first = false;
         bootStarted = true;
@@ -158,6 +159,23 @@ class Builder {
       slot = id;
     }
     if (!sensor.empty() && std::ranges::find(sensors, sensor) == sensors.end()) sensors.push_back(sensor);
+  }
+
+  // The log level, read at a camera process's first line: its lowest lines show it at most that;
+  // above 4 when a notice's hook wrote no INFO line and no line of the process is INFO or below.
+  void LogLevel(const LogProcess& process) {
+    const std::string key = "prop.persist.vendor.camera.remedium.loglevel";
+    const int level = std::min(process.lowestLevel, kLogError);
+    const bool dropped = std::ranges::any_of(
+        process.calls, [](const LogCall& call) { return call.lone && call.name == "OISRegisterProvider"; });
+    if (level == kLogInfo && m_phone.now.count(key) == 0) m_phone.now[key] = "4";  // the default, in force
+    if (level > kLogInfo && !dropped) return;
+    m_phone.Need(key, std::to_string(level));
+    if (level != kLogInfo) {
+      m_assumed.push_back("camera process " + std::to_string(process.pid) + ": the library's lowest lines show its " +
+                          "log level " + (level < kLogInfo ? "at most " : "above 4, ") + std::to_string(level) +
+                          " assumed" + (level > kLogInfo ? " (a guess)" : ""));
+    }
   }
 
   void NeedCore(const LogCall& call, const char* argument, const std::vector<std::string>& arguments) {
@@ -227,11 +245,13 @@ class Builder {
       step["sensor"] = call.sensor;
       NeedCore(call, coreargument::kReadEEPROMDeviceFail, call.arguments);
       notes.push_back("the EEPROM read's own result is not logged: 0 assumed");
-    } else if (name == "ReadLensPositionData") {
+    } else if (call.lone) {
       NeedCore(call, nullptr, {});
-      notes.push_back(
-          "a use of the missing core that no line of a hook follows (the EEPROM read, the CSL message handler or "
-          "the lens position read): played as a lens position read");
+      notes.push_back(name == "OISRegisterProvider"
+                          ? "a notice to the missing core that no line of a hook follows: played as the OIS "
+                            "provider registration"
+                          : "a use of the missing core that no line of a hook follows (the EEPROM read, the CSL "
+                            "message handler or the lens position read): played as a lens position read");
     } else if (name == "InitializeSensorDevice" || name == "LoadSensorConfigCmds" ||
                name == "LoadSensorInitConfigCmd") {
       const int camera = CameraFor(call, &notes);
@@ -444,17 +464,13 @@ class Builder {
          {"persist.vendor.camera.cloud.remedium.modswitch", "persist.vendor.camera.remedium.loglevel"}) {
       if (const auto it = m_calls.properties.find(key); it != m_calls.properties.end()) properties[key] = it->second;
     }
-    // What the library's lines show of its configuration, when the report does not give it.
-    const auto shown = [&](const char* key, bool shows, const std::string& value, const char* why) {
-      if (!shows || properties.contains(key)) return;
-      properties[key] = value;
-      replayed.assumed.push_back(std::string("setup: ") + key + " is not in the log; " + why + ": " + value +
-                                 " assumed");
-    };
-    shown("persist.vendor.camera.cloud.remedium.modswitch", m_calls.stateRecorded, "64",
-          "the image sensor state lines show that module on");
-    shown("persist.vendor.camera.remedium.loglevel", m_calls.lowestLevel < kLogInfo,
-          std::to_string(m_calls.lowestLevel), "the library's lowest lines show the level at most that");
+    const char* modSwitch = "persist.vendor.camera.cloud.remedium.modswitch";
+    if (m_calls.stateRecorded && !properties.contains(modSwitch)) {
+      properties[modSwitch] = "64";
+      replayed.assumed.push_back(
+          "setup: the module switch mask is not in the log; its image sensor state lines show "
+          "that module on: 64 assumed");
+    }
     if (!properties.empty()) {
       s["properties"] = properties;
       replayed.assumed.push_back("setup: properties as the report recorded them at its end, taken as the boot's");
