@@ -68,25 +68,19 @@ struct Phone {
     now[key] = value;
     Change(key, value);
   }
-  void Change(const std::string& key, const Json& value) {
-    if (key.starts_with("core.")) {
-      Json& core = changes["core"];
-      if (key == "core.present") core["present"] = value;
-      if (key == "core.switch") core["switches"][std::to_string(kSensorBypassSwitch)] = value;
-      if (key.starts_with("core.args.")) core["hookArguments"][key.substr(10)] = value;
-    } else if (key.starts_with("mc.")) {
-      Json& centre = changes["messageCenter"];
-      if (key == "mc.present") centre["present"] = value;
-      if (key == "mc.send") centre["send"] = value;
-      if (key.starts_with("mc.type.")) centre["sensorTypes"][key.substr(8)] = value;
-      if (key.starts_with("mc.most.")) centre["mostProbed"][key.substr(8)] = MostProbed(value);
-    } else if (key.starts_with("prop.")) {
-      changes["properties"][key.substr(5)] = value;
-    } else if (key == "settings") {
-      changes["overrideSettings"] = Settings(value);
-    } else if (key == "kernel") {
-      changes["kernelParameter"] = value;
-    }
+  void Change(const std::string& key, const Json& value) { Put(changes, key, value); }
+  // A key's value where a scenario (its setup, or a "set" step) has it.
+  static void Put(Json& into, const std::string& key, const Json& value) {
+    if (key == "core.present") into["core"]["present"] = value;
+    if (key == "core.switch") into["core"]["switches"][std::to_string(kSensorBypassSwitch)] = value;
+    if (key.starts_with("core.args.")) into["core"]["hookArguments"][key.substr(10)] = value;
+    if (key == "mc.present") into["messageCenter"]["present"] = value;
+    if (key == "mc.send") into["messageCenter"]["send"] = value;
+    if (key.starts_with("mc.type.")) into["messageCenter"]["sensorTypes"][key.substr(8)] = value;
+    if (key.starts_with("mc.most.")) into["messageCenter"]["mostProbed"][key.substr(8)] = MostProbed(value);
+    if (key.starts_with("prop.")) into["properties"][key.substr(5)] = value;
+    if (key == "settings") into["overrideSettings"] = Settings(value);
+    if (key == "kernel") into["kernelParameter"] = value;
   }
   static Json MostProbed(const Json& value) { return {{"sensor", value[0]}, {"recordCount", value[1]}}; }
   static Json Settings(const Json& value) {
@@ -450,54 +444,39 @@ class Builder {
     s["description"] = description;
     s["device"] = {{"bootTime", 100}, {"cameras", cameras}};
     replayed.assumed.push_back("setup: the boot time is not in the log: 100 s assumed");
-    if (const auto it = setup.find("settings"); it != setup.end()) {
-      s["overrideSettings"] = Phone::Settings(it->second);
+    s["core"] = {{"present", true}};
+    s["messageCenter"] = {{"present", true}, {"send", true}};
+    for (const auto& [key, value] : setup) {
+      if (!key.starts_with("core.args.") || !value.empty()) Phone::Put(s, key, value);
+    }
+    if (setup.count("settings") != 0) {
       replayed.assumed.push_back(
           "setup: override settings other than SensorModuleRetryTimes and sensorModuleNumber are not in the log");
     }
-    // Only the properties the library reads as configuration: the others it writes itself.
-    Json properties = Json::object();
-    for (const auto& [key, value] : setup) {
-      if (key.starts_with("prop.")) properties[key.substr(5)] = value;
-    }
+    // Of the report's properties only those the library reads as configuration: the others it
+    // writes itself.
     for (const char* key :
          {"persist.vendor.camera.cloud.remedium.modswitch", "persist.vendor.camera.remedium.loglevel"}) {
-      if (const auto it = m_calls.properties.find(key); it != m_calls.properties.end()) properties[key] = it->second;
+      if (const auto it = m_calls.properties.find(key); it != m_calls.properties.end()) {
+        s["properties"][key] = it->second;
+        replayed.assumed.push_back(std::string("setup: ") + key + " as the report recorded it at its end");
+      }
     }
     const char* modSwitch = "persist.vendor.camera.cloud.remedium.modswitch";
-    if (m_calls.stateRecorded && !properties.contains(modSwitch)) {
-      properties[modSwitch] = "64";
+    if (m_calls.stateRecorded && !s["properties"].contains(modSwitch)) {
+      s["properties"][modSwitch] = "64";
       replayed.assumed.push_back(
-          "setup: the module switch mask is not in the log; its image sensor state lines show "
-          "that module on: 64 assumed");
+          "setup: the module switch mask is not in the log; its image sensor state lines show that module on: 64 "
+          "assumed");
     }
-    if (!properties.empty()) {
-      s["properties"] = properties;
-      replayed.assumed.push_back("setup: properties as the report recorded them at its end, taken as the boot's");
-    }
-    if (const auto it = setup.find("kernel"); it != setup.end()) {
-      s["kernelParameter"] = it->second;
-    } else if (m_calls.kernelText) {
+    if (s["properties"].empty()) s.erase("properties");
+    if (setup.count("kernel") == 0 && m_calls.kernelText) {
       s["kernelParameter"] = *m_calls.kernelText;
       replayed.assumed.push_back(
           "setup: the kernel parameter's text given (recorded after the run) taken as its boot value");
-    } else {
+    } else if (setup.count("kernel") == 0) {
       replayed.assumed.push_back("setup: the kernel parameter's boot value is not in the log: 64 zeros assumed");
     }
-    Json core = {{"present", setup.count("core.present") != 0 ? setup.at("core.present") : Json(true)}};
-    if (const auto it = setup.find("core.switch"); it != setup.end())
-      core["switches"][std::to_string(kSensorBypassSwitch)] = it->second;
-    for (const auto& [key, value] : setup) {
-      if (key.starts_with("core.args.") && !value.empty()) core["hookArguments"][key.substr(10)] = value;
-    }
-    s["core"] = core;
-    Json centre = {{"present", setup.count("mc.present") != 0 ? setup.at("mc.present") : Json(true)},
-                   {"send", setup.count("mc.send") != 0 ? setup.at("mc.send") : Json(true)}};
-    for (const auto& [key, value] : setup) {
-      if (key.starts_with("mc.type.")) centre["sensorTypes"][key.substr(8)] = value;
-      if (key.starts_with("mc.most.")) centre["mostProbed"][key.substr(8)] = Phone::MostProbed(value);
-    }
-    s["messageCenter"] = centre;
     s["steps"] = std::move(m_steps);
     for (const std::string& note : m_calls.readingNotes) replayed.assumed.push_back("reading: " + note);
     replayed.assumed.insert(replayed.assumed.end(), m_assumed.begin(), m_assumed.end());
