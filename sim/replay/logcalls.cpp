@@ -109,11 +109,10 @@ class CallSink final : public explain::InputSink {
     m_calls.boots.push_back({});
     m_boot = m_calls.boots.size() - 1;
   }
-  // A thread's last asks for the core's arguments that no line of a hook followed: the hooks that
-  // write no line when the core is missing (the EEPROM read, the CSL message handler, the lens
-  // position read).
-  // A notice with no line of its hook after it (INFO lines dropped, or the log ends): the OIS
-  // provider registration, whose only line is INFO.
+  // Uses of the missing core no line of a hook followed become calls: an ask for the core's
+  // arguments, of a hook that writes nothing else then (the EEPROM read, the CSL message handler,
+  // the lens position read); a notice at a thread's end, of a hook whose INFO line was dropped or
+  // is past the log's end (the OIS provider registration's only line is INFO).
   void EndThreads() {
     for (auto& [key, thread] : m_threads) {
       Lone(thread, 0);
