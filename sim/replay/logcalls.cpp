@@ -4,6 +4,8 @@
 #include <cstdlib>
 
 #include "client/interface/messagecenterclient.h"
+#include "client/interface/remediumlog.h"
+#include "core/model/monitor/interface/imagesensorstate.h"
 #include "explain/logline.h"
 #include "explain/sites.h"
 
@@ -23,7 +25,11 @@ struct Thread {
   LogCall* open = nullptr;
   int lastCamera = -1;
   bool pendingCoreMissing = false, pendingSettingsMissing = false;
-  std::optional<std::pair<std::string, std::string>> pendingState;
+  int pendingArguments = 0;  // the core's arguments asked for with the core missing, by no call yet
+  int notices = 0;           // notices to the missing core outside any call
+  std::string argumentsWhere;
+  std::vector<std::tuple<bool, std::string, std::string>> pendingStates;  // before the process's first call
+  std::string stateKey;                                                   // of the update being written
   std::string lastTag, lastMessage;  // its last library line, for logd's "identical N lines"
   char lastLevel = 'I';
 };
@@ -55,7 +61,7 @@ class CallSink final : public explain::InputSink {
     m_story.PreviousBoot(begins);
     if (begins == m_inPrevious) return;
     m_inPrevious = begins;
-    m_threads.clear();
+    EndThreads();
     if (begins) {
       if (m_calls.boots.empty()) NewBoot();
       m_saved = m_boot;
@@ -82,7 +88,7 @@ class CallSink final : public explain::InputSink {
   }
 
   void Finish() {
-    m_threads.clear();
+    EndThreads();
     if (!m_inPrevious) return;
     m_boot = m_saved;
   }
@@ -99,15 +105,39 @@ class CallSink final : public explain::InputSink {
     return m_calls.boots[m_boot];
   }
   void NewBoot() {
+    EndThreads();
     m_calls.boots.push_back({});
     m_boot = m_calls.boots.size() - 1;
+  }
+  // Uses of the missing core no line of a hook followed become calls: an ask for the core's
+  // arguments, of a hook that writes nothing else then (the EEPROM read, the CSL message handler,
+  // the lens position read); a notice at a thread's end, of a hook whose INFO line was dropped or
+  // is past the log's end (the OIS provider registration's only line is INFO).
+  void EndThreads() {
+    for (auto& [key, thread] : m_threads) {
+      Lone(thread, 0);
+      for (; thread.notices > 0; --thread.notices) LoneCall("OISRegisterProvider", m_where);
+    }
     m_threads.clear();
+  }
+  void Lone(Thread& thread, int used) {
+    for (; thread.pendingArguments > used; --thread.pendingArguments) {
+      LoneCall("ReadLensPositionData", thread.argumentsWhere);
+    }
+    thread.pendingArguments = 0;
+  }
+  void LoneCall(const char* name, const std::string& where) {
+    LogCall& call = Boot().processes.back().calls.emplace_back();
+    call.id = m_nextId++;
+    call.name = name;
+    call.where = where;
+    call.coreMissing = call.lone = true;
   }
   LogProcess& Process(int pid) {
     LogBoot& boot = Boot();
     if (boot.processes.empty() || boot.processes.back().pid != pid) {
-      boot.processes.push_back({pid, {}, {}});
-      m_threads.clear();
+      if (!boot.processes.empty()) EndThreads();
+      boot.processes.push_back({pid, {}, {}, 8});
     }
     return boot.processes.back();
   }
@@ -156,6 +186,11 @@ class CallSink final : public explain::InputSink {
     thread.lastTag.assign(tag);
     thread.lastMessage.assign(message);
     thread.lastLevel = level;
+    if (!centre) {
+      const size_t priority = std::string_view("..VDIWEF").find(level);
+      int& lowest = Boot().processes.back().lowestLevel;
+      lowest = std::min(lowest, priority == std::string_view::npos ? kLogInfo : static_cast<int>(priority));
+    }
     m_where = Where(line);
     if (centre) {
       if (thread.open != nullptr) {
@@ -168,6 +203,10 @@ class CallSink final : public explain::InputSink {
   }
 
   LogCall& Start(Thread& thread, const char* name) {
+    const std::string_view asking[] = {"EEPROMDataProbe", "ProbeEEPROM", "ReadEEPROMDevice", "CreateI2CInfoCmd",
+                                       "ActuatorData"};
+    Lone(thread, name == std::string_view("SensorProbe") ? 2 : std::ranges::count(asking, name) != 0 ? 1 : 0);
+    thread.notices = 0;  // its hook's
     LogProcess& process = Boot().processes.back();
     LogCall& call = process.calls.emplace_back();
     call.id = m_nextId++;
@@ -176,7 +215,8 @@ class CallSink final : public explain::InputSink {
     call.contextCamera = thread.lastCamera;
     call.coreMissing = std::exchange(thread.pendingCoreMissing, false);
     call.settingsFileMissing = std::exchange(thread.pendingSettingsMissing, false);
-    call.state = std::exchange(thread.pendingState, std::nullopt);
+    call.states = std::exchange(thread.pendingStates, {});
+    call.statesBefore = call.states.size();
     for (const std::string& where : m_pendingWhere) m_callAt[where] = call.id;
     m_pendingWhere.clear();
     thread.open = &call;
@@ -217,14 +257,18 @@ void CallSink::Site(Thread& thread, const explain::SiteMatch& match) {
   LogCall* open = thread.open;
   const auto isOpen = [open](const char* name) { return open != nullptr && open->name == name; };
   switch (match.id) {
-    case LogSiteId::kLoadRemediumNullCore:
     case LogSiteId::kGetHookArgumentsNullCore:
+      if (thread.pendingArguments++ == 0) thread.argumentsWhere = m_where;
+      [[fallthrough]];
+    case LogSiteId::kLoadRemediumNullCore:
       thread.pendingCoreMissing = true;
       return;
     case LogSiteId::kIsSwitchOpenedNullCore:
       if (open != nullptr) open->switchNull = true;
       [[fallthrough]];
     case LogSiteId::kNotifyHookMessageNullCore:
+      if (open == nullptr) ++thread.notices;
+      [[fallthrough]];
     case LogSiteId::kProtectionCallbackNullCore:
     case LogSiteId::kRecordProbeMessageNullCore:
       if (open != nullptr) open->coreMissing = true;
@@ -241,11 +285,23 @@ void CallSink::Site(Thread& thread, const explain::SiteMatch& match) {
       return;
     }
     case LogSiteId::kStateGetValue:
-      thread.pendingState = {text(0), text(1)};
-      return;
     case LogSiteId::kStateUpdateRead:
-    case LogSiteId::kStateUpdateWrite:
+    case LogSiteId::kStateUpdateWrite: {
+      m_calls.stateRecorded = true;
+      if (match.id == LogSiteId::kStateUpdateRead) thread.stateKey = kImageSensorStatePropertyPrefix + text(0);
+      const bool write = match.id == LogSiteId::kStateUpdateWrite;
+      std::deque<LogCall>& calls = Boot().processes.back().calls;
+      LogCall* call = open != nullptr ? open : calls.empty() ? nullptr : &calls.back();
+      (call != nullptr ? call->states : thread.pendingStates)
+          .emplace_back(write, match.id == LogSiteId::kStateGetValue ? text(0) : thread.stateKey,
+                        text(match.id == LogSiteId::kStateUpdateRead ? 3
+                             : write                                 ? 0
+                                                                     : 1));
+      return;
+    }
     case LogSiteId::kStateGetMatch:
+      m_calls.stateRecorded = true;
+      return;
     case LogSiteId::kProbeLastResult:
     case LogSiteId::kSetProbeResultReadText:
     case LogSiteId::kEepromBypassProbeCount:

@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -23,6 +24,7 @@ struct LogCall {
   std::string name;           // the scenario's call name ("SensorProbe")
   std::string where;          // "FILE:LINE" of its first line
   bool startsInside = false;  // the log (or a gap) begins inside it
+  bool lone = false;          // made of a use of the missing core that no line of a hook follows
   int camera = -1;            // what its own lines name
   int contextCamera = -1;     // the camera its thread last named, for calls whose lines name none
   int slot = -1;
@@ -53,13 +55,17 @@ struct LogCall {
   std::optional<std::string> actuator;
   std::vector<int64_t> samples;
   int chosen = -1;
-  std::optional<std::pair<std::string, std::string>> state;  // the image sensor state read before it
+  // The image sensor state properties the library read (false) or wrote (true) during it or after
+  // it, before the next call began; its first `statesBefore` came before its first line.
+  std::vector<std::tuple<bool, std::string, std::string>> states;
+  size_t statesBefore = 0;
 };
 
 struct LogProcess {
   int pid = -1;
   std::string ending;         // how it ended, when the log says
   std::deque<LogCall> calls;  // a deque: the threads point into it while it grows
+  int lowestLevel = 8;        // of the library's lines, as Android's priorities (2 verbose to 7 fatal)
 };
 
 struct LogBoot {
@@ -77,6 +83,7 @@ struct LogCalls {
   std::vector<std::pair<size_t, std::string>> gaps;
   std::vector<std::string> readingNotes;
   uint64_t libraryLines = 0;
+  bool stateRecorded = false;  // the image sensor state module's lines show it on
 };
 
 // Reads the inputs (in the order of their first log time) into calls and tells the story

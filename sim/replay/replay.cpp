@@ -6,6 +6,8 @@
 #include <set>
 
 #include "client/interface/remediumcore.h"
+#include "client/interface/remediumlog.h"
+#include "core/model/monitor/interface/imagesensorstate.h"
 #include "hook/src/corearguments.h"
 #include "hook/src/kernelchannel.h"
 #include "sim/records/records.h"
@@ -58,33 +60,27 @@ struct Phone {
   }
   void Need(const std::string& key, const Json& value) {
     const auto it = now.find(key);
-    if (it == now.end()) {
+    if (it == now.end() && setup.count(key) == 0) {
       setup[key] = now[key] = value;
       return;
     }
-    if (it->second == value) return;
-    it->second = value;
+    if (it != now.end() && it->second == value) return;
+    now[key] = value;
     Change(key, value);
   }
-  void Change(const std::string& key, const Json& value) {
-    if (key.starts_with("core.")) {
-      Json& core = changes["core"];
-      if (key == "core.present") core["present"] = value;
-      if (key == "core.switch") core["switches"][std::to_string(kSensorBypassSwitch)] = value;
-      if (key.starts_with("core.args.")) core["hookArguments"][key.substr(10)] = value;
-    } else if (key.starts_with("mc.")) {
-      Json& centre = changes["messageCenter"];
-      if (key == "mc.present") centre["present"] = value;
-      if (key == "mc.send") centre["send"] = value;
-      if (key.starts_with("mc.type.")) centre["sensorTypes"][key.substr(8)] = value;
-      if (key.starts_with("mc.most.")) centre["mostProbed"][key.substr(8)] = MostProbed(value);
-    } else if (key.starts_with("prop.")) {
-      changes["properties"][key.substr(5)] = value;
-    } else if (key == "settings") {
-      changes["overrideSettings"] = Settings(value);
-    } else if (key == "kernel") {
-      changes["kernelParameter"] = value;
-    }
+  void Change(const std::string& key, const Json& value) { Put(changes, key, value); }
+  // A key's value where a scenario (its setup, or a "set" step) has it.
+  static void Put(Json& into, const std::string& key, const Json& value) {
+    if (key == "core.present") into["core"]["present"] = value;
+    if (key == "core.switch") into["core"]["switches"][std::to_string(kSensorBypassSwitch)] = value;
+    if (key.starts_with("core.args.")) into["core"]["hookArguments"][key.substr(10)] = value;
+    if (key == "mc.present") into["messageCenter"]["present"] = value;
+    if (key == "mc.send") into["messageCenter"]["send"] = value;
+    if (key.starts_with("mc.type.")) into["messageCenter"]["sensorTypes"][key.substr(8)] = value;
+    if (key.starts_with("mc.most.")) into["messageCenter"]["mostProbed"][key.substr(8)] = MostProbed(value);
+    if (key.starts_with("prop.")) into["properties"][key.substr(5)] = value;
+    if (key == "settings") into["overrideSettings"] = Settings(value);
+    if (key == "kernel") into["kernelParameter"] = value;
   }
   static Json MostProbed(const Json& value) { return {{"sensor", value[0]}, {"recordCount", value[1]}}; }
   static Json Settings(const Json& value) {
@@ -114,15 +110,17 @@ class Builder {
                   "its boot value)"},
                  "");
             if (m_phone.setup.count("kernel") != 0) m_phone.now["kernel"] = m_phone.setup["kernel"];
+            std::erase_if(m_phone.now, [](const auto& entry) { return entry.first.starts_with("prop.vendor."); });
           } else {
             Step({{"restart", true}},
                  {"camera process " + std::to_string(lastPid) + " ended" +
                   (m_endings.empty() ? "" : " (" + m_endings + ")") +
-                  ": played as a restart of the camera service (a crash or the capture request's abort writes no "
-                  "line of the library)"},
+                  ": played as a restart of the camera service (a crash, the capture request's abort or a reboot "
+                  "the log does not mark writes no line of the library)"},
                  "");
           }
         }
+        LogLevel(process);
         m_endings = process.ending;
         first = false;
         bootStarted = true;
@@ -157,6 +155,23 @@ class Builder {
     if (!sensor.empty() && std::ranges::find(sensors, sensor) == sensors.end()) sensors.push_back(sensor);
   }
 
+  // The log level, read at a camera process's first line: its lowest lines show it at most that;
+  // above 4 when a notice's hook wrote no INFO line and no line of the process is INFO or below.
+  void LogLevel(const LogProcess& process) {
+    const std::string key = "prop.persist.vendor.camera.remedium.loglevel";
+    const int level = std::min(process.lowestLevel, kLogError);
+    const bool dropped = std::ranges::any_of(
+        process.calls, [](const LogCall& call) { return call.lone && call.name == "OISRegisterProvider"; });
+    if (level == kLogInfo && m_phone.now.count(key) == 0) m_phone.now[key] = "4";  // the default, in force
+    if (level > kLogInfo && !dropped) return;
+    m_phone.Need(key, std::to_string(level));
+    if (level != kLogInfo) {
+      m_assumed.push_back("camera process " + std::to_string(process.pid) + ": the library's lowest lines show its " +
+                          "log level " + (level < kLogInfo ? "at most " : "above 4, ") + std::to_string(level) +
+                          " assumed" + (level > kLogInfo ? " (a guess)" : ""));
+    }
+  }
+
   void NeedCore(const LogCall& call, const char* argument, const std::vector<std::string>& arguments) {
     m_phone.Need("core.present", !call.coreMissing);
     if (!call.coreMissing && argument != nullptr) m_phone.Need(std::string("core.args.") + argument, arguments);
@@ -179,6 +194,7 @@ class Builder {
   }
 
   void Call(const LogCall& call) {
+    States(call, 0, call.statesBefore);
     Json step = {{"call", call.name}};
     std::vector<std::string> notes;
     if (call.startsInside)
@@ -223,15 +239,25 @@ class Builder {
       step["sensor"] = call.sensor;
       NeedCore(call, coreargument::kReadEEPROMDeviceFail, call.arguments);
       notes.push_back("the EEPROM read's own result is not logged: 0 assumed");
+    } else if (call.lone) {
+      NeedCore(call, nullptr, {});
+      notes.push_back(name == "OISRegisterProvider"
+                          ? "a notice to the missing core that no line of a hook follows: played as the OIS "
+                            "provider registration"
+                          : "a use of the missing core that no line of a hook follows (the EEPROM read, the CSL "
+                            "message handler or the lens position read): played as a lens position read");
     } else if (name == "InitializeSensorDevice" || name == "LoadSensorConfigCmds" ||
                name == "LoadSensorInitConfigCmd") {
       const int camera = CameraFor(call, &notes);
       Camera(camera);
       step["camera"] = camera;
       if (!call.skipped) step["hal"] = call.result;
-      // A skip follows the recorded probe state the library read just before.
-      if (call.skipped && call.state) m_phone.Need("prop." + call.state->first, call.state->second);
       if (call.initRead) m_phone.Need("kernel", *call.initRead);
+      if (name == "LoadSensorInitConfigCmd" && !call.initRead && !call.kernelMissing && !call.startsInside) {
+        // Read but not logged: the text was empty or too long to use.
+        m_phone.Need("kernel", "");
+        notes.push_back("the kernel parameter's text was not used (empty, or 1023 bytes or more): empty assumed");
+      }
       if (call.kernelMissing) m_phone.Need("kernel", nullptr);
     } else if (name == "SensorCreateAndSubmitCommand") {
       const int camera = CameraFor(call, &notes);
@@ -257,14 +283,19 @@ class Builder {
       step["slaveAddress"] = call.address == 0x66 ? 0x18 : 0x66;
       if (call.address != 0x66) notes.push_back("the OIS address the HAL built is not logged: 0x66 assumed");
     } else if (name == "PostGyroData") {
+      // The chosen sample is logged after the library moved it back, unless it was too small to
+      // move: a logged timestamp above 0 and not above the shift could be either.
       std::vector<int64_t> timestamps = call.samples;
       if (call.chosen >= 0 && static_cast<size_t>(call.chosen) < timestamps.size()) {
-        timestamps[static_cast<size_t>(call.chosen)] += kGyroShiftNs;
+        int64_t& chosen = timestamps[static_cast<size_t>(call.chosen)];
+        if (chosen > 0 && chosen <= kGyroShiftNs) {
+          notes.push_back("the moved sample's timestamp " + std::to_string(chosen) +
+                          " may be one too small to move or one moved back: moved assumed (a guess)");
+        }
+        if (chosen > 0) chosen += kGyroShiftNs;
       }
       step["timestamps"] = timestamps;
-      notes.push_back(
-          "the sample the library moves is its own random choice; the moved sample's timestamp is taken "
-          "as moved by the full shift");
+      if (timestamps.size() > 1) notes.push_back("the sample the library moves is its own random choice");
     }
     if (step.contains("sensor") && step["sensor"] == "") {
       step.erase("sensor");
@@ -274,10 +305,31 @@ class Builder {
       notes.insert(notes.begin(), it->second.begin(), it->second.end());
     }
     if (!m_phone.changes.empty()) {
-      Step({{"set", std::exchange(m_phone.changes, Json::object())}}, {}, "the phone as the next call's lines show it");
+      Step({{"set", std::exchange(m_phone.changes, Json::object())}}, {}, "");
+      m_steps.back()["note"] = "the phone as the next call's lines show it";
     }
     Step(std::move(step), notes, call.where);
     if (call.kernelAfter) m_phone.now["kernel"] = *call.kernelAfter;
+    States(call, call.statesBefore, call.states.size());
+  }
+
+  // The image sensor states the library read and wrote. Without its verbose lines the library's
+  // own writes are not in the log, so a read that shows a failed probe, or differs from what is
+  // known, is played as the phone's state at that point (the setup before the first call).
+  void States(const LogCall& call, size_t from, size_t to) {
+    for (size_t i = from; i < to; ++i) {
+      const auto& [write, key, value] = call.states[i];
+      const std::string name = "prop." + key;
+      const auto it = m_phone.now.find(name);
+      if (write || (it != m_phone.now.end() ? it->second == value : value.find("<P:F:") == std::string::npos)) {
+        if (write) m_phone.now[name] = value;
+      } else if (m_steps.empty()) {
+        m_phone.Need(name, value);
+      } else {
+        m_phone.now[name] = value;
+        m_phone.Change(name, value);
+      }
+    }
   }
 
   void SensorProbe(const LogCall& call, Json& step, std::vector<std::string>& notes) {
@@ -297,7 +349,8 @@ class Builder {
       const bool noCamera = call.settings && call.settings->first != 0 && call.settings->second != 0;
       if (noCamera) {
         step["camera"] = nullptr;
-        notes.push_back("the settings are there, so the HAL object had no camera id");
+        step["sensor"] = "unknown";
+        notes.push_back("the settings are there, so the HAL object had no camera id; its module is not logged");
       } else {
         const int camera = CameraFor(call, &notes);
         Camera(camera, call.sensor);
@@ -367,10 +420,6 @@ class Builder {
     if (!note.empty()) step["note"] = note;
     m_steps.push_back(std::move(step));
   }
-  void Step(Json step, const std::vector<std::string>& notes, const char* note) {
-    Step(std::move(step), notes, std::string());
-    m_steps.back()["note"] = note;
-  }
 
   Replayed Finish(const std::vector<std::string>& files) {
     Replayed replayed;
@@ -395,47 +444,39 @@ class Builder {
     s["description"] = description;
     s["device"] = {{"bootTime", 100}, {"cameras", cameras}};
     replayed.assumed.push_back("setup: the boot time is not in the log: 100 s assumed");
-    if (const auto it = setup.find("settings"); it != setup.end()) {
-      s["overrideSettings"] = Phone::Settings(it->second);
+    s["core"] = {{"present", true}};
+    s["messageCenter"] = {{"present", true}, {"send", true}};
+    for (const auto& [key, value] : setup) {
+      if (!key.starts_with("core.args.") || !value.empty()) Phone::Put(s, key, value);
+    }
+    if (setup.count("settings") != 0) {
       replayed.assumed.push_back(
           "setup: override settings other than SensorModuleRetryTimes and sensorModuleNumber are not in the log");
     }
-    // Only the properties the library reads as configuration: the others it writes itself.
-    Json properties = Json::object();
-    for (const auto& [key, value] : setup) {
-      if (key.starts_with("prop.")) properties[key.substr(5)] = value;
-    }
+    // Of the report's properties only those the library reads as configuration: the others it
+    // writes itself.
     for (const char* key :
          {"persist.vendor.camera.cloud.remedium.modswitch", "persist.vendor.camera.remedium.loglevel"}) {
-      if (const auto it = m_calls.properties.find(key); it != m_calls.properties.end()) properties[key] = it->second;
+      if (const auto it = m_calls.properties.find(key); it != m_calls.properties.end()) {
+        s["properties"][key] = it->second;
+        replayed.assumed.push_back(std::string("setup: ") + key + " as the report recorded it at its end");
+      }
     }
-    if (!properties.empty()) {
-      s["properties"] = properties;
-      replayed.assumed.push_back("setup: properties as the report recorded them at its end, taken as the boot's");
+    const char* modSwitch = "persist.vendor.camera.cloud.remedium.modswitch";
+    if (m_calls.stateRecorded && !s["properties"].contains(modSwitch)) {
+      s["properties"][modSwitch] = "64";
+      replayed.assumed.push_back(
+          "setup: the module switch mask is not in the log; its image sensor state lines show that module on: 64 "
+          "assumed");
     }
-    if (const auto it = setup.find("kernel"); it != setup.end()) {
-      s["kernelParameter"] = it->second;
-    } else if (m_calls.kernelText) {
+    if (s["properties"].empty()) s.erase("properties");
+    if (setup.count("kernel") == 0 && m_calls.kernelText) {
       s["kernelParameter"] = *m_calls.kernelText;
       replayed.assumed.push_back(
           "setup: the kernel parameter's text given (recorded after the run) taken as its boot value");
-    } else {
+    } else if (setup.count("kernel") == 0) {
       replayed.assumed.push_back("setup: the kernel parameter's boot value is not in the log: 64 zeros assumed");
     }
-    Json core = {{"present", setup.count("core.present") != 0 ? setup.at("core.present") : Json(true)}};
-    if (const auto it = setup.find("core.switch"); it != setup.end())
-      core["switches"][std::to_string(kSensorBypassSwitch)] = it->second;
-    for (const auto& [key, value] : setup) {
-      if (key.starts_with("core.args.") && !value.empty()) core["hookArguments"][key.substr(10)] = value;
-    }
-    s["core"] = core;
-    Json centre = {{"present", setup.count("mc.present") != 0 ? setup.at("mc.present") : Json(true)},
-                   {"send", setup.count("mc.send") != 0 ? setup.at("mc.send") : Json(true)}};
-    for (const auto& [key, value] : setup) {
-      if (key.starts_with("mc.type.")) centre["sensorTypes"][key.substr(8)] = value;
-      if (key.starts_with("mc.most.")) centre["mostProbed"][key.substr(8)] = Phone::MostProbed(value);
-    }
-    s["messageCenter"] = centre;
     s["steps"] = std::move(m_steps);
     for (const std::string& note : m_calls.readingNotes) replayed.assumed.push_back("reading: " + note);
     replayed.assumed.insert(replayed.assumed.end(), m_assumed.begin(), m_assumed.end());

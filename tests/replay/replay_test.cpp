@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -111,15 +110,6 @@ std::optional<sc::Scenario> LoadFile(const std::string& file) {
   return sc::LoadScenarioFile(file, &error);
 }
 
-// Scenarios whose replay does not yet tell the same decisions: a bring-up skip after a probe
-// state the replay does not rebuild (bringup_failures, framework_absent, kernel_retry), the gyro
-// sample whose timestamp was too small to move, the init-settings verdict's kernel text, probes
-// without settings or camera id, lines of a missing core outside any call (argument_edges), a
-// reboot the test log shows only as a new PID (reboot_persistence).
-const std::set<std::string> kNotYetFixpoints = {
-    "argument_edges",        "bringup_failures", "framework_absent",     "gyro",
-    "init_settings_verdict", "kernel_retry",     "probe_settings_edges", "reboot_persistence"};
-
 // Run S for its log L; replay L into S'; run S' for L'. L' tells L's decisions, and replays to S'.
 TEST(Replay, EveryBundledScenarioIsAFixpoint) {
   std::filesystem::create_directories(kWork / "fixpoint");
@@ -127,7 +117,7 @@ TEST(Replay, EveryBundledScenarioIsAFixpoint) {
   for (const std::string& file : Scenarios()) {
     SCOPED_TRACE(file);
     const std::vector<test::LibraryLine> lines = Lines(*LoadFile(file));
-    if (lines.empty() || kNotYetFixpoints.contains(std::filesystem::path(file).stem().string())) continue;
+    if (lines.empty()) continue;
     const std::string base = (kWork / "fixpoint" / std::filesystem::path(file).stem()).string();
     const test::Explained log = test::Explain(lines, test::Format::kThreadtime, base, {});
     const rp::Replayed first = Replay(Files(log));
@@ -136,7 +126,7 @@ TEST(Replay, EveryBundledScenarioIsAFixpoint) {
     EXPECT_EQ(Body(Replay(Files(again)).scenario).dump(1), Body(first.scenario).dump(1));
     ++replayed;
   }
-  EXPECT_GE(replayed, 10u);
+  EXPECT_GE(replayed, 18u);
 }
 
 // Every shape a phone or tool writes a log in replays into a scenario that plays and tells the
