@@ -18,7 +18,15 @@
 
 #include "explain/input.h"
 
+namespace CLI {
+class App;
+}
+
 namespace explain {
+
+// Adds `explain` to the command line (`command` is set to it, for options
+// other tools add); the result runs it, or is nullopt when not given.
+std::function<std::optional<int>()> AddCommand(CLI::App& app, CLI::App** command);
 
 using Json = nlohmann::ordered_json;
 

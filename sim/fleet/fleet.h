@@ -5,11 +5,21 @@
 // page to look at; the rows for a warehouse.
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+namespace CLI {
+class App;
+}
+
 namespace fleet {
+
+// Adds `fleet` and its subcommands to the command line; the result runs the
+// one given, or is nullopt when none was.
+std::function<std::optional<int>()> AddCommand(CLI::App& app);
 
 // The database's tables, created (if missing) by every command that opens a
 // database. README's "Fleet" section documents each column.

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
@@ -144,6 +145,36 @@ HookLibrary* Phone::Reboot() {
   StopCameraProcess();
   RebootProperties();
   return StartCameraProcess();
+}
+
+int ListHooks(const std::string& path, std::ostream& out, std::ostream& err) {
+  std::string error;
+  const std::unique_ptr<HookLibrary> library = HookLibrary::Load(path, &error);
+  if (!library) {
+    err << "remedium-sim: " << error << "\n";
+    return 2;
+  }
+  out << "hook library: " << path << "\n";
+  std::vector<const CatalogueEntry*> missing;
+  char line[512];
+  for (const CatalogueEntry& entry : Catalogue()) {
+    if (library->Symbol(entry.mangled) == nullptr) {
+      missing.push_back(&entry);
+      continue;
+    }
+    std::snprintf(line, sizeof(line), "  %-34s %s%s\n", entry.name, Signature(entry).c_str(),
+                  entry.halFunction == nullptr ? "  [called by the hooks, installed over nothing]" : "");
+    out << line;
+  }
+  for (const CatalogueEntry* entry : missing) {
+    std::snprintf(line, sizeof(line), "  MISSING %-26s %s (symbol %s)\n", entry->name, Signature(*entry).c_str(),
+                  entry->mangled);
+    out << line;
+  }
+  out << Catalogue().size() - missing.size() << " of " << Catalogue().size() << " exported names resolved";
+  if (!missing.empty()) out << "; " << missing.size() << " missing";
+  out << "\n";
+  return missing.empty() ? 0 : 1;
 }
 
 }  // namespace sim

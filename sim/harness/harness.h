@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,9 @@ namespace sim {
 
 // The built hook library, next to the simulated platform's libraries.
 std::string HookLibraryPath();
+// `remedium-sim hooks`: each catalogue entry the library at `path` exports,
+// and any it lacks. 0 all there, 1 some missing, 2 the library not loaded.
+int ListHooks(const std::string& path, std::ostream& out, std::ostream& err);
 
 // A loaded hook library; unloading it ends its "process": the library's
 // in-process state (its statics, the core it loaded) is gone.

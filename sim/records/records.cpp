@@ -7,6 +7,7 @@
 #include <iterator>
 #include <map>
 #include <regex>
+#include <sstream>
 
 #include "hook/src/errorframeworkid.h"
 #include "hook/src/kernelchannel.h"
@@ -164,6 +165,36 @@ Explanation Explain(const std::string& raw) {
   if (!text.empty() && text.front() == '<') return ExplainImageSensorState(text);
   if (ParseNumberList(text, 64).size() >= 16) return ExplainKernelParameter(text);
   return ExplainErrorFrameworkIds(text);
+}
+
+int RunDecode(std::vector<std::string> texts, const std::string& as, std::istream& in, std::ostream& out,
+              std::ostream& err) {
+  constexpr size_t kMaxInput = 1 << 20;  // bytes "decode -" reads
+  if (texts.size() == 1 && texts[0] == "-") {
+    std::string input(kMaxInput + 1, '\0');
+    in.read(input.data(), static_cast<std::streamsize>(input.size()));
+    input.resize(static_cast<size_t>(in.gcount()));
+    if (input.size() > kMaxInput) {
+      err << "remedium-sim: decode -: stdin holds more than 1 MiB (" << kMaxInput << " bytes), the most it reads\n";
+      return 2;
+    }
+    texts.clear();
+    std::istringstream lines(input);
+    for (std::string line; std::getline(lines, line);) {
+      if (!line.empty()) texts.push_back(line);
+    }
+  }
+  int status = 0;
+  for (const std::string& text : texts) {
+    const Explanation explanation = as == "state"    ? ExplainImageSensorState(text)
+                                    : as == "errors" ? ExplainErrorFrameworkIds(text)
+                                    : as == "kernel" ? ExplainKernelParameter(text)
+                                                     : Explain(text);
+    out << text << "\n  " << explanation.kind << ":\n";
+    for (const std::string& line : explanation.lines) out << "    " << line << "\n";
+    if (!explanation.ok) status = 2;
+  }
+  return status;
 }
 
 }  // namespace sim::records

@@ -7,7 +7,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <istream>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -47,5 +49,10 @@ Explanation ExplainKernelParameter(const std::string& value);
 // parameter; otherwise an error list). Accepts "name=value" and getprop's
 // "[name]: [value]" as well, using the property name to choose.
 Explanation Explain(const std::string& text);
+
+// `remedium-sim decode`: each text explained; "-" alone reads them from `in`,
+// one a line, at most 1 MiB. 0 every text understood, 2 otherwise.
+int RunDecode(std::vector<std::string> texts, const std::string& as, std::istream& in, std::ostream& out,
+              std::ostream& err);
 
 }  // namespace sim::records

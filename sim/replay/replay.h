@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -12,6 +13,10 @@
 #include <nlohmann/json.hpp>
 
 #include "sim/scenario/scenario.h"
+
+namespace CLI {
+class App;
+}
 
 namespace sim::replay {
 
@@ -58,5 +63,11 @@ bool ApplyOverrides(const Overrides& overrides, sim::scenario::Scenario* scenari
 // decisions, 1 they differ, 2 bad input.
 int RunCompare(const std::string& a, const std::string& b, const Overrides& overrides, bool json, std::ostream& out,
                std::ostream& err);
+
+// The overrides as options of a command (run, check, compare).
+void AddOverrides(CLI::App& command, Overrides* overrides);
+// Adds `compare`, and `--scenario` to `explain`; the result runs whichever
+// was given, or is nullopt.
+std::function<std::optional<int>()> AddCommands(CLI::App& app, CLI::App& explain);
 
 }  // namespace sim::replay

@@ -160,75 +160,6 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
   return json ? status : kExitError;
 }
 
-// What-if options of run, check and compare, applied to each scenario before it plays.
-void AddOverrides(CLI::App* command, sim::replay::Overrides* overrides) {
-  command->add_option("--set", overrides->properties, "PROPERTY=VALUE: a property preset (repeatable)");
-  command->add_option("--settings", overrides->settingsFiles, "FILE: the override-settings file's text");
-  command->add_option("--core-arg", overrides->coreArguments,
-                      "NAME=VALUE,...: the core's arguments for a hook (empty: none; repeatable)");
-  command->add_option("--module", overrides->modules,
-                      "SLOT=NAME,...: the module names of the camera in that slot, in its steps too (repeatable)");
-}
-
-int ListHooks(const std::string& libraryPath) {
-  std::string error;
-  const std::unique_ptr<sim::HookLibrary> library = sim::HookLibrary::Load(libraryPath, &error);
-  if (!library) {
-    std::fprintf(stderr, "remedium-sim: %s\n", error.c_str());
-    return kExitError;
-  }
-  std::cout << "hook library: " << libraryPath << "\n";
-  size_t resolved = 0;
-  std::vector<const sim::CatalogueEntry*> missing;
-  for (const sim::CatalogueEntry& entry : sim::Catalogue()) {
-    if (library->Symbol(entry.mangled) == nullptr) {
-      missing.push_back(&entry);
-      continue;
-    }
-    ++resolved;
-    std::printf("  %-34s %s%s\n", entry.name, sim::Signature(entry).c_str(),
-                entry.halFunction == nullptr ? "  [called by the hooks, installed over nothing]" : "");
-  }
-  for (const sim::CatalogueEntry* entry : missing) {
-    std::printf("  MISSING %-26s %s (symbol %s)\n", entry->name, sim::Signature(*entry).c_str(), entry->mangled);
-  }
-  std::cout << resolved << " of " << sim::Catalogue().size() << " exported names resolved";
-  if (!missing.empty()) std::cout << "; " << missing.size() << " missing";
-  std::cout << "\n";
-  return missing.empty() ? 0 : kExitMismatch;
-}
-
-constexpr size_t kMaxDecodeInput = 1 << 20;  // bytes "decode -" reads from stdin
-
-int Decode(std::vector<std::string> texts, const std::string& as) {
-  if (texts.size() == 1 && texts[0] == "-") {
-    std::string input(kMaxDecodeInput + 1, '\0');
-    std::cin.read(input.data(), static_cast<std::streamsize>(input.size()));
-    input.resize(static_cast<size_t>(std::cin.gcount()));
-    if (input.size() > kMaxDecodeInput) {
-      std::fprintf(stderr, "remedium-sim: decode -: stdin holds more than 1 MiB (%zu bytes), the most it reads\n",
-                   kMaxDecodeInput);
-      return kExitError;
-    }
-    texts.clear();
-    std::istringstream lines(input);
-    for (std::string line; std::getline(lines, line);) {
-      if (!line.empty()) texts.push_back(line);
-    }
-  }
-  int status = 0;
-  for (const std::string& text : texts) {
-    const records::Explanation explanation = as == "state"    ? records::ExplainImageSensorState(text)
-                                             : as == "errors" ? records::ExplainErrorFrameworkIds(text)
-                                             : as == "kernel" ? records::ExplainKernelParameter(text)
-                                                              : records::Explain(text);
-    std::cout << text << "\n  " << explanation.kind << ":\n";
-    for (const std::string& line : explanation.lines) std::cout << "    " << line << "\n";
-    if (!explanation.ok) status = kExitError;
-  }
-  return status;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -258,7 +189,7 @@ int main(int argc, char** argv) {
     command->add_flag("-q,--quiet", options->quiet, quietHelp);
     command->add_option("--progress", options->progress, "Progress line on stderr: auto, on or off")
         ->check(CLI::IsMember({"auto", "on", "off"}));
-    AddOverrides(command, &options->overrides);
+    sim::replay::AddOverrides(*command, &options->overrides);
     return command;
   };
   CLI::App* run =
@@ -290,84 +221,11 @@ int main(int argc, char** argv) {
   decode->add_option("--as", decodeAs, "Kind of value: auto, state, errors or kernel")
       ->check(CLI::IsMember({"auto", "state", "errors", "kernel"}));
 
-  std::vector<std::string> explainFiles;
-  explain::ExplainOptions explainOptions;
-  std::string explainSince, explainUntil;
-  CLI::App* explain = app.add_subcommand("explain",
-                                         "Tell what the library decided, from a phone's logcat, bug report, "
-                                         "getprop dump or kernel parameter text");
-  explain->add_option("FILE", explainFiles, "Inputs, any mix; the format is read from the content")->required();
-  explain->add_flag("--json", explainOptions.json, "The story as JSON");
-  explain->add_flag("--jsonl", explainOptions.jsonl, "One decision a line (JSON Lines), as they are found")
-      ->excludes("--json");
-  explain->add_option("--trace", explainOptions.trace, "Also write the story as a Perfetto/Chrome JSON trace");
-  explain->add_option("--camera", explainOptions.camera, "Only this camera id");
-  explain->add_option("--pid", explainOptions.pid, "Only this camera process");
-  explain->add_option("--since", explainSince, "Only decisions at or after TIME, as the log writes it");
-  explain->add_option("--until", explainUntil, "Only decisions at or before TIME, as the log writes it");
-  std::string replayOut;
-  explain->add_option("--scenario", replayOut,
-                      "Write a scenario replaying the log to this file (assumptions on stderr)");
-  explain->add_option("--kind", explainOptions.kinds, "Only decisions of this kind (repeatable)")
-      ->check([](const std::string& kind) {
-        for (size_t i = 0; i < explain::kEventKindCount; ++i) {
-          if (kind == explain::kEventKinds[i].name) return std::string();
-        }
-        std::string known;
-        for (size_t i = 0; i < explain::kEventKindCount; ++i)
-          known += (i > 0 ? ", " : "") + std::string(explain::kEventKinds[i].name);
-        return "unknown kind \"" + kind + "\"; one of: " + known;
-      });
-
-  std::string compareA, compareB;
-  bool compareJson = false;
-  sim::replay::Overrides compareOverrides;
-  CLI::App* compareRuns =
-      app.add_subcommand("compare", "Play two scenarios and show per camera where the library's decisions part");
-  compareRuns->add_option("A", compareA, "Scenario A (JSON)")->required();
-  compareRuns->add_option("B", compareB, "Scenario B (JSON)")->required();
-  compareRuns->add_flag("--json", compareJson, "As JSON");
-  AddOverrides(compareRuns, &compareOverrides);
-  compareRuns->footer("Overrides apply to both. Exit status: 0 the decisions agree, 1 they differ, 2 bad input.");
-
-  CLI::App* fleetCommand = app.add_subcommand(
-      "fleet", "Many phones' bug reports in one SQLite database: ingest, summary, compare, report, export");
-  fleetCommand->require_subcommand(1);
-  fleet::IngestOptions ingestOptions;
-  CLI::App* ingest =
-      fleetCommand->add_subcommand("ingest", "Tell bug reports (zip or txt, files or folders) into the database");
-  ingest->add_option("--db", ingestOptions.db, "The database file (created when missing)")->required();
-  ingest->add_option("PATH", ingestOptions.paths, "Bug reports, or folders searched recursively")->required();
-  ingest->add_option("-j,--jobs", ingestOptions.jobs, "Reports read at once (0: every core)");
-  ingest->add_option("--progress", ingestOptions.progress, "Progress bar on stderr: auto, on or off")
-      ->check(CLI::IsMember({"auto", "on", "off"}));
-  fleet::SummaryOptions summaryOptions;
-  CLI::App* summary = fleetCommand->add_subcommand("summary", "Rates per group, each with its 95% interval");
-  summary->add_option("--db", summaryOptions.db, "The database file")->required();
-  summary->add_option("--by", summaryOptions.by, "Group by build, model, module, slot or hw")
-      ->check(CLI::IsMember({"build", "model", "module", "slot", "hw"}));
-  summary->add_flag("--json", summaryOptions.json, "As JSON");
-  fleet::CompareOptions compareOptions;
-  CLI::App* compare = fleetCommand->add_subcommand("compare", "A/B: which rates changed between two builds");
-  compare->add_option("--db", compareOptions.db, "The database file")->required();
-  compare->add_option("--a", compareOptions.a, "Build A")->required();
-  compare->add_option("--b", compareOptions.b, "Build B")->required();
-  compare->add_flag("--json", compareOptions.json, "As JSON");
-  std::string reportDb, reportHtml;
-  CLI::App* report = fleetCommand->add_subcommand("report", "One self-contained HTML page of the fleet");
-  report->add_option("--db", reportDb, "The database file")->required();
-  report->add_option("--html", reportHtml, "The page to write")->required();
-  std::string exportDb;
-  bool exportJsonl = false;
-  CLI::App* exportCommand = fleetCommand->add_subcommand("export", "The tables as JSON Lines, for a warehouse");
-  exportCommand->add_option("--db", exportDb, "The database file")->required();
-  exportCommand->add_flag("--jsonl", exportJsonl, "JSON Lines (the one format)");
-  std::string mergeDb;
-  std::vector<std::string> mergeParts;
-  CLI::App* merge =
-      fleetCommand->add_subcommand("merge", "Databases ingested apart into one (new ids, no report twice)");
-  merge->add_option("--db", mergeDb, "The database merged into (created when missing)")->required();
-  merge->add_option("PART", mergeParts, "Databases written by fleet ingest (none: the database is created)");
+  CLI::App* explain = nullptr;
+  const auto explainCommand = explain::AddCommand(app, &explain);
+  // Before explain's own: `explain --scenario` is the replay's.
+  const std::vector<std::function<std::optional<int>()>> commands = {sim::replay::AddCommands(app, *explain),
+                                                                     explainCommand, fleet::AddCommand(app)};
 
   try {
     app.parse(argc, argv);
@@ -378,39 +236,17 @@ int main(int argc, char** argv) {
   try {
     if (*run) return Play(runFiles, runOptions);
     if (*check) return Play(checkFiles, checkOptions);
-    if (*hooks) return ListHooks(libraryPath);
-    if (*compareRuns) {
-      return sim::replay::RunCompare(compareA, compareB, compareOverrides, compareJson, std::cout, std::cerr);
+    if (*hooks) return sim::ListHooks(libraryPath, std::cout, std::cerr);
+    for (const auto& command : commands) {
+      if (const std::optional<int> status = command()) return *status;
     }
-    if (*explain && !replayOut.empty()) return sim::replay::RunReplay(explainFiles, replayOut, std::cerr);
-    if (*explain) {
-      for (auto [text, into] :
-           {std::pair{&explainSince, &explainOptions.since}, {&explainUntil, &explainOptions.until}}) {
-        if (text->empty()) continue;
-        *into = explain::ParseFilterTime(*text);
-        if (!*into) {
-          std::fprintf(stderr,
-                       "remedium-sim explain: --since/--until \"%s\": not a time (\"11-23 05:15:21.338\", "
-                       "\"2024-11-23 05:15:21\" or seconds)\n",
-                       text->c_str());
-          return kExitError;
-        }
-      }
-      return explain::RunExplain(explainFiles, explainOptions, std::cout, std::cerr);
-    }
-    if (*ingest) return fleet::RunIngest(ingestOptions, std::cout, std::cerr);
-    if (*summary) return fleet::RunSummary(summaryOptions, std::cout, std::cerr);
-    if (*compare) return fleet::RunCompare(compareOptions, std::cout, std::cerr);
-    if (*report) return fleet::RunReport(reportDb, reportHtml, std::cerr);
-    if (*exportCommand) return fleet::RunExport(exportDb, std::cout, std::cerr);
-    if (*merge) return fleet::RunMerge(mergeDb, mergeParts, std::cout, std::cerr);
     const std::vector<std::string> given = decode->remaining();
     decodeTexts.insert(decodeTexts.begin(), given.begin(), given.end());
     if (*decode && decodeTexts.empty()) {
       std::fprintf(stderr, "remedium-sim: decode needs a TEXT (a state, an error id list or a kernel parameter)\n");
       return kExitError;
     }
-    if (*decode) return Decode(decodeTexts, decodeAs);
+    if (*decode) return records::RunDecode(decodeTexts, decodeAs, std::cin, std::cout, std::cerr);
     const int status = Play({REMEDIUM_DEFAULT_SCENARIO}, runOptions);
     std::cout
         << "More: remedium-sim run|check FILE..., remedium-sim hooks, remedium-sim decode TEXT (--help for each).\n"
