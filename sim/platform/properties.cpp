@@ -15,6 +15,7 @@ namespace {
 struct PropertyState {
   std::mutex mutex;
   std::map<std::string, std::string> values;
+  std::vector<sim::RejectedPropertySet> rejected;
 };
 
 PropertyState& State() {
@@ -62,15 +63,28 @@ int32_t property_get_int32(const char* key, int32_t default_value) {
   return result;
 }
 
+// Android's property service refuses a value of PROPERTY_VALUE_MAX bytes or
+// more and a second set of a read-only property, and property_set returns -1.
+// A refusal is kept and journalled, so that tools see what the phone dropped.
 int property_set(const char* key, const char* value) {
   if (key == nullptr || *key == '\0') return -1;
   if (value == nullptr) value = "";
-  if (std::strlen(value) >= PROPERTY_VALUE_MAX) return -1;
+  const size_t length = std::strlen(value);
+  std::string refusal;
   {
     std::lock_guard<std::mutex> lock(State().mutex);
-    auto it = State().values.find(key);
-    if (std::strncmp(key, "ro.", 3) == 0 && it != State().values.end()) return -1;
-    State().values[key] = value;
+    if (length >= PROPERTY_VALUE_MAX) {
+      refusal = "value of " + std::to_string(length) + " bytes";
+    } else if (std::strncmp(key, "ro.", 3) == 0 && State().values.count(key) != 0) {
+      refusal = "read-only, already set";
+    } else {
+      State().values[key] = value;
+    }
+    if (!refusal.empty()) State().rejected.push_back({key, length, refusal});
+  }
+  if (!refusal.empty()) {
+    sim::Record("libcutils", "property_set " + std::string(key) + " rejected: " + refusal);
+    return -1;
   }
   sim::Record("prop", std::string(key) + "=" + value);
   return 0;
@@ -105,6 +119,12 @@ void RemoveProperty(const std::string& key) {
 void ResetProperties() {
   std::lock_guard<std::mutex> lock(State().mutex);
   State().values.clear();
+  State().rejected.clear();
+}
+
+std::vector<RejectedPropertySet> RejectedPropertySets(size_t from) {
+  std::lock_guard<std::mutex> lock(State().mutex);
+  return Tail(State().rejected, from);
 }
 
 void RebootProperties() {

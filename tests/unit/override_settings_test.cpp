@@ -14,7 +14,9 @@
 
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::Field;
 using ::testing::IsEmpty;
 using Properties = std::map<std::string, std::string>;
 
@@ -51,8 +53,8 @@ TEST(NumberListTest, FormatsWithSingleCommasAndParsesUpToTheFirstBadNumber) {
 
 using RecoverySettingsTest = test::PhoneTest;
 
-// Only the five recovery keys present are copied, values as they stand
-// (a value too long for a property is dropped silently).
+// Only the five recovery keys present are copied, values as they stand (a
+// value too long for a property is refused by the store, which records it).
 TEST_F(RecoverySettingsTest, CopiesThePresentKeysAsTheyStand) {
   CamX::RecoverySettings({});
   EXPECT_THAT(sim::AllProperties(), IsEmpty());
@@ -68,6 +70,11 @@ TEST_F(RecoverySettingsTest, CopiesThePresentKeysAsTheyStand) {
                                               {"persist.vendor.camera.isSatFollowFingersOpt", "0"},
                                               {"vendor.debug.camera.numPCRsBeforeStreamOn", "2\r"},
                                               {"persist.vendor.camera.isEarlysettingsEnable", "FALSE"}}));
+  ASSERT_EQ(sim::RejectedPropertySets().size(), 1u);
+  EXPECT_EQ(sim::RejectedPropertySets()[0].key, "persist.vendor.camera.enableSATWideAlwaysOn");
+  EXPECT_THAT(sim::Journal(), Contains(Field(&sim::Event::text,
+                                             "property_set persist.vendor.camera.enableSATWideAlwaysOn "
+                                             "rejected: value of 200 bytes")));
 }
 
 }  // namespace
