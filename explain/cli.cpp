@@ -17,7 +17,8 @@ std::function<std::optional<int>()> AddCommand(CLI::App& app, CLI::App** command
   };
   const auto given = std::make_shared<Given>();
   CLI::App* explain = *command = app.add_subcommand(
-      "explain", "Tell what the library decided, from a phone's logcat, bug report, getprop dump or kernel parameter text");
+      "explain",
+      "Tell what the library decided, from a phone's logcat, bug report, getprop dump or kernel parameter text");
   explain->add_option("FILE", given->files, "Inputs, any mix; the format is read from the content")->required();
   explain->add_flag("--json", given->options.json, "The story as JSON");
   explain->add_flag("--jsonl", given->options.jsonl, "One decision a line (JSON Lines), as they are found")
@@ -38,7 +39,8 @@ std::function<std::optional<int>()> AddCommand(CLI::App& app, CLI::App** command
       });
   return [=]() -> std::optional<int> {
     if (!*explain) return std::nullopt;
-    for (auto [text, into] : {std::pair{&given->since, &given->options.since}, {&given->until, &given->options.until}}) {
+    for (auto [text, into] :
+         {std::pair{&given->since, &given->options.since}, {&given->until, &given->options.until}}) {
       if (text->empty()) continue;
       if (!(*into = ParseFilterTime(*text))) {
         std::fprintf(stderr,

@@ -21,7 +21,8 @@ std::function<std::optional<int>()> AddCommand(CLI::App& app) {
   CLI::App* fleet = app.add_subcommand(
       "fleet", "Many phones' bug reports in one SQLite database: ingest, summary, compare, report, export");
   fleet->require_subcommand(1);
-  CLI::App* ingest = fleet->add_subcommand("ingest", "Tell bug reports (zip or txt, files or folders) into the database");
+  CLI::App* ingest =
+      fleet->add_subcommand("ingest", "Tell bug reports (zip or txt, files or folders) into the database");
   ingest->add_option("--db", given->ingest.db, "The database file (created when missing)")->required();
   ingest->add_option("PATH", given->ingest.paths, "Bug reports, or folders searched recursively")->required();
   ingest->add_option("-j,--jobs", given->ingest.jobs, "Reports read at once (0: every core)");

@@ -25,7 +25,8 @@ std::function<std::optional<int>()> AddCommands(CLI::App& app, CLI::App& explain
     Overrides overrides;
   };
   const auto given = std::make_shared<Given>();
-  explain.add_option("--scenario", given->scenario, "Write a scenario replaying the log to this file (assumptions on stderr)");
+  explain.add_option("--scenario", given->scenario,
+                     "Write a scenario replaying the log to this file (assumptions on stderr)");
   CLI::App* compare =
       app.add_subcommand("compare", "Play two scenarios and show per camera where the library's decisions part");
   compare->add_option("A", given->a, "Scenario A (JSON)")->required();

@@ -30,7 +30,6 @@ namespace {
 constexpr char kStatePrefix[] = "vendor.debug.camera.imagesensorstate.";
 constexpr char kLogLevelProperty[] = "persist.vendor.camera.remedium.loglevel";
 constexpr size_t kMaxProperties = 256;
-constexpr size_t kMaxPropertyValue = 91;  // PROP_VALUE_MAX less its NUL
 constexpr size_t kKernelEntries = 64, kKernelBlock = 16;
 
 // The proxies whose result may differ from the HAL's, and the log lines that
@@ -119,6 +118,7 @@ class Invariants : public Observer {
     m_before = sim::AllProperties();
     m_descriptors = OpenDescriptors();
     m_kernelText = KernelText();
+    m_rejected = sim::RejectedPropertySets().size();
     const auto level = m_before.find(kLogLevelProperty);
     if (level != m_before.end() && !(Numbers(level->second) && std::atoll(level->second.c_str()) <= 4)) {
       m_quietLog = true;  // the library may drop lines for the rest of the process
@@ -253,12 +253,12 @@ class Invariants : public Observer {
     const std::map<std::string, std::string> after = sim::AllProperties();
     if (after.size() > kMaxProperties) Violation("properties stay bounded", std::to_string(after.size()));
     if (!call) return;
+    for (const RejectedPropertySet& rejected : sim::RejectedPropertySets(m_rejected)) {
+      Violation("every property the library sets succeeds", rejected.key + " rejected: " + rejected.reason);
+    }
     for (const auto& [key, value] : after) {
       const auto old = m_before.find(key);
       if (old != m_before.end() && old->second == value) continue;  // not written by this call
-      if (value.size() > kMaxPropertyValue) {
-        Violation("property values fit a property", key + " holds " + std::to_string(value.size()) + " bytes");
-      }
       if (key.rfind(kStatePrefix, 0) == 0 && (!IsSensorState(value) || !records::ExplainImageSensorState(value).ok)) {
         Violation("image-sensor state reads back as P, I, C", key + "=\"" + value + "\"");
       }
@@ -313,6 +313,7 @@ class Invariants : public Observer {
   std::map<std::string, std::string> m_before;
   size_t m_descriptors = 0;
   std::optional<std::string> m_kernelText;
+  size_t m_rejected = 0;
   bool m_quietLog = false;
   std::map<std::string, std::vector<std::string>> m_coreArguments;
   std::map<std::string, size_t> m_notified;
