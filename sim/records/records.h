@@ -17,11 +17,6 @@
 
 namespace sim::records {
 
-// The scenario report still reaches the UTF-8 helpers through this header;
-// they are sim/text's.
-using text::EscapeUtf8;
-using text::IsUtf8;
-
 // Reads comma-separated decimal numbers with the library's own reader
 // (CamX::StringToArray64: a number, then one optional ",", until a number
 // cannot be read) and keeps the first `limit`.

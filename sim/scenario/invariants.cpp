@@ -84,20 +84,6 @@ bool IsSensorState(const std::string& value) {
   return stages == "PIC";
 }
 
-std::optional<std::vector<int64_t>> Numbers(const std::string& text) {
-  std::vector<int64_t> numbers;
-  for (size_t at = 0; !text.empty();) {
-    const size_t end = std::min(text.find(',', at), text.size());
-    const std::string item = text.substr(at, end - at);
-    char* stop = nullptr;
-    numbers.push_back(std::strtoll(item.c_str(), &stop, 10));
-    if (item.empty() || *stop != '\0') return std::nullopt;
-    if (end == text.size()) break;
-    at = end + 1;
-  }
-  return numbers;
-}
-
 bool HasDuplicates(std::vector<int64_t> numbers) {
   std::sort(numbers.begin(), numbers.end());
   return std::adjacent_find(numbers.begin(), numbers.end()) != numbers.end();
@@ -120,7 +106,8 @@ class Invariants : public Observer {
     m_kernelText = KernelText();
     m_rejected = sim::RejectedPropertySets().size();
     const auto level = m_before.find(kLogLevelProperty);
-    if (level != m_before.end() && !(Numbers(level->second) && std::atoll(level->second.c_str()) <= 4)) {
+    if (level != m_before.end() &&
+        !(records::ParseWrittenNumberList(level->second) && std::atoll(level->second.c_str()) <= 4)) {
       m_quietLog = true;  // the library may drop lines for the rest of the process
     }
     if (step.kind != Step::Kind::kSet || !step.changes.core) return;
@@ -226,7 +213,9 @@ class Invariants : public Observer {
   // NUL-padded value), and changes only the entries of the step's camera.
   void CheckKernelWrites() {
     const CallArgs& a = m_step->args;
-    std::optional<std::vector<int64_t>> previous = m_kernelText ? Numbers(*m_kernelText) : std::nullopt;
+    // The table as the library read it before the call.
+    std::optional<std::vector<int64_t>> previous;
+    if (m_kernelText) previous = records::ParseNumberList(*m_kernelText, kKernelEntries);
     for (const SysfsWrite& write : m_outcome->slice.kernelWrites) {
       if (write.devicePath != hal::kProbeResultParameter) continue;
       if (write.bytes.size() != 1024)
@@ -236,7 +225,7 @@ class Invariants : public Observer {
       if (nul == std::string::npos || write.bytes.find_first_not_of('\0', nul) != std::string::npos) {
         return Violation("kernel parameter NUL-padded", "text and padding interleave");
       }
-      const auto numbers = Numbers(text);
+      const auto numbers = records::ParseWrittenNumberList(text);
       if (!numbers || numbers->size() != kKernelEntries)
         return Violation("kernel parameter holds 64 numbers", "wrote \"" + text.substr(0, 80) + "\"");
       for (size_t i = 0; previous && previous->size() == kKernelEntries && a.camera && i < kKernelEntries; ++i) {
@@ -267,7 +256,7 @@ class Invariants : public Observer {
   }
 
   void CheckErrorIds(const std::string& before, const std::string& after) {
-    const auto numbers = Numbers(after);
+    const auto numbers = records::ParseWrittenNumberList(after);
     if (!numbers || !records::ExplainErrorFrameworkIds(after).ok)
       return Violation("error-id list reads back as a list of numbers", "\"" + after + "\"");
     if (numbers->size() > 7) Violation("error-id list holds at most seven numbers", "\"" + after + "\"");

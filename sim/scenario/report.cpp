@@ -9,6 +9,7 @@
 
 #include "hook/src/errorframeworkid.h"
 #include "sim/records/records.h"
+#include "sim/text/text.h"
 
 namespace sim::scenario {
 namespace {
@@ -67,14 +68,14 @@ std::string ResultLine(const StepOutcome& outcome) {
 Json ValidUtf8(Json value) {
   if (value.is_string()) {
     const std::string& text = value.get_ref<const std::string&>();
-    return records::IsUtf8(text) ? value : Json(records::EscapeUtf8(text));
+    return text::IsUtf8(text) ? value : Json(text::EscapeUtf8(text));
   }
   if (value.is_array()) {
     for (Json& item : value) item = ValidUtf8(std::move(item));
   } else if (value.is_object()) {
     Json object = Json::object();
     for (auto& [key, item] : value.items())
-      object[records::IsUtf8(key) ? key : records::EscapeUtf8(key)] = ValidUtf8(std::move(item));
+      object[text::IsUtf8(key) ? key : text::EscapeUtf8(key)] = ValidUtf8(std::move(item));
     return object;
   }
   return value;
