@@ -1,18 +1,21 @@
 // A phone's log replayed as a scenario: every bundled scenario's own log
 // gives a scenario that tells the same decisions and replays to itself; each
-// log shape real phones write replays and plays; compare and the overrides;
+// log shape real phones write, and a bug report across two boots, does the
+// same; compare and the overrides;
 // bad input is one line and exit status 2.
 #include "sim/replay/replay.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "explain/input.h"
 #include "explain/story.h"
 #include "sim/scenario/scenario.h"
 #include "tests/explain/logtext.h"
@@ -129,24 +132,37 @@ TEST(Replay, EveryBundledScenarioIsAFixpoint) {
   EXPECT_GE(replayed, 18u);
 }
 
-// Every shape a phone or tool writes a log in replays into a scenario that plays and tells the
-// log's decisions; a damaged log's notes say what it lacks.
+// Every shape a phone or tool writes a log in replays into a scenario that plays, tells the
+// log's decisions, and whose own log in that shape replays to it again; a damaged log's notes
+// say what it lacks.
 TEST(Replay, EveryLogShapeReplaysAndItsGapsAreNoted) {
   std::filesystem::create_directories(kWork / "shapes");
   const std::vector<test::LibraryLine> lines = Lines(*LoadFile(std::string(REMEDIUM_SCENARIO_DIR) + "/default.json"));
   const std::string base = (kWork / "shapes" / "default").string();
-  for (test::Format format : test::kFormats) {
-    if (format == test::Format::kRecords || format == test::Format::kUsec) continue;
+  // Every shape written to files, and logpersist's microsecond files read alone.
+  std::vector<test::Format> formats(test::kFormats.begin() + 1, test::kFormats.end());
+  formats.push_back(test::Format::kUsec);
+  for (test::Format format : formats) {
     SCOPED_TRACE(test::FormatName(format));
     const test::Explained log = test::Explain(lines, format, base, {{"persist.vendor.camera.remedium.loglevel", "3"}});
     const rp::Replayed replayed = Replay(Files(log));
-    const test::Explained again = test::Explain(Lines(Load(replayed)), test::Format::kThreadtime, base + "-again", {});
+    // L' in the same shape, a bug report's with the replayed properties (getprop writes them
+    // sorted, so they are compared sorted).
+    using Properties = std::map<std::string, std::string>;
+    const test::Explained again = test::Explain(Lines(Load(replayed)), format, base + "-again",
+                                                replayed.scenario["properties"].get<Properties>());
     ExpectSame(Decisions(again.story), Decisions(log.story));
-    if (format >= test::Format::kBugreport) {
+    const auto sorted = [](const sc::Json& scenario) {
+      sc::Json body = Body(scenario);
+      body["properties"] = body["properties"].get<Properties>();
+      return body.dump(1);
+    };
+    EXPECT_EQ(sorted(Replay(Files(again)).scenario), sorted(replayed.scenario));
+    if (format >= test::Format::kBugreport && format != test::Format::kUsec) {
       EXPECT_EQ(replayed.scenario["properties"]["persist.vendor.camera.remedium.loglevel"], "3");
     }
   }
-  // A log that starts late, one logd pruned, and one across two boots.
+  // A log that starts late, and one logd pruned.
   const struct {
     test::Damage damage;
     const char* noted;
@@ -161,6 +177,52 @@ TEST(Replay, EveryLogShapeReplaysAndItsGapsAreNoted) {
       return line.find(noted) != std::string::npos;
     })) << replayed.scenario.dump(1);
   }
+}
+
+// A bug report of two boots, the boot before in its LAST LOGCAT section, and the story it tells.
+std::string TwoBootReport(const std::vector<test::LibraryLine>& before, const std::vector<test::LibraryLine>& after,
+                          const std::string& base, explain::Story* story) {
+  const auto log = [&](const std::vector<test::LibraryLine>& lines, const std::string& name) {
+    test::Explain(lines, test::Format::kThreadtime, base + name, {});
+    std::ostringstream text;
+    text << std::ifstream(base + name + ".threadtime.txt").rdbuf();
+    return text.str();
+  };
+  const std::string report = base + ".bugreport.txt";
+  std::ofstream(report) << "== dumpstate: 2026-11-23 05:10:00\n"
+                           "------ SYSTEM LOG (logcat -v threadtime -v printable -v uid -d *:v) ------\n"
+                        << log(after, "-after") << "------ 0.1s was the duration of 'SYSTEM LOG' ------\n"
+                        << "------ LAST LOGCAT (logcat -L -b all -v threadtime -v printable -v uid -d *:v) ------\n"
+                        << log(before, "-before") << "------ 0.1s was the duration of 'LAST LOGCAT' ------\n";
+  explain::StorySink sink;
+  std::string error;
+  EXPECT_TRUE(explain::ReadInput(report, sink, &error)) << error;
+  *story = sink.Finish();
+  EXPECT_EQ(story->boots.size(), 2u);
+  return report;
+}
+
+// Two boots replay with one reboot between them, noted; the replayed run, written as the same
+// report, tells both boots' decisions and replays to the same scenario.
+TEST(Replay, BugreportWithTheBootBeforeReplaysAReboot) {
+  std::filesystem::create_directories(kWork / "shapes");
+  const std::vector<test::LibraryLine> lines = Lines(*LoadFile(std::string(REMEDIUM_SCENARIO_DIR) + "/default.json"));
+  explain::Story story;
+  const rp::Replayed replayed = Replay({TwoBootReport(lines, lines, (kWork / "shapes" / "boots").string(), &story)});
+  EXPECT_TRUE(std::ranges::any_of(replayed.assumed, [](const std::string& line) {
+    return line.find("a new boot: played as a reboot") != std::string::npos;
+  })) << replayed.scenario.dump(1);
+  const sc::Scenario scenario = Load(replayed);
+  const auto reboot = std::ranges::find(scenario.steps, sc::Step::Kind::kReboot, &sc::Step::kind);
+  ASSERT_EQ(std::ranges::count(scenario.steps, sc::Step::Kind::kReboot, &sc::Step::kind), 1);
+  std::vector<test::LibraryLine> before, after;
+  for (const test::LibraryLine& line : Lines(scenario)) {
+    (line.step < size_t(reboot - scenario.steps.begin()) ? before : after).push_back(line);
+  }
+  explain::Story again;
+  const std::string report = TwoBootReport(before, after, (kWork / "shapes" / "boots-again").string(), &again);
+  ExpectSame(Decisions(again), Decisions(story));
+  EXPECT_EQ(Body(Replay({report}).scenario).dump(1), Body(replayed.scenario).dump(1));
 }
 
 TEST(Replay, CompareTellsWhereDecisionsPart) {
