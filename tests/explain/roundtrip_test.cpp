@@ -19,6 +19,7 @@
 #include "sim/scenario/report.h"
 #include "sim/scenario/scenario.h"
 #include "tests/explain/logtext.h"
+#include "tests/support/bundled_scenarios.h"
 
 namespace sc = sim::scenario;
 
@@ -119,15 +120,6 @@ Played PlayScenario(const std::string& file) {
   return played;
 }
 
-std::vector<std::string> Scenarios() {
-  std::vector<std::string> files;
-  for (const auto& entry : std::filesystem::directory_iterator(REMEDIUM_SCENARIO_DIR)) {
-    if (entry.path().extension() == ".json") files.push_back(entry.path().string());
-  }
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
 // The story's checked decisions by step, and its sensor and EEPROM results.
 void Compare(const std::string& file, const Played& played, const test::Explained& explained) {
   const explain::Story& story = explained.story;
@@ -198,7 +190,7 @@ TEST(ExplainRoundTrip, EveryScenarioInNoiseGivesTheReportedDecisions) {
   std::filesystem::create_directories(work);
   size_t decisions = 0;
   std::set<std::string> kindsSeen;
-  const std::vector<std::string> files = Scenarios();
+  const std::vector<std::string> files = test::BundledScenarioFiles();
   ASSERT_FALSE(files.empty());
   std::vector<test::LibraryLine> firstLines;
   std::string first;
@@ -257,7 +249,7 @@ TEST(ExplainRoundTrip, LateStartsAndPrunedRangesClaimNothingFalse) {
   const std::filesystem::path work = std::filesystem::path(REMEDIUM_EXPLAIN_WORK) / "damaged";
   std::filesystem::create_directories(work);
   size_t logs = 0;
-  for (const std::string& file : Scenarios()) {
+  for (const std::string& file : test::BundledScenarioFiles()) {
     const Played played = PlayScenario(file);
     const size_t total = played.lines.size();
     if (total < 4) continue;

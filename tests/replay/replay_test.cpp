@@ -19,6 +19,7 @@
 #include "explain/story.h"
 #include "sim/scenario/scenario.h"
 #include "tests/explain/logtext.h"
+#include "tests/support/bundled_scenarios.h"
 
 namespace sc = sim::scenario;
 namespace rp = sim::replay;
@@ -97,15 +98,6 @@ sc::Json Body(sc::Json scenario) {
   return scenario;
 }
 
-std::vector<std::string> Scenarios() {
-  std::vector<std::string> files;
-  for (const auto& entry : std::filesystem::directory_iterator(REMEDIUM_SCENARIO_DIR)) {
-    if (entry.path().extension() == ".json") files.push_back(entry.path().string());
-  }
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
 size_t Lines(const std::string& text) { return static_cast<size_t>(std::ranges::count(text, '\n')); }
 
 std::optional<sc::Scenario> LoadFile(const std::string& file) {
@@ -117,7 +109,7 @@ std::optional<sc::Scenario> LoadFile(const std::string& file) {
 TEST(Replay, EveryBundledScenarioIsAFixpoint) {
   std::filesystem::create_directories(kWork / "fixpoint");
   size_t replayed = 0;
-  for (const std::string& file : Scenarios()) {
+  for (const std::string& file : test::BundledScenarioFiles()) {
     SCOPED_TRACE(file);
     const std::vector<test::LibraryLine> lines = Lines(*LoadFile(file));
     if (lines.empty()) continue;

@@ -19,6 +19,7 @@
 #include "sim/platform/simlog.h"
 #include "sim/platform/simproperties.h"
 #include "sim/scenario/scenario.h"
+#include "tests/support/bundled_scenarios.h"
 
 namespace {
 
@@ -28,15 +29,6 @@ namespace seq = sim::sequence;
 
 std::string Text(const sc::Scenario& scenario) {
   return sc::ScenarioJson(scenario).dump(-1, ' ', false, sc::Json::error_handler_t::replace);
-}
-
-std::vector<std::filesystem::path> BundledScenarios() {
-  std::vector<std::filesystem::path> files;
-  for (const auto& entry : std::filesystem::directory_iterator(REMEDIUM_SCENARIO_DIR)) {
-    if (entry.path().extension() == ".json") files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
-  return files;
 }
 
 sc::Scenario Load(const std::filesystem::path& file) {
@@ -93,7 +85,7 @@ Effects Recorded(const sc::RunResult& run) {
 // decoded scenario's JSON file loads as the same scenario.
 TEST(CallSequence, BytesAndJsonReadBackAsWritten) {
   std::vector<std::vector<uint8_t>> inputs;
-  for (const auto& file : BundledScenarios()) {
+  for (const std::filesystem::path file : test::BundledScenarioFiles()) {
     inputs.push_back(seq::Encode(Load(file)));
     // The fuzzer's seed of each bundled scenario is committed as remedium-seq seed writes it.
     std::ifstream seed(
@@ -123,7 +115,7 @@ TEST(CallSequence, BytesAndJsonReadBackAsWritten) {
 // file plays on the phone with the same effects as the seed itself.
 TEST(CallSequence, SeedsKeepTheInvariantsAndTheirFilesPlayTheSame) {
   size_t logged = 0;
-  for (const auto& file : BundledScenarios()) {
+  for (const std::filesystem::path file : test::BundledScenarioFiles()) {
     SCOPED_TRACE(file.filename().string());
     const sc::Scenario seed = Seed(file);
     ASSERT_GT(seed.steps.size(), 3u);
