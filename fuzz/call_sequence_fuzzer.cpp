@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "sim/invariants/invariants.h"
 #include "sim/sequence/sequence.h"
 
 namespace {
@@ -57,7 +58,7 @@ class Coverage : public sim::scenario::Observer {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static Coverage coverage;
-  const auto invariants = sim::scenario::MakeInvariants({});
+  const auto invariants = sim::invariants::Make({});
   sim::scenario::PlayOptions options;
   options.keepOutcomes = false;
   options.observers = {invariants.get(), &coverage};

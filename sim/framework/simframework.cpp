@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <mutex>
 #include <utility>
@@ -116,6 +117,13 @@ MessageCenterState& Centre() {
 }
 
 }  // namespace
+
+std::string Describe(const CoreCallback& callback) {
+  char code[24];
+  std::snprintf(code, sizeof(code), "0x%llx", static_cast<unsigned long long>(callback.errorCode));
+  return callback.messageType + " " + callback.name + " (" + std::to_string(callback.arg0) + ", " +
+         std::to_string(callback.arg1) + ", code " + code + ")";
+}
 
 std::string Describe(const MessageCenterRequest& request, bool quoted) {
   std::string text = request.name + "(";

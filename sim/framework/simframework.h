@@ -25,6 +25,9 @@ struct CoreCallback {
   std::string messageType;
 };
 
+// "<messageType> <name> (<arg0>, <arg1>, code 0x<errorCode>)", as the scenario summary lists it.
+std::string Describe(const CoreCallback& callback);
+
 struct CoreProbeRecord {
   std::string name;
   bool result;

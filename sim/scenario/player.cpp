@@ -234,6 +234,20 @@ class Runner {
 
 }  // namespace
 
+void Totals::Add(const StepOutcome& outcome) {
+  const Slice& slice = outcome.slice;
+  log += slice.log.size();
+  for (const sim::LogLine& line : slice.log) errors += line.priority >= 6 ? 1 : 0;
+  kernelWrites += slice.kernelWrites.size();
+  notifications += slice.notifications.size();
+  probeRecords += slice.probeRecords.size();
+  requests += slice.requests.size();
+  for (const auto& callback : slice.callbacks) callbacks.Add("      " + fw::Describe(callback) + "\n");
+  const Value* result = outcome.observed ? outcome.observed->Find("result") : nullptr;
+  changed +=
+      result != nullptr && !outcome.halResults.empty() && outcome.halResults.back() != std::get<int64_t>(*result);
+}
+
 std::string LogText(const sim::LogLine& line) {
   return std::string(1, sim::PriorityLetter(line.priority)) + " " + line.tag + ": " + line.text;
 }

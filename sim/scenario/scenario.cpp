@@ -395,6 +395,25 @@ std::string Position(const std::string& text, size_t byte) {
 
 }  // namespace
 
+LogPattern::LogPattern(std::string pattern) : text(std::move(pattern)) {
+  for (size_t begin = 0; begin <= text.size();) {
+    const size_t star = std::min(text.find('*', begin), text.size());
+    if (star > begin) pieces.push_back(text.substr(begin, star - begin));
+    begin = star + 1;
+  }
+}
+
+bool LogPattern::Matches(const std::string& line) const {
+  size_t at = 0;
+  for (const std::string& piece : pieces) {
+    if ((at = line.find(piece, at)) == std::string::npos) return false;
+    at += piece.size();
+  }
+  return true;
+}
+
+std::vector<LogPattern> LogPatterns(const std::vector<std::string>& texts) { return {texts.begin(), texts.end()}; }
+
 std::string LoadError::ToString() const { return file + ": " + (path.empty() ? "" : "at " + path + ": ") + message; }
 
 std::string ZeroTable(size_t count) {

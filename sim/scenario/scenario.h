@@ -6,12 +6,10 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -24,6 +22,7 @@
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simlog.h"
 #include "sim/platform/simshadowhook.h"
+#include "sim/text/spool.h"
 
 namespace sim::scenario {
 
@@ -215,27 +214,12 @@ struct StepOutcome {
   Slice slice;
 };
 
-// Texts kept in order, in memory up to 1 MiB and in a temporary file beyond:
-// what the end of a long run needs of every step, without filling memory.
-class Spool {
- public:
-  void Add(const std::string& text);
-  size_t size() const { return m_count; }  // texts added
-  void CopyTo(std::ostream& out) const;
-  std::string Text() const;
-
- private:
-  std::string m_memory;
-  std::shared_ptr<std::FILE> m_file;  // once the texts outgrow memory
-  size_t m_count = 0;
-};
-
 // The whole run, counted step by step as it plays.
 struct Totals {
   void Add(const StepOutcome& outcome);
   size_t log = 0, errors = 0, kernelWrites = 0, notifications = 0, probeRecords = 0, requests = 0;
-  size_t changed = 0;  // results the library changed
-  Spool callbacks;     // each protection callback, as the summary lists it
+  size_t changed = 0;     // results the library changed
+  text::Spool callbacks;  // each protection callback, as the summary lists it
 };
 
 struct RunResult {
@@ -261,16 +245,6 @@ class Observer {
   virtual void AfterStep(const Step&, const StepOutcome&, const sim::HookLibrary&) {}
   virtual void ProcessEnds() {}
 };
-
-// What the library must never do, whatever it is called with, checked after
-// every step: the call-sequence fuzzer, `remedium-seq play` and
-// `remedium-sim run --check-invariants` use it. `violation` gets
-// "steps[3] #1 (SensorProbe(camera 0, ...)): invariant violated: ...".
-struct InvariantOptions {
-  std::function<void(const std::string& message)> violation;
-  std::optional<size_t> leakAfter;  // test-only fault: after this step, a descriptor is left open
-};
-std::unique_ptr<Observer> MakeInvariants(InvariantOptions options);
 
 struct PlayOptions {
   // Called after every HAL call with the calls done and the calls in all.

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/invariants/invariants.h"
 #include "sim/sequence/sequence.h"
 
 namespace {
@@ -58,11 +59,11 @@ int main(int argc, char** argv) {
   }
   if (command == "play" && argc == 3) {
     bool failed = false;
-    const auto invariants = sc::MakeInvariants({[&failed](const std::string& message) {
-                                                  std::cout << message << "\n";
-                                                  failed = true;
-                                                },
-                                                std::nullopt});
+    const auto invariants = sim::invariants::Make({[&failed](const std::string& message) {
+                                                     std::cout << message << "\n";
+                                                     failed = true;
+                                                   },
+                                                   std::nullopt});
     sc::PlayOptions options;
     options.keepOutcomes = false;
     options.observers = {invariants.get()};

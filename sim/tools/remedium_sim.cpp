@@ -28,14 +28,16 @@
 #include "explain/story.h"
 #include "sim/fleet/fleet.h"
 #include "sim/harness/harness.h"
+#include "sim/invariants/invariants.h"
 #include "sim/records/records.h"
 #include "sim/replay/replay.h"
-#include "sim/scenario/report.h"
+#include "sim/report/report.h"
 #include "sim/scenario/scenario.h"
 
 namespace {
 
 namespace sc = sim::scenario;
+namespace report = sim::report;
 namespace records = sim::records;
 
 constexpr int kExitMismatch = 1;
@@ -109,44 +111,44 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
     }
     const sc::Scenario& scenario = *loaded;
     progress.label = "[" + std::to_string(i + 1) + "/" + std::to_string(files.size()) + "] " + scenario.file;
-    if (timeline) std::cout << sc::FormatHeader(scenario) << std::flush;
+    if (timeline) std::cout << report::FormatHeader(scenario) << std::flush;
     // Each step is shown, checked and reported as it is played, then dropped.
-    sc::CheckResult check;
-    sc::JsonReport report;
+    report::CheckResult check;
+    report::JsonReport jsonReport;
     sc::PlayOptions play;
     play.keepOutcomes = false;
     play.progress = [&progress](size_t done, size_t total) { progress.Update(done, total); };
     play.stepDone = [&](const sc::Scenario& played, const sc::StepOutcome& outcome) {
       if (timeline) progress.Clear();
-      if (timeline) std::cout << sc::FormatStep(played, outcome, {options.verbose, options.logcat}) << std::flush;
-      sc::CheckStep(played, outcome, &check);
-      if (json.is_open()) report.Add(played, outcome);
+      if (timeline) std::cout << report::FormatStep(played, outcome, {options.verbose, options.logcat}) << std::flush;
+      report::CheckStep(played, outcome, &check);
+      if (json.is_open()) jsonReport.Add(played, outcome);
     };
     bool violated = false;
     const auto invariants =
-        sc::MakeInvariants({[&](const std::string& message) {
-                              std::fprintf(stderr, "remedium-sim: %s: %s\n", scenario.file.c_str(), message.c_str());
-                              violated = true;
-                            },
-                            std::nullopt});
+        sim::invariants::Make({[&](const std::string& message) {
+                                 std::fprintf(stderr, "remedium-sim: %s: %s\n", scenario.file.c_str(), message.c_str());
+                                 violated = true;
+                               },
+                               std::nullopt});
     if (options.invariants) play.observers.push_back(invariants.get());
     const sc::RunResult run = sc::Play(scenario, play);
     if (violated && status == 0) status = kExitMismatch;
     progress.Clear();
-    sc::CheckEnd(scenario, run, &check);
-    if (json.is_open()) report.Write(scenario, run, check, json << (reported++ ? ",\n    " : "\n    "));
+    report::CheckEnd(scenario, run, &check);
+    if (json.is_open()) jsonReport.Write(scenario, run, check, json << (reported++ ? ",\n    " : "\n    "));
     if (!run.error.empty()) {
       std::fprintf(stderr, "remedium-sim: %s: %s\n", scenario.file.c_str(), run.error.c_str());
       status = kExitError;
     }
-    if (timeline) std::cout << sc::FormatSummary(scenario, run, check) << "\n";
+    if (timeline) std::cout << report::FormatSummary(scenario, run, check) << "\n";
     if (options.check && run.error.empty() && check.ok()) {
       ++passed;
       if (!options.quiet) std::cout << "PASS " << scenario.file << " (" << check.checked << " expectations)\n";
     } else if (options.check && run.error.empty()) {
       std::cout << "FAIL " << scenario.file << ": " << check.mismatches.size() << " of " << check.checked
                 << " expectations not met\n"
-                << sc::FormatMismatches(check);
+                << report::FormatMismatches(check);
       if (status == 0) status = kExitMismatch;
     }
     if (options.check && run.error.empty() && check.checked == 0) std::cout << "     (this file has no expectations)\n";

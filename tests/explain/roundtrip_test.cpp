@@ -16,12 +16,13 @@
 
 #include "explain/story.h"
 #include "sim/records/records.h"
-#include "sim/scenario/report.h"
+#include "sim/report/report.h"
 #include "sim/scenario/scenario.h"
 #include "tests/explain/logtext.h"
 #include "tests/support/bundled_scenarios.h"
 
 namespace sc = sim::scenario;
+namespace report = sim::report;
 
 namespace {
 
@@ -97,10 +98,10 @@ Played PlayScenario(const std::string& file) {
   EXPECT_TRUE(scenario) << error.ToString();
   if (!scenario) return {};
   const sc::RunResult run = sc::Play(*scenario);
-  const sc::Json report = sc::ReportJson(*scenario, run, sc::Check(*scenario, run));
+  const sc::Json document = report::ReportJson(*scenario, run, report::Check(*scenario, run));
   Played played;
   int pid = 1000;
-  for (const sc::Json& step : report.value("steps", sc::Json::array())) {
+  for (const sc::Json& step : document.value("steps", sc::Json::array())) {
     const std::string title = step.value("title", "");
     // The camera process ends at a restart, a reboot or an abort; the next lines come from a new one.
     if (title.find("restart") != std::string::npos || title.find("reboot") != std::string::npos) pid += 7;

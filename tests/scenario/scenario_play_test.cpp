@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "hook/src/errorframeworkid.h"
-#include "sim/scenario/report.h"
+#include "sim/report/report.h"
 #include "sim/scenario/scenario.h"
 #include "sim/text/text.h"
 
@@ -21,6 +21,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::UnorderedElementsAre;
 namespace sc = sim::scenario;
+namespace report = sim::report;
 
 sc::Scenario Parse(const std::string& text) {
   sc::LoadError error;
@@ -29,9 +30,9 @@ sc::Scenario Parse(const std::string& text) {
   return scenario ? *scenario : sc::Scenario{};
 }
 
-std::vector<std::string> Paths(const sc::CheckResult& check) {
+std::vector<std::string> Paths(const report::CheckResult& check) {
   std::vector<std::string> paths;
-  for (const sc::Mismatch& mismatch : check.mismatches) paths.push_back(mismatch.path);
+  for (const report::Mismatch& mismatch : check.mismatches) paths.push_back(mismatch.path);
   return paths;
 }
 
@@ -50,12 +51,12 @@ TEST(ScenarioPlay, ReportsEachUnmetExpectationWithItsPath) {
   })");
   const sc::RunResult run = sc::Play(scenario);
   ASSERT_EQ(run.error, "");
-  const sc::CheckResult check = sc::Check(scenario, run);
+  const report::CheckResult check = report::Check(scenario, run);
   EXPECT_EQ(check.checked, 9u);
   EXPECT_THAT(Paths(check), UnorderedElementsAre("steps[0].expect.result", "steps[0].expect.noLog",
                                                  "steps[1].expect.slaveAddress", "steps[1].expect.notifications",
                                                  "expect.halCalls.GetStaticCaps", "expect.properties.x.y"));
-  const std::string text = sc::FormatMismatches(check);
+  const std::string text = report::FormatMismatches(check);
   EXPECT_THAT(text, HasSubstr("steps[1] CreateI2CInfoCmd(slave 0x18):"));
   EXPECT_THAT(text, HasSubstr("expected: 0x18 (24)\n      got:      0x66 (102)"));
   EXPECT_THAT(text, HasSubstr("expected: \"1\"\n      got:      (unset)"));
@@ -75,7 +76,7 @@ TEST(ScenarioPlay, EachRepetitionIsCheckedOnItsOwn) {
     ]
   })");
   const sc::RunResult run = sc::Play(scenario);
-  const sc::CheckResult check = sc::Check(scenario, run);
+  const report::CheckResult check = report::Check(scenario, run);
   ASSERT_EQ(check.mismatches.size(), 1u);
   EXPECT_EQ(check.mismatches[0].path, "steps[0].expect.notifications");
   EXPECT_THAT(check.mismatches[0].where, HasSubstr("repetition 2 of 2"));
@@ -92,11 +93,11 @@ TEST(ScenarioPlay, LogLinesMatchInOrderAndStarStandsForAnyText) {
       "logCount": {"GetStaticCapsHook() camera id: *, slot id: ": 2}
     }
   })");
-  EXPECT_TRUE(sc::Check(scenario, sc::Play(scenario)).ok());
+  EXPECT_TRUE(report::Check(scenario, sc::Play(scenario)).ok());
 
   sc::Scenario reversed = scenario;
   reversed.expect.log = sc::LogPatterns({"camera id: 1, slot id: 2", "camera id: 0, slot id: 1"});
-  const sc::CheckResult check = sc::Check(reversed, sc::Play(reversed));
+  const report::CheckResult check = report::Check(reversed, sc::Play(reversed));
   EXPECT_THAT(Paths(check), ElementsAre("expect.log[1]"));
 }
 
@@ -136,21 +137,21 @@ TEST(ScenarioPlay, LongRunHoldsOneStepOfRecords) {
     "expect": {"logCount": {"GetStaticCapsHook() camera id: 0": 500}, "log": ["camera id: 0", "camera id: 0"]}})");
   sc::PlayOptions options;
   options.keepOutcomes = false;
-  sc::CheckResult check;
+  report::CheckResult check;
   size_t steps = 0, left = 0;
   options.stepDone = [&](const sc::Scenario& played, const sc::StepOutcome& outcome) {
     ++steps;
     left += sim::LogLines().size() + sim::Journal().size() + sim::hal::CallResults().size();
-    sc::CheckStep(played, outcome, &check);
+    report::CheckStep(played, outcome, &check);
   };
   const sc::RunResult run = sc::Play(scenario, options);
-  sc::CheckEnd(scenario, run, &check);
+  report::CheckEnd(scenario, run, &check);
   EXPECT_EQ(steps, 500u);
   EXPECT_EQ(left, 0u);
   EXPECT_TRUE(run.outcomes.empty());
   EXPECT_EQ(run.totals.log, 500u);
   EXPECT_EQ(check.checked, 2u);
-  EXPECT_TRUE(check.ok()) << sc::FormatMismatches(check);
+  EXPECT_TRUE(check.ok()) << report::FormatMismatches(check);
 }
 
 TEST(ScenarioPlay, ReportCarriesStepsFinalStateAndCheck) {
@@ -162,22 +163,22 @@ TEST(ScenarioPlay, ReportCarriesStepsFinalStateAndCheck) {
                "expect": {"result": 0, "initState": 2, "halCalls": 1}}]
   })");
   const sc::RunResult run = sc::Play(scenario);
-  const sc::CheckResult check = sc::Check(scenario, run);
+  const report::CheckResult check = report::Check(scenario, run);
   EXPECT_TRUE(check.ok());
-  const sc::Json report = sc::ReportJson(scenario, run, check);
-  EXPECT_EQ(report["check"]["ok"], true);
-  ASSERT_EQ(report["steps"].size(), 1u);
-  EXPECT_EQ(report["steps"][0]["call"], "InitializeSensorDevice");
-  EXPECT_EQ(report["steps"][0]["halResults"], sc::Json::array({3}));
-  EXPECT_EQ(report["final"]["properties"]["vendor.debug.camera.imagesensorstate.0"], "<P:-:0><I:F:7><C:-:0>");
-  EXPECT_EQ(report["final"]["properties"][CamX::kErrorFrameworkIdProperty], "2");
+  const sc::Json document = report::ReportJson(scenario, run, check);
+  EXPECT_EQ(document["check"]["ok"], true);
+  ASSERT_EQ(document["steps"].size(), 1u);
+  EXPECT_EQ(document["steps"][0]["call"], "InitializeSensorDevice");
+  EXPECT_EQ(document["steps"][0]["halResults"], sc::Json::array({3}));
+  EXPECT_EQ(document["final"]["properties"]["vendor.debug.camera.imagesensorstate.0"], "<P:-:0><I:F:7><C:-:0>");
+  EXPECT_EQ(document["final"]["properties"][CamX::kErrorFrameworkIdProperty], "2");
   // The streamed report is the document's item as dump(2) writes it.
-  sc::JsonReport streamed;
+  report::JsonReport streamed;
   streamed.Add(scenario, run.outcomes[0]);
   std::ostringstream out;
   streamed.Write(scenario, run, check, out);
-  EXPECT_EQ(out.str(), std::regex_replace(report.dump(2), std::regex("\n"), "\n    "));
-  const std::string summary = sc::FormatSummary(scenario, run, check);
+  EXPECT_EQ(out.str(), std::regex_replace(document.dump(2), std::regex("\n"), "\n    "));
+  const std::string summary = report::FormatSummary(scenario, run, check);
   EXPECT_THAT(summary, HasSubstr("results changed by the library: 1"));
   EXPECT_THAT(summary, HasSubstr("initialisation (I): failed, recorded 7 s after boot"));
 }
@@ -197,7 +198,7 @@ TEST(ScenarioPlay, AbortedCameraProcessIsRestartedWithPropertiesKept) {
   const sc::RunResult run = sc::Play(scenario);
   EXPECT_EQ(run.aborts, 1);
   EXPECT_EQ(run.restarts, 1);
-  EXPECT_TRUE(sc::Check(scenario, run).ok());
+  EXPECT_TRUE(report::Check(scenario, run).ok());
 }
 
 // A library log line cut inside a multi-byte character still gives a report:
@@ -210,9 +211,9 @@ TEST(ScenarioPlay, LogTextThatIsNotUtf8IsEscapedInTheReport) {
     "steps": [{"call": "SensorProbe", "camera": 0, "sensor": ")" +
                                       name + R"("}]})");
   const sc::RunResult run = sc::Play(scenario);
-  const sc::Json report = sc::ReportJson(scenario, run, sc::Check(scenario, run));
+  const sc::Json document = report::ReportJson(scenario, run, report::Check(scenario, run));
   std::string text;
-  ASSERT_NO_THROW(text = report.dump());
+  ASSERT_NO_THROW(text = document.dump());
   EXPECT_THAT(text, HasSubstr(R"(\\xC3")"));  // the cut character's first byte, at the end of a line
   bool cut = false;
   for (const sim::LogLine& line : run.outcomes[0].slice.log) cut = cut || !sim::text::IsUtf8(line.text);
@@ -233,9 +234,9 @@ TEST(ScenarioPlay, DocumentedExampleHolds) {
   const std::string example =
       std::regex_replace(text.substr(begin + 9, end - begin - 9), std::regex("[ \t]*//[^\n]*"), "");
   const sc::Scenario scenario = Parse(example);
-  const sc::CheckResult check = sc::Check(scenario, sc::Play(scenario));
+  const report::CheckResult check = report::Check(scenario, sc::Play(scenario));
   EXPECT_GT(check.checked, 10u);
-  EXPECT_TRUE(check.ok()) << sc::FormatMismatches(check);
+  EXPECT_TRUE(check.ok()) << report::FormatMismatches(check);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 
 #include "hook/src/corearguments.h"
 #include "sim/framework/simframework.h"
+#include "sim/invariants/invariants.h"
 #include "sim/platform/simdevice.h"
 #include "sim/platform/simlog.h"
 #include "sim/platform/simproperties.h"
@@ -47,7 +48,7 @@ std::vector<std::string> PlayChecked(const sc::Scenario& scenario, std::optional
                                      sc::RunResult* result = nullptr) {
   std::vector<std::string> violations;
   const auto invariants =
-      sc::MakeInvariants({[&violations](const std::string& message) { violations.push_back(message); }, leakAfter});
+      sim::invariants::Make({[&violations](const std::string& message) { violations.push_back(message); }, leakAfter});
   sc::PlayOptions options;
   options.observers = {invariants.get()};
   sc::RunResult run = sc::Play(scenario, options);
@@ -172,7 +173,7 @@ TEST(CallSequence, ViolationNamesTheStepAndTheInvariant) {
   ASSERT_EQ(violations.size(), 1u);
   EXPECT_THAT(violations[0], HasSubstr("steps[0] #2 (GetStaticCaps(camera 0, slot 0)): invariant violated: no "
                                        "descriptor left open"));
-  const auto invariants = sc::MakeInvariants({nullptr, 0});
+  const auto invariants = sim::invariants::Make({nullptr, 0});
   sc::PlayOptions options;
   options.observers = {invariants.get()};
   EXPECT_DEATH(sc::Play(*scenario, options), "steps\\[0\\] #1 .*no descriptor left open");

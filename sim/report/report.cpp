@@ -1,4 +1,4 @@
-#include "sim/scenario/report.h"
+#include "sim/report/report.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -11,7 +11,10 @@
 #include "sim/records/records.h"
 #include "sim/text/text.h"
 
-namespace sim::scenario {
+namespace sim::report {
+
+using namespace sim::scenario;
+
 namespace {
 
 constexpr char kKernelPrefix[] = "write /sys/module/camera/parameters/sensor_apply_settings_control: ";
@@ -105,66 +108,9 @@ void Item(Spool* items, const Json& value, int depth) {
   items->Add((items->size() ? ",\n" : "\n") + std::string(2 * depth, ' ') + Dumped(value, depth));
 }
 
-constexpr size_t kSpoolMemory = 1 << 20;
-
 }  // namespace
 
-void Spool::Add(const std::string& text) {
-  ++m_count;
-  if (!m_file && m_memory.size() + text.size() <= kSpoolMemory) {
-    m_memory += text;
-    return;
-  }
-  if (!m_file) {
-    m_file.reset(std::tmpfile(), [](std::FILE* file) {
-      if (file != nullptr) std::fclose(file);
-    });
-    if (!m_file) throw std::runtime_error("cannot create a temporary file for a long run's records");
-    std::fwrite(m_memory.data(), 1, m_memory.size(), m_file.get());
-    m_memory.clear();
-  }
-  if (std::fwrite(text.data(), 1, text.size(), m_file.get()) != text.size()) {
-    throw std::runtime_error("cannot write a long run's records to a temporary file");
-  }
-}
-
-void Spool::CopyTo(std::ostream& out) const {
-  if (!m_file) {
-    out << m_memory;
-    return;
-  }
-  std::fflush(m_file.get());
-  std::rewind(m_file.get());
-  char buffer[1 << 16];
-  for (size_t got; (got = std::fread(buffer, 1, sizeof(buffer), m_file.get())) > 0;) out.write(buffer, got);
-  std::fseek(m_file.get(), 0, SEEK_END);
-}
-
-std::string Spool::Text() const {
-  std::ostringstream out;
-  CopyTo(out);
-  return out.str();
-}
-
-void Totals::Add(const StepOutcome& outcome) {
-  const Slice& slice = outcome.slice;
-  log += slice.log.size();
-  for (const sim::LogLine& line : slice.log) errors += line.priority >= 6 ? 1 : 0;
-  kernelWrites += slice.kernelWrites.size();
-  notifications += slice.notifications.size();
-  probeRecords += slice.probeRecords.size();
-  requests += slice.requests.size();
-  for (const auto& callback : slice.callbacks) callbacks.Add("      " + Describe(callback) + "\n");
-  const auto result = outcome.observed ? Number(*outcome.observed, "result") : std::nullopt;
-  changed += result && !outcome.halResults.empty() && outcome.halResults.back() != *result ? 1 : 0;
-}
-
 std::string KernelText(const sim::SysfsWrite& write) { return write.bytes.substr(0, write.bytes.find('\0')); }
-
-std::string Describe(const sim::framework::CoreCallback& callback) {
-  return callback.messageType + " " + callback.name + " (" + std::to_string(callback.arg0) + ", " +
-         std::to_string(callback.arg1) + ", code " + Hex(callback.errorCode) + ")";
-}
 
 Json ToJson(const sim::framework::CoreCallback& c) {
   return {
@@ -360,4 +306,4 @@ Json ReportJson(const Scenario& scenario, const RunResult& run, const CheckResul
   return Json::parse(out.str());
 }
 
-}  // namespace sim::scenario
+}  // namespace sim::report

@@ -3,12 +3,15 @@
 #include <sstream>
 
 #include "sim/records/records.h"
-#include "sim/scenario/report.h"
+#include "sim/report/report.h"
 
-namespace sim::scenario {
+namespace sim::report {
+
+using namespace sim::scenario;
+
 namespace {
 
-using scenario::ToJson;
+using report::ToJson;
 
 std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 
@@ -80,7 +83,7 @@ struct Tally {
       Next(&notifications, *e.notifications, name, name, text);
     }
     for (const auto& callback : e.callbacks ? slice.callbacks : kNone<sim::framework::CoreCallback>) {
-      Next(&callbacks, *e.callbacks, callback, Describe(callback), record);
+      Next(&callbacks, *e.callbacks, callback, sim::framework::Describe(callback), record);
     }
     for (const auto& r : e.probeRecords ? slice.probeRecords : kNone<sim::framework::CoreProbeRecord>) {
       const std::string shown = r.name + (r.result ? " failed" : " probed");
@@ -277,25 +280,6 @@ Json ToJson(const Value& value) {
   return std::visit([](const auto& v) { return Json(v); }, value);
 }
 
-LogPattern::LogPattern(std::string pattern) : text(std::move(pattern)) {
-  for (size_t begin = 0; begin <= text.size();) {
-    const size_t star = std::min(text.find('*', begin), text.size());
-    if (star > begin) pieces.push_back(text.substr(begin, star - begin));
-    begin = star + 1;
-  }
-}
-
-bool LogPattern::Matches(const std::string& line) const {
-  size_t at = 0;
-  for (const std::string& piece : pieces) {
-    if ((at = line.find(piece, at)) == std::string::npos) return false;
-    at += piece.size();
-  }
-  return true;
-}
-
-std::vector<LogPattern> LogPatterns(const std::vector<std::string>& texts) { return {texts.begin(), texts.end()}; }
-
 void CheckStep(const Scenario& scenario, const StepOutcome& outcome, CheckResult* result) {
   const Step& step = scenario.steps[outcome.step];
   if (!result->tally) result->tally = std::make_shared<Tally>(scenario.expect);
@@ -338,4 +322,4 @@ std::string FormatMismatches(const CheckResult& result) {
   return out.str();
 }
 
-}  // namespace sim::scenario
+}  // namespace sim::report

@@ -11,8 +11,15 @@
 #include <vector>
 
 #include "sim/scenario/scenario.h"
+#include "sim/text/spool.h"
 
-namespace sim::scenario {
+namespace sim::report {
+
+using scenario::Json;
+using scenario::RunResult;
+using scenario::Scenario;
+using scenario::StepOutcome;
+using text::Spool;
 
 // One expectation that was not met: where (a step, or the end of the
 // scenario), which expectation (its JSON path), what was expected and what
@@ -76,10 +83,9 @@ class JsonReport {
 // The text of a kernel parameter write, without its NUL padding.
 std::string KernelText(const sim::SysfsWrite& write);
 
-std::string Describe(const sim::framework::CoreCallback& callback);
 // As JSON: a callback's five fields (the report's records, which expectations match);
 // a request's "name" and "data".
 Json ToJson(const sim::framework::CoreCallback& callback);
 Json ToJson(const sim::framework::MessageCenterRequest& request);
 
-}  // namespace sim::scenario
+}  // namespace sim::report

@@ -1,6 +1,5 @@
-// What the library must never do, whatever it is called with: checked by the
-// runner after every step for the call-sequence fuzzer, `remedium-seq play`
-// and `remedium-sim run --check-invariants`.
+#include "sim/invariants/invariants.h"
+
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -22,10 +21,11 @@
 #include "sim/platform/simproperties.h"
 #include "sim/platform/simshadowhook.h"
 #include "sim/records/records.h"
-#include "sim/scenario/scenario.h"
 
-namespace sim::scenario {
+namespace sim::invariants {
 namespace {
+
+using namespace sim::scenario;
 
 constexpr char kStatePrefix[] = "vendor.debug.camera.imagesensorstate.";
 constexpr char kLogLevelProperty[] = "persist.vendor.camera.remedium.loglevel";
@@ -91,7 +91,7 @@ bool HasDuplicates(std::vector<int64_t> numbers) {
 
 class Invariants : public Observer {
  public:
-  explicit Invariants(InvariantOptions options) : m_options(std::move(options)) {}
+  explicit Invariants(Options options) : m_options(std::move(options)) {}
   ~Invariants() override {
     if (m_leaked >= 0) close(m_leaked);
   }
@@ -295,7 +295,7 @@ class Invariants : public Observer {
     }
   }
 
-  InvariantOptions m_options;
+  Options m_options;
   const Step* m_step = nullptr;
   const StepOutcome* m_outcome = nullptr;
   size_t m_played = 0;
@@ -312,8 +312,6 @@ class Invariants : public Observer {
 
 }  // namespace
 
-std::unique_ptr<Observer> MakeInvariants(InvariantOptions options) {
-  return std::make_unique<Invariants>(std::move(options));
-}
+std::unique_ptr<Observer> Make(Options options) { return std::make_unique<Invariants>(std::move(options)); }
 
-}  // namespace sim::scenario
+}  // namespace sim::invariants
