@@ -191,11 +191,11 @@ class Checker {
  private:
   void Compare(bool same, const std::string& path, const std::string& expected, const std::string& got) {
     ++m_result->checked;
-    if (!same) m_result->mismatches.push_back({m_where, path, expected, got});
+    if (!same) m_result->Add({m_where, path, expected, got});
   }
 
   void Mismatch(const std::string& path, const std::string& expected, const std::string& got) {
-    m_result->mismatches.push_back({m_where, path, expected, got});
+    m_result->Add({m_where, path, expected, got});
   }
 
   void Field(const std::string& path, const FieldSpec& field, const Value& expected, const Value* got) {
@@ -311,15 +311,6 @@ CheckResult Check(const Scenario& scenario, const RunResult& run) {
   return result;
 }
 
-std::string FormatMismatches(const CheckResult& result) {
-  std::ostringstream out;
-  std::string where;
-  for (const Mismatch& mismatch : result.mismatches) {
-    if (mismatch.where != where) out << "  " << (where = mismatch.where) << ":\n";
-    out << "    " << mismatch.path << "\n      expected: " << mismatch.expected << "\n      got:      " << mismatch.got
-        << "\n";
-  }
-  return out.str();
-}
+std::string FormatMismatches(const CheckResult& result) { return result.text.Text(); }
 
 }  // namespace sim::report

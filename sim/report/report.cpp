@@ -84,13 +84,6 @@ Json ValidUtf8(Json value) {
   return value;
 }
 
-template <typename T, typename Convert>
-Json Each(const std::vector<T>& items, Convert convert) {
-  Json array = Json::array();
-  for (const T& item : items) array.push_back(convert(item));
-  return array;
-}
-
 // `value` as the whole report's dump(2) writes it `depth` levels deep.
 std::string Dumped(const Json& value, int depth) {
   const std::string text = ValidUtf8(value).dump(2), indent = "\n" + std::string(2 * depth, ' ');
@@ -109,6 +102,16 @@ void Item(Spool* items, const Json& value, int depth) {
 }
 
 }  // namespace
+
+void CheckResult::Add(Mismatch mismatch) {
+  ++failed;
+  if (mismatch.where != lastWhere) text.Add("  " + (lastWhere = mismatch.where) + ":\n");
+  text.Add("    " + mismatch.path + "\n      expected: " + mismatch.expected + "\n      got:      " + mismatch.got +
+           "\n");
+  Item(&json,
+       {{"where", mismatch.where}, {"path", mismatch.path}, {"expected", mismatch.expected}, {"got", mismatch.got}}, 5);
+  if (mismatches.size() < kKeptMismatches) mismatches.push_back(std::move(mismatch));
+}
 
 std::string KernelText(const sim::SysfsWrite& write) { return write.bytes.substr(0, write.bytes.find('\0')); }
 
@@ -212,7 +215,7 @@ std::string FormatSummary(const Scenario& scenario, const RunResult& run, const 
   } else if (check.ok()) {
     out << "   expectations: all " << check.checked << " met\n";
   } else {
-    out << "   expectations: " << check.mismatches.size() << " of " << check.checked << " not met (remedium-sim check "
+    out << "   expectations: " << check.failed << " of " << check.checked << " not met (remedium-sim check "
         << scenario.file << " shows them)\n";
   }
   return out.str();
@@ -287,12 +290,8 @@ void JsonReport::Write(const Scenario& scenario, const RunResult& run, const Che
   key(3, "check");
   key(4, "checked", true) << check.checked;
   key(4, "ok") << (check.ok() && run.error.empty() ? "true" : "false");
-  key(4, "mismatches") << Dumped(
-      Each(check.mismatches,
-           [](const Mismatch& m) {
-             return Json{{"where", m.where}, {"path", m.path}, {"expected", m.expected}, {"got", m.got}};
-           }),
-      4);
+  key(4, "mismatches");
+  array(check.json, 4);
   out << "\n      }";
   key(3, "durationUs") << run.durationUs;
   out << "\n    }";

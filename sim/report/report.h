@@ -33,11 +33,20 @@ struct Mismatch {
 
 struct Tally;  // the whole run's records as its expectations need them
 
+// The mismatches a check keeps in memory; every one is also spooled as text
+// and as a JSON report item, so that a long run's failures do not fill memory.
+inline constexpr size_t kKeptMismatches = 100;
+
 struct CheckResult {
-  size_t checked = 0;  // expectations compared
-  std::vector<Mismatch> mismatches;
-  std::shared_ptr<Tally> tally;  // followed by CheckStep for CheckEnd
-  bool ok() const { return mismatches.empty(); }
+  size_t checked = 0;                // expectations compared
+  size_t failed = 0;                 // expectations not met
+  std::vector<Mismatch> mismatches;  // the first kKeptMismatches of them
+  Spool text;                        // each as FormatMismatches writes it
+  Spool json;                        // each as an item of the report's "mismatches"
+  std::string lastWhere;             // the heading of the text's last paragraph
+  std::shared_ptr<Tally> tally;      // followed by CheckStep for CheckEnd
+  void Add(Mismatch mismatch);
+  bool ok() const { return failed == 0; }
 };
 
 CheckResult Check(const Scenario& scenario, const RunResult& run);
@@ -46,7 +55,8 @@ CheckResult Check(const Scenario& scenario, const RunResult& run);
 void CheckStep(const Scenario& scenario, const StepOutcome& outcome, CheckResult* result);
 void CheckEnd(const Scenario& scenario, const RunResult& run, CheckResult* result);
 
-// A readable difference, one mismatch per paragraph.
+// A readable difference, one mismatch per paragraph, under a heading for
+// each step (or the end of the scenario) where they happened.
 std::string FormatMismatches(const CheckResult& result);
 
 // An observed value as JSON (a report's "observed" and the checker's texts).

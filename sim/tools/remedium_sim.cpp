@@ -146,9 +146,9 @@ int Play(const std::vector<std::string>& files, const RunOptions& options) {
       ++passed;
       if (!options.quiet) std::cout << "PASS " << scenario.file << " (" << check.checked << " expectations)\n";
     } else if (options.check && run.error.empty()) {
-      std::cout << "FAIL " << scenario.file << ": " << check.mismatches.size() << " of " << check.checked
-                << " expectations not met\n"
-                << report::FormatMismatches(check);
+      std::cout << "FAIL " << scenario.file << ": " << check.failed << " of " << check.checked
+                << " expectations not met\n";
+      check.text.CopyTo(std::cout);
       if (status == 0) status = kExitMismatch;
     }
     if (options.check && run.error.empty() && check.checked == 0) std::cout << "     (this file has no expectations)\n";

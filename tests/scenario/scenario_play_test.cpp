@@ -83,6 +83,27 @@ TEST(ScenarioPlay, EachRepetitionIsCheckedOnItsOwn) {
   EXPECT_EQ(run.restarts, 1);
 }
 
+// A step that fails on every repetition keeps only the first mismatches in
+// memory; the text and the JSON report still hold every one.
+TEST(ScenarioPlay, EveryMismatchOfALongRunIsReportedWithoutKeepingThemAll) {
+  const size_t repeat = report::kKeptMismatches + 50;
+  const sc::Scenario scenario = Parse(R"({"name": "t", "device": {"cameras": [{"id": 0}]},
+    "steps": [{"call": "GetStaticCaps", "camera": 0, "hal": 0, "repeat": )" +
+                                      std::to_string(repeat) + R"(, "expect": {"result": 3}}]})");
+  const sc::RunResult run = sc::Play(scenario);
+  const report::CheckResult check = report::Check(scenario, run);
+  EXPECT_EQ(check.failed, repeat);
+  EXPECT_EQ(check.mismatches.size(), report::kKeptMismatches);
+  const std::string text = report::FormatMismatches(check);
+  EXPECT_THAT(text, HasSubstr("repetition " + std::to_string(repeat) + " of " + std::to_string(repeat) +
+                              ":\n    steps[0].expect.result\n      expected: 3\n      got:      0\n"));
+  const sc::Json mismatches = report::ReportJson(scenario, run, check)["check"]["mismatches"];
+  ASSERT_EQ(mismatches.size(), repeat);
+  EXPECT_EQ(mismatches.back()["got"], "0");
+  EXPECT_THAT(report::FormatSummary(scenario, run, check),
+              HasSubstr("expectations: " + std::to_string(repeat) + " of " + std::to_string(repeat) + " not met"));
+}
+
 TEST(ScenarioPlay, LogLinesMatchInOrderAndStarStandsForAnyText) {
   const sc::Scenario scenario = Parse(R"({
     "name": "t",
