@@ -24,24 +24,15 @@ const std::vector<std::string> kPropertyKeys = {
     "vendor.debug.camera.imagesensorstate.0",         "vendor.debug.camera.imagesensorstate.1",
     "vendor.debug.camera.imagesensorstate.2",         "vendor.debug.camera.imagesensorstate.15",
     "vendor.debug.camera.imagesensorstate.16"};
-const std::vector<std::string> kPropertyValues = {"0",
-                                                  "1",
-                                                  "64",
-                                                  "65535",
-                                                  "-1",
-                                                  "2,1",
-                                                  "2,1,3",
-                                                  "1,1,1",
-                                                  "9,9,9,9,9,9,9,9",
-                                                  "<P:S:10><I:F:20><C:-:0>",
-                                                  "<P:S:1>",
-                                                  "",
-                                                  "true",
-                                                  [] {
-                                                    std::string list = "3";
-                                                    while (list.size() < 89) list += ",3";
-                                                    return list;
-                                                  }()};
+std::string AlmostFullList() {
+  std::string list = "3";
+  while (list.size() < 89) list += ",3";
+  return list;
+}
+const std::vector<std::string> kPropertyValues = {
+    "0",       "1",     "64",    "65535",           "-1",
+    "2,1",     "2,1,3", "1,1,1", "9,9,9,9,9,9,9,9", "<P:S:10><I:F:20><C:-:0>",
+    "<P:S:1>", "",      "true",  AlmostFullList()};
 const std::vector<std::string> kSensorTypes = {"rear", "front", "aux", "wide", ""};
 
 // Steps a byte sequence holds, in the order of their first byte's values.
