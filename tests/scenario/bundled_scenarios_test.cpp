@@ -1,6 +1,6 @@
 // The bundled scenarios against the catalogue: each loads, each has its
-// golden transcript, its call-sequence seed and its row in the scenarios'
-// README, and every function a scenario can call is called by at least one of
+// golden transcript, its call-sequence seed, its scenario-loader seed and its
+// row in the scenarios' README, and every function a scenario can call is called by at least one of
 // them and has its arguments in that README, so that a new proxy without a scenario (or a scenario without its
 // golden) fails here.
 #include <filesystem>
@@ -43,6 +43,12 @@ TEST(BundledScenarios, LoadHaveGoldensAndSeedsAndCallEveryCatalogueEntry) {
         << name << ": no golden transcript (cmake -DUPDATE=1 ... -P tests/golden/compare.cmake writes it)";
     EXPECT_TRUE(fs::exists(fs::path(REMEDIUM_SEED_DIR) / name))
         << name << ": no call-sequence seed (remedium-seq seed writes it)";
+    // The loader fuzzer's seed is the scenario itself, through a link, so it cannot drift.
+    const fs::path loaderSeed = fs::path(REMEDIUM_SEED_DIR).parent_path() / "fuzz_scenario_loader" / (name + ".json");
+    std::error_code linked;
+    EXPECT_TRUE(fs::is_symlink(loaderSeed) && fs::equivalent(loaderSeed, file.path(), linked))
+        << name << ": no scenario-loader seed (ln -s ../../../sim/scenarios/" << name << ".json " << loaderSeed.string()
+        << ")";
     EXPECT_NE(readme.find("| `" + name + ".json` |"), std::string::npos) << name << ": not in the README's table";
     std::ifstream in(file.path());
     CollectCalls(nlohmann::json::parse(in, nullptr, false), &called);
