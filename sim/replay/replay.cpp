@@ -155,6 +155,15 @@ class Builder {
     if (!sensor.empty() && std::ranges::find(sensors, sensor) == sensors.end()) sensors.push_back(sensor);
   }
 
+  // A step's "camera" (as CameraFor finds it, and known to the device) and "sensor"; the camera.
+  int StepCamera(const LogCall& call, Json& step, std::vector<std::string>& notes) {
+    const int camera = CameraFor(call, &notes);
+    Camera(camera, call.sensor);
+    step["camera"] = camera;
+    step["sensor"] = call.sensor;
+    return camera;
+  }
+
   // The log level, read at a camera process's first line: its lowest lines show it at most that;
   // above 4 when a notice's hook wrote no INFO line and no line of the process is INFO or below.
   void LogLevel(const LogProcess& process) {
@@ -207,10 +216,7 @@ class Builder {
     } else if (name == "SensorProbe") {
       SensorProbe(call, step, notes);
     } else if (name == "EEPROMDataProbe") {
-      const int camera = CameraFor(call, &notes);
-      Camera(camera, call.sensor);
-      step["camera"] = camera;
-      step["sensor"] = call.sensor;
+      StepCamera(call, step, notes);
       NeedCore(call, nullptr, {});
       NeedSettings(call);
       if (call.usage) NeedCentre(call);
@@ -233,10 +239,7 @@ class Builder {
         step["hal"] = call.result;
       }
     } else if (name == "ReadEEPROMDevice") {
-      const int camera = CameraFor(call, &notes);
-      Camera(camera, call.sensor);
-      step["camera"] = camera;
-      step["sensor"] = call.sensor;
+      StepCamera(call, step, notes);
       NeedCore(call, coreargument::kReadEEPROMDeviceFail, call.arguments);
       notes.push_back("the EEPROM read's own result is not logged: 0 assumed");
     } else if (call.lone) {
@@ -335,10 +338,7 @@ class Builder {
   void SensorProbe(const LogCall& call, Json& step, std::vector<std::string>& notes) {
     if (!call.settings && !call.arguments.empty()) {
       // The core's protection path: its lines are the arguments and the name, nothing else.
-      const int camera = CameraFor(call, &notes);
-      Camera(camera, call.sensor);
-      step["camera"] = camera;
-      step["sensor"] = call.sensor;
+      StepCamera(call, step, notes);
       NeedCore(call, coreargument::kSensorProbeProtection, call.arguments);
       notes.push_back("CamX's result is not logged on the core's protection path: 0 assumed");
       return;
@@ -369,10 +369,7 @@ class Builder {
       notes.push_back("a camera id of 16 or more is not logged: 16 assumed");
       return;
     }
-    const int camera = CameraFor(call, &notes);
-    Camera(camera, call.sensor);
-    step["camera"] = camera;
-    step["sensor"] = call.sensor;
+    const int camera = StepCamera(call, step, notes);
     // The bypass check: with the switch open and the module the slot's most-used, the bypass
     // decision is asked once more.
     const bool lastRetry = call.lastRetry.value_or(false);

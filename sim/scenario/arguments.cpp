@@ -315,14 +315,7 @@ void Codec::Pick(std::string& name, const std::vector<std::string>& pool) {
 }
 
 void Codec::PickOrText(std::string& text, const std::vector<std::string>& pool, size_t max) {
-  const auto found = std::find(pool.begin(), pool.end(), text);
-  size_t index = static_cast<size_t>(found - pool.begin());
-  Number(index, size_t{0}, pool.size());
-  if (index < pool.size()) {
-    text = pool[index];
-  } else {
-    Text(text, max);
-  }
+  PickOr(text, pool, [&] { Text(text, max); });
 }
 
 const ArgKind& KindOf(Arg arg) { return kKinds[static_cast<size_t>(arg)]; }

@@ -53,13 +53,17 @@ class Codec {
   // One of `pool` or, as the last choice, any number in [low, high].
   template <typename T>
   void PickOrNumber(T& value, const std::vector<T>& pool, T low, T high) {
-    const auto found = std::find(pool.begin(), pool.end(), value);
-    size_t index = static_cast<size_t>(found - pool.begin());
+    PickOr(value, pool, [&] { Number(value, low, high); });
+  }
+  // One of `pool`, or what `otherwise` codes as the last choice.
+  template <typename T, typename Otherwise>
+  void PickOr(T& value, const std::vector<T>& pool, Otherwise otherwise) {
+    size_t index = static_cast<size_t>(std::find(pool.begin(), pool.end(), value) - pool.begin());
     Number(index, size_t{0}, pool.size());
     if (index < pool.size()) {
       value = pool[index];
     } else {
-      Number(value, low, high);
+      otherwise();
     }
   }
   // A value that may be left out.
