@@ -29,19 +29,7 @@ SettingsMap ParseConfigFile(const std::string& path) {
 
 void RecoverySettings(std::map<std::string, std::string> settings) {
   if (settings.empty()) return;
-  // Key in the override file -> property the HAL reads later. Only
-  // numPCRsBeforeStreamOn lives in the non-persistent space.
-  static constexpr struct {
-    const char* key;
-    const char* property;
-  } kRows[] = {
-      {"enableEarlyPipelineActivate", "persist.vendor.camera.enableEarlyPipelineActivate"},
-      {"isSatFollowFingersOpt", "persist.vendor.camera.isSatFollowFingersOpt"},
-      {"enableSATWideAlwaysOn", "persist.vendor.camera.enableSATWideAlwaysOn"},
-      {"numPCRsBeforeStreamOn", "vendor.debug.camera.numPCRsBeforeStreamOn"},
-      {"isEarlysettingsEnable", "persist.vendor.camera.isEarlysettingsEnable"},
-  };
-  for (const auto& row : kRows) {
+  for (const auto& row : kRecoveryRows) {
     const auto it = settings.find(row.key);
     // OK: a value too long for a property is dropped by property_set.
     if (it != settings.end()) property_set(row.property, it->second.c_str());

@@ -25,6 +25,21 @@ SettingsMap ParseConfigFile(const std::string& path);
 // the key is absent.
 int SettingAsInt(const SettingsMap& settings, const std::string& key);
 
+// The HAL tuning switches RecoverySettings copies, in its order: key in the
+// override file -> property the HAL reads later. Only numPCRsBeforeStreamOn
+// lives in the non-persistent space.
+struct RecoveryRow {
+  const char* key;
+  const char* property;
+};
+inline constexpr RecoveryRow kRecoveryRows[] = {
+    {"enableEarlyPipelineActivate", "persist.vendor.camera.enableEarlyPipelineActivate"},
+    {"isSatFollowFingersOpt", "persist.vendor.camera.isSatFollowFingersOpt"},
+    {"enableSATWideAlwaysOn", "persist.vendor.camera.enableSATWideAlwaysOn"},
+    {"numPCRsBeforeStreamOn", "vendor.debug.camera.numPCRsBeforeStreamOn"},
+    {"isEarlysettingsEnable", "persist.vendor.camera.isEarlysettingsEnable"},
+};
+
 // Copies the HAL tuning switches that `settings` holds into their system
 // properties, values as they stand. Absent keys leave their property alone.
 void RecoverySettings(std::map<std::string, std::string> settings);

@@ -13,8 +13,6 @@ namespace {
 
 namespace fw = sim::framework;
 
-constexpr char kOverrideSettingsDevicePath[] = "/odm/etc/camera/camxoverridesettings.txt";
-
 // What happened since the last take: the simulated platform's records are
 // drained, so memory holds one step's. The state afterwards is read only
 // when asked for.

@@ -178,6 +178,9 @@ std::string Title(const Step& step);
 std::optional<Scenario> LoadScenarioFile(const std::string& file, LoadError* error);
 std::optional<Scenario> ParseScenario(const std::string& text, const std::string& file, LoadError* error);
 
+// Where a scenario's "overrideSettings" text lies on the phone.
+inline constexpr char kOverrideSettingsDevicePath[] = "/odm/etc/camera/camxoverridesettings.txt";
+
 // The text of a kernel parameter of `count` zeros ("0,0,...").
 std::string ZeroTable(size_t count = 64);
 
